@@ -1,0 +1,51 @@
+#include "host/pfm.h"
+
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+
+static_assert(offsetof(pfm_cleanup_block, jump) == 8, "the jump buffer stands at offset 8");
+static_assert(offsetof(pfm_cleanup_block, nJumped) == 528, "the result of sigsetjmp stands at offset 528");
+
+static thread_local pfm_cleanup_block* pInnermost = nullptr;
+
+// Weak, so that a statically linked process can define its own as well.
+__attribute__((weak)) void pfm_assert_fail(const char* lpszText, const char* lpszFile, int nLine)
+{
+    std::fprintf(stderr, "%s:%d: assertion failed: %s\n", lpszFile, nLine, lpszText);
+}
+
+__attribute__((weak)) void pfm_raise(int code)
+{
+    pfm_cleanup_block* pBlock = pInnermost;
+    if (pBlock == nullptr) {
+        std::fprintf(stderr, "raise %d outside every cleanup block\n", code);
+        std::abort();
+    }
+    pBlock->nCode = code;
+    pfm_cleanup_rls(pBlock);
+    siglongjmp(pBlock->jump, 1);
+}
+
+int pfm_cleanup_start(pfm_cleanup_block* pBlock, int)
+{
+    if (pBlock->nJumped != 0)
+        return 0;
+    pBlock->pOuter = pInnermost;
+    pBlock->nActive = 1;
+    pInnermost = pBlock;
+    return 1;
+}
+
+void pfm_cleanup_reset(pfm_cleanup_block* pBlock)
+{
+    pBlock->nCode = 0;
+}
+
+void pfm_cleanup_rls(pfm_cleanup_block* pBlock)
+{
+    if (pBlock->nActive == 0)
+        return;
+    pBlock->nActive = 0;
+    pInnermost = pBlock->pOuter;
+}

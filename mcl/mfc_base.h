@@ -1,0 +1,31 @@
+/// \file
+/// What every header of the library builds on: the export mark and the assertion.
+#ifndef TAVNOMCL_MFC_BASE_H
+#define TAVNOMCL_MFC_BASE_H
+
+#include "host/pfm.h"
+
+/// Marks what the library exports; everything else is hidden.
+#define VELM_API __attribute__((visibility("default")))
+
+/// Inline for callers; the source file that defines VELM_EMIT_INLINES before it includes the header emits the
+/// function too, so that the library exports it.
+#ifdef VELM_EMIT_INLINES
+#define VELM_INLINE inline VELM_API __attribute__((used))
+#else
+#define VELM_INLINE inline VELM_API
+#endif
+
+/// Checks a precondition, in every build: true when it holds. Otherwise reports its text, the file and the line
+/// through `pfm_assert_fail` and, when that returns, yields false: the caller leaves without using what is missing.
+#define VELM_ASSERT(condition) AfxAssert((condition) ? true : false, #condition, __FILE__, __LINE__)
+
+/// The function behind VELM_ASSERT.
+inline bool AfxAssert(bool bHolds, const char* lpszText, const char* lpszFile, int nLine)
+{
+    if (__builtin_expect(!bHolds, 0))
+        pfm_assert_fail(lpszText, lpszFile, nLine);
+    return bHolds;
+}
+
+#endif

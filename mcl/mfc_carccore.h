@@ -1,0 +1,269 @@
+/// \file
+/// The archive: a buffered binary stream of bytes, 32-bit values, counts, strings and graphs of objects.
+#ifndef TAVNOMCL_MFC_CARCCORE_H
+#define TAVNOMCL_MFC_CARCCORE_H
+
+#include <stdint.h>
+
+#include "mcl/mfc_base.h"
+#include "mcl/mfc_carcex.h"
+#include "mcl/mfc_cfile.h"
+#include "mcl/mfc_crun.h"
+
+class VELM_CMapPtrToPtr;
+class VELM_CPtrArray;
+
+/// A binary stream in one direction, storing to a `VELM_CFile` or loading from it, through one buffer.
+///
+/// The stream has no header and no padding; multi-byte values stand least significant byte first. The same values give
+/// the same bytes on every machine.
+///
+/// The archive borrows the file: it neither opens nor closes it, and does not look at its errors (see
+/// `VELM_CFile::ERROR_CODE`). A storing archive fills its buffer completely before anything reaches the file. Every
+/// transfer asserts that its direction is the archive's, "IsStoring()" or "IsLoading()", and that the archive has its
+/// buffer; after such a failure nothing is transferred. With `noFlushOnDestroy` in the mode the direction is that of
+/// the lowest bit, though the assertion is reported. The raise codes are the causes of `VELM_CArchiveException`.
+class VELM_API VELM_CArchive {
+public:
+    /// Modes.
+    enum {
+        store = 0,           ///< From the caller's values to the file.
+        load = 1,            ///< From the file to the caller.
+        noFlushOnDestroy = 2 ///< Added to either: the destructor does not flush.
+    };
+
+    /// Tags of object and class references, and the limit of indexes.
+    enum : unsigned {
+        wNullTag = 0,               ///< The null object.
+        wBigObjectTag = 0x7FFF,     ///< A 32-bit index follows.
+        wClassTag = 0x8000,         ///< Set in a short reference to a class that was stored before.
+        wNewClassTag = 0xFFFF,      ///< A class record follows.
+        dwBigClassTag = 0x80000000, ///< Set in a 32-bit reference to a class that was stored before.
+        nIndexLimit = 0x3FFFFFFE    ///< Indexes are below this.
+    };
+
+    void* m_pReserved;          ///< NULL; not used.
+    int m_nReserved;            ///< 1; not used.
+    int m_bDirectBuffer;        ///< 0.
+    unsigned m_nCurSchema;      ///< Schema of the object being loaded; 0xFFFFFFFF for none.
+    VELM_CString m_strFileName; ///< The file's path at construction.
+    unsigned m_nMode;           ///< The mode.
+    int m_bCallerBuf;           ///< Whether the buffer is the caller's.
+    int m_nBufSize;             ///< Size of the buffer in bytes, at least 128.
+    VELM_CFile* m_pFile;        ///< The file; NULL after `Close` and `Abort`.
+    unsigned char* m_lpBufCur;  ///< The next byte to be delivered, or filled.
+    unsigned char* m_lpBufMax;  ///< The end of the bytes read ahead, or of the buffer.
+    unsigned char* m_lpBufStart; ///< The buffer.
+    unsigned m_nIndexCount;      ///< The next index of an object or class, once there is a map or array; else 0.
+    union {
+        VELM_CMapPtrToPtr* m_pStoreMap; ///< Storing: from object or class to index. NULL until needed.
+        VELM_CPtrArray* m_pLoadArray;   ///< Loading: from index to object or class. NULL until needed.
+    };
+    VELM_CObject* m_pLoader; ///< Owned; what loads objects and classes, or NULL.
+    int m_nMapGrowth;        ///< Block size of the map, or growth step of the array.
+    unsigned m_nMapBuckets;  ///< Number of buckets of the map.
+
+    /// An archive over an open file. A buffer of `nBufSize` bytes is allocated, or `lpBuf` used, which stays the
+    /// caller's; below 128, 128 bytes are allocated in any case.
+    VELM_CArchive(VELM_CFile* pFile, unsigned nMode, int nBufSize = 65536, void* lpBuf = NULL);
+    /// Flushes, unless `noFlushOnDestroy` is set or the archive is closed, and releases what the archive owns.
+    ~VELM_CArchive();
+    VELM_CArchive(const VELM_CArchive&) = delete;
+    VELM_CArchive& operator=(const VELM_CArchive&) = delete;
+
+    /// Whether the mode is `load` and nothing else.
+    int IsLoading() const { return m_nMode == load; }
+    /// Whether the mode is `store` and nothing else.
+    int IsStoring() const { return m_nMode == store; }
+
+    /// Forgets the file without flushing and releases what the archive owns. The archive can only be destroyed then.
+    void Abort();
+    /// Flushes, and forgets the file, which stays open. The archive can only be destroyed then.
+    void Close();
+    /// Loading: delivers up to `nMax` bytes and returns how many; fewer only when the data ends. Raises nothing.
+    unsigned Read(void* lpBuf, unsigned nMax);
+    /// Storing: takes the bytes.
+    void Write(const void* lpBuf, unsigned nMax);
+    /// Storing: hands the waiting bytes to the file. Loading: moves the file's position back to the first byte that
+    /// was not delivered.
+    void Flush();
+    /// Loading: makes at least `nBytesNeeded` bytes available at `m_lpBufCur`; raises 3 when the data ends before.
+    /// Asserts "nBytesNeeded > 0" and "nBytesNeeded <= (UINT)m_nBufSize".
+    void FillBuffer(unsigned nBytesNeeded);
+
+    /// Stores a count: 4 bytes below 0xFFFF, else 8. A count above 0xFFFFFFFF fails "dwCount <= 0xFFFFFFFF" and
+    /// nothing is stored.
+    void WriteCount(unsigned long dwCount);
+    /// Loads a count. Raises 3 when the data ends; where that returns, 0.
+    unsigned long ReadCount();
+    /// Stores the bytes of the text, without a length or a terminator.
+    void WriteString(const char* lpsz);
+    /// Reads one line: up to `nMax` bytes before a line feed, or a carriage return and the byte behind it. The line
+    /// end is consumed and dropped; with a negative `nMax` as an int, of that many bytes, one byte of it is kept. The
+    /// buffer has room for one byte more: the final NUL. Returns the buffer; NULL at the end of the data. Raises
+    /// nothing.
+    char* ReadString(char* lpsz, unsigned nMax);
+    /// Reads one line of any length, without its line end. Returns 1; 0 when the data ended first, with what came.
+    int ReadString(VELM_CString& rString);
+
+    /// Stores an object reference, and the object when it is new to the archive: its class, then its `Serialize`.
+    /// Asserts "pClassRef != NULL". Raises 1 for a class with the schema 0xFFFF, 5 when no index is left.
+    void WriteObject(const VELM_CObject* pOb);
+    /// Loads an object reference. Without a class table: loads and drops 4 bytes and returns NULL. Raises 1 when the
+    /// requested class has the schema 0xFFFF, 3 when the data ends.
+    VELM_CObject* ReadObject(const VELM_CRuntimeClass* pClassRefRequested);
+    /// Stores a class reference, and the class record when it is new to the archive. Asserts and raises as
+    /// `WriteObject`.
+    void WriteClass(const VELM_CRuntimeClass* pClassRef);
+    /// Loads a class reference. Without a class table: loads and drops 4 bytes, stores 0 through `pObTag` and returns
+    /// NULL; raises 5 when `pObTag` is NULL. Raises 1 and 3 as `ReadObject`.
+    VELM_CRuntimeClass* ReadClass(const VELM_CRuntimeClass* pClassRefRequested, unsigned* pSchema = NULL,
+                                  unsigned long* pObTag = NULL);
+    /// `WriteClass` when storing, else `ReadClass` of a class reference alone.
+    void SerializeClass(const VELM_CRuntimeClass* pClassRef);
+    /// Gives the object the next index without storing or loading anything. NULL: nothing but the map or array, which
+    /// every operation on objects makes when there is none. Raises 5 when no index is left.
+    void MapObject(const VELM_CObject* pOb);
+    /// The schema of the object being loaded, once; 0xFFFFFFFF after that.
+    unsigned GetObjectSchema();
+    /// Raises 5 when no index is left.
+    void CheckCount();
+
+    /// \name For readers and writers of further types
+    /// \{
+
+    /// Loads one byte. Returns 1; 0 when the data ended.
+    int LoadByte(unsigned char& rValue)
+    {
+        if (m_nMode != load || m_lpBufCur == m_lpBufMax)
+            return Read(&rValue, 1) == 1;
+        rValue = *m_lpBufCur++;
+        return 1;
+    }
+    /// Loads a 32-bit value. Returns 1; 0 when the data ended.
+    int Load32(uint32_t& rValue)
+    {
+        unsigned char bytes[4];
+        const unsigned char* p = bytes;
+        if (m_nMode == load && m_lpBufMax - m_lpBufCur >= 4) {
+            p = m_lpBufCur;
+            m_lpBufCur += 4;
+        } else if (Read(bytes, 4) != 4) {
+            return 0;
+        }
+        rValue = p[0] | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
+        return 1;
+    }
+    /// Stores a 32-bit value.
+    void Store32(uint32_t nValue)
+    {
+        unsigned char bytes[4];
+        const bool bRoom = m_nMode == store && m_lpBufMax - m_lpBufCur >= 4;
+        unsigned char* p = bRoom ? m_lpBufCur : bytes;
+        p[0] = static_cast<unsigned char>(nValue);
+        p[1] = static_cast<unsigned char>(nValue >> 8);
+        p[2] = static_cast<unsigned char>(nValue >> 16);
+        p[3] = static_cast<unsigned char>(nValue >> 24);
+        if (bRoom)
+            m_lpBufCur += 4;
+        else
+            Write(bytes, 4);
+    }
+    /// Stores a string: the length prefix and the bytes.
+    void StoreString(const char* lpch, unsigned long nLength);
+    /// Loads a string. Returns 1; 0 and the empty string when the data ended. Memory grows only as data arrives.
+    int LoadString(VELM_CString& rString);
+    /// Whether the last transfer from the file came up short of what was asked.
+    int IsDataEnded() const { return m_nDataEnd != dataGoesOn; }
+    /// Raises 3, once for a transfer that came up short.
+    void RaiseDataEnded();
+    /// \}
+
+private:
+    enum { dataGoesOn, dataEnded, dataEndRaised };
+    int m_nDataEnd;
+
+    unsigned ReadFile(unsigned char* lpBuf, unsigned nRoom, unsigned nEnough);
+    bool CheckBuffer() const;
+    bool ReadLine(char* lpsz, unsigned nStop, bool bKeepLineEnd, volatile unsigned& nRead);
+    char* ReadLineProtected(char* lpsz, unsigned nStop, bool bKeepLineEnd);
+    bool MakeMap();
+    bool HasIndexLeft();
+    bool StoreClass(const VELM_CRuntimeClass* pClassRef);
+    bool StartReadClass(const VELM_CRuntimeClass* pClassRefRequested);
+};
+
+/// Stores one byte.
+VELM_INLINE VELM_CArchive& operator<<(VELM_CArchive& ar, unsigned char by)
+{
+    if (ar.m_nMode == VELM_CArchive::store && ar.m_lpBufCur != ar.m_lpBufMax)
+        *ar.m_lpBufCur++ = by;
+    else
+        ar.Write(&by, 1);
+    return ar;
+}
+
+/// Stores a 32-bit value in 4 bytes.
+VELM_INLINE VELM_CArchive& operator<<(VELM_CArchive& ar, unsigned int dw)
+{
+    ar.Store32(dw);
+    return ar;
+}
+
+/// Stores a 32-bit value in 4 bytes. A value above 0xFFFFFFFF fails "dw <= 0xFFFFFFFF" and nothing is stored.
+VELM_INLINE VELM_CArchive& operator<<(VELM_CArchive& ar, unsigned long dw)
+{
+    if (VELM_ASSERT(dw <= 0xFFFFFFFF))
+        ar.Store32(static_cast<uint32_t>(dw));
+    return ar;
+}
+
+/// Stores a string: its length in 1, 5 or 9 bytes, then its bytes.
+VELM_INLINE VELM_CArchive& operator<<(VELM_CArchive& ar, const VELM_CString& str)
+{
+    ar.StoreString(str.m_data, static_cast<unsigned long>(str.m_len));
+    return ar;
+}
+
+/// Loads one byte. Raises 3 when the data ends; the operand keeps its value then.
+VELM_INLINE VELM_CArchive& operator>>(VELM_CArchive& ar, unsigned char& by)
+{
+    if (!ar.LoadByte(by))
+        ar.RaiseDataEnded();
+    return ar;
+}
+
+/// Loads a 32-bit value. Raises 3 when the data ends; the operand keeps its value then.
+VELM_INLINE VELM_CArchive& operator>>(VELM_CArchive& ar, unsigned int& dw)
+{
+    uint32_t nValue;
+    if (ar.Load32(nValue))
+        dw = nValue;
+    else
+        ar.RaiseDataEnded();
+    return ar;
+}
+
+/// Loads a 32-bit value. Raises 3 when the data ends; the operand keeps its value then.
+VELM_INLINE VELM_CArchive& operator>>(VELM_CArchive& ar, unsigned long& dw)
+{
+    uint32_t nValue;
+    if (ar.Load32(nValue))
+        dw = nValue;
+    else
+        ar.RaiseDataEnded();
+    return ar;
+}
+
+/// Loads a string. Raises 3 when the data ends; the string is empty then.
+VELM_INLINE VELM_CArchive& operator>>(VELM_CArchive& ar, VELM_CString& str)
+{
+    if (!ar.LoadString(str))
+        ar.RaiseDataEnded();
+    return ar;
+}
+
+/// Stores the strings, or loads over them; as the operators. Where the data ends, the later ones keep their texts.
+VELM_API void SerializeElements(VELM_CArchive& ar, VELM_CString* pElements, int nCount);
+
+#endif

@@ -1,0 +1,52 @@
+#include "mcl/mfc_cmap.h"
+
+template class VELM_CMapTable<VELM_CPtrAssoc, void*>;
+
+VELM_CMapPtrToPtr::VELM_CMapPtrToPtr(int nBlockSize) : VELM_CMapTable(nBlockSize)
+{
+}
+
+VELM_CMapPtrToPtr::~VELM_CMapPtrToPtr()
+{
+}
+
+void*& VELM_CMapPtrToPtr::operator[](void* key)
+{
+    VELM_CAssoc* pAssoc = FindOrAdd(key);
+    if (pAssoc != nullptr)
+        return pAssoc->value;
+    static thread_local void* spare; // where a failed check left no entry
+    spare = nullptr;
+    return spare;
+}
+
+int VELM_CMapPtrToPtr::Lookup(void* key, void*& rValue) const
+{
+    unsigned nHash;
+    const VELM_CAssoc* pAssoc = GetAssocAt(key, nHash);
+    if (pAssoc == nullptr)
+        return 0;
+    rValue = pAssoc->value;
+    return 1;
+}
+
+int VELM_CMapPtrToPtr::LookupUINT(void* key, unsigned& rValue) const
+{
+    unsigned nHash;
+    const VELM_CAssoc* pAssoc = GetAssocAt(key, nHash);
+    if (pAssoc == nullptr)
+        return 0;
+    rValue = pAssoc->nValue;
+    return 1;
+}
+
+void VELM_CMapPtrToPtr::GetNextAssoc(__POSITION*& rNextPosition, void*& rKey, void*& rValue) const
+{
+    const VELM_CAssoc* pAssocRet = AssocAtPosition(rNextPosition);
+    rNextPosition = nullptr;
+    if (pAssocRet == nullptr || !VELM_ASSERT(AfxIsValidAddress(pAssocRet, sizeof(CAssoc))))
+        return;
+    rNextPosition = PositionBehind(pAssocRet);
+    rKey = pAssocRet->key;
+    rValue = pAssocRet->value;
+}

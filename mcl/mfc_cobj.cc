@@ -1,0 +1,126 @@
+#include "mcl/mfc_cobj.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "mcl/mfc_carccore.h"
+#include "mcl/mfc_template.h"
+
+VELM_CObject::VELM_CObject() : m_pOwned(nullptr)
+{
+}
+
+VELM_CObject::VELM_CObject(VELM_CObject&) : m_pOwned(nullptr)
+{
+}
+
+VELM_CObject& VELM_CObject::operator=(const VELM_CObject&)
+{
+    return *this;
+}
+
+VELM_CObject::~VELM_CObject()
+{
+    std::free(m_pOwned);
+}
+
+VELM_CRuntimeClass* VELM_CObject::GetRuntimeClass() const
+{
+    return nullptr;
+}
+
+void VELM_CObject::Serialize(VELM_CArchive&)
+{
+    std::printf("CObject Serialize NYI\n");
+}
+
+void VELM_CObject::AssertValid() const
+{
+}
+
+VELM_CObArray::VELM_CObArray()
+{
+}
+
+VELM_CObArray::~VELM_CObArray()
+{
+}
+
+int VELM_CObArray::GetSize() const
+{
+    return m_list.count;
+}
+
+VELM_CObject* VELM_CObArray::operator[](int nIndex) const
+{
+    return static_cast<VELM_CObject*>(m_list.findItem(nIndex));
+}
+
+int VELM_CObArray::Append(VELM_CObArray& src)
+{
+    const int n = src.GetSize();
+    for (int i = 0; i < n; ++i)
+        m_list.append(src.m_list.findItem(i));
+    return GetSize();
+}
+
+void VELM_CObArray::Copy(const VELM_CObArray& src)
+{
+    if (this == &src)
+        return;
+    const int n = src.GetSize();
+    m_list.clear();
+    for (int i = 0; i < n; ++i)
+        m_list.append(src.m_list.findItem(i));
+}
+
+void VELM_CObArray::InsertAt(int nIndex, VELM_CObject* newElement, int nCount)
+{
+    for (; nCount >= 1; --nCount)
+        m_list.insertAt(nIndex, newElement);
+}
+
+void VELM_CObArray::InsertAt(int nStartIndex, VELM_CObArray* pNewArray)
+{
+    if (pNewArray == nullptr)
+        return;
+    const int n = pNewArray->GetSize();
+    const int nFirst = nStartIndex < 0 ? 0 : nStartIndex < GetSize() ? nStartIndex : GetSize();
+    for (int i = 0; i < n; ++i) {
+        // Of an array inserted into itself, the items from nFirst on have moved up by the i inserted so far.
+        const bool bMoved = pNewArray == this && i >= nFirst;
+        m_list.insertAt(nFirst + i, pNewArray->m_list.findItem(bMoved ? i + i : i));
+    }
+}
+
+void VELM_CObArray::RemoveAt(int nIndex, int nCount)
+{
+    for (; nCount >= 1 && nIndex >= 0 && nIndex < GetSize(); --nCount)
+        m_list.remove(nIndex);
+}
+
+void VELM_CObArray::Serialize(VELM_CArchive& ar)
+{
+    if (ar.m_nMode == VELM_CArchive::store) {
+        int n = GetSize();
+        SerializeElements(ar, &n, 1);
+        for (int i = 0; i < n; ++i)
+            SerializeElements(ar, (*this)[i], 1);
+        return;
+    }
+    int n = 0;
+    SerializeElements(ar, &n, 1);
+    if (ar.IsDataEnded())
+        return;
+    for (int i = 0; i < n; ++i) {
+        VELM_CObject* pElement = new (std::nothrow) VELM_CObject;
+        if (pElement == nullptr)
+            AfxMemoryExhausted();
+        SerializeElements(ar, pElement, 1);
+        if (ar.IsDataEnded()) {
+            delete pElement;
+            return;
+        }
+        m_list.append(pElement);
+    }
+}

@@ -1,0 +1,70 @@
+/// \file
+/// The root of the serialisable classes, and the object array.
+#ifndef TAVNOMCL_MFC_COBJ_H
+#define TAVNOMCL_MFC_COBJ_H
+
+#include "host/GenericList.h"
+#include "mcl/mfc_base.h"
+
+class VELM_CArchive;
+struct VELM_CRuntimeClass;
+
+/// The root of every class whose objects can go through an archive.
+///
+/// A class that is to be stored with `VELM_CArchive::WriteObject` overrides `GetRuntimeClass` and `Serialize`.
+class VELM_API VELM_CObject {
+public:
+    void* m_pOwned; ///< A block of `malloc` that the destructor frees, or NULL. Set by derived classes only.
+
+    /// No owned block.
+    VELM_CObject();
+    /// The owned block stays with `src`; the copy has none.
+    VELM_CObject(VELM_CObject& src);
+    /// Both objects keep the blocks that they own.
+    VELM_CObject& operator=(const VELM_CObject& src);
+    /// Frees the owned block.
+    virtual ~VELM_CObject();
+    /// The class record of the object's class; NULL when the class has none, as in this class.
+    virtual VELM_CRuntimeClass* GetRuntimeClass() const;
+    /// Stores the object's data in the archive, or loads it. Here: prints "CObject Serialize NYI\n" on standard
+    /// output and moves no byte.
+    virtual void Serialize(VELM_CArchive& ar);
+    /// Checks the object's state. Here: does nothing.
+    virtual void AssertValid() const;
+};
+
+/// An ordered array of pointers to objects. It never deletes the objects.
+///
+/// Indexes count from 0 and are not asserted: one outside the array reads as NULL, inserts at the nearest end, and
+/// removes nothing.
+class VELM_API VELM_CObArray : public VELM_CObject {
+public:
+    GenericList m_list; ///< The elements.
+
+    /// An empty array.
+    VELM_CObArray();
+    /// Leaves the objects alive.
+    ~VELM_CObArray() override;
+    VELM_CObArray(const VELM_CObArray&) = delete;
+    VELM_CObArray& operator=(const VELM_CObArray&) = delete;
+
+    /// Number of elements.
+    int GetSize() const;
+    /// The element at `nIndex`; NULL when there is none.
+    VELM_CObject* operator[](int nIndex) const;
+    /// Appends the elements of `src`, which may be this array. Returns the size after that.
+    int Append(VELM_CObArray& src);
+    /// Replaces the elements by those of `src`; a copy from itself changes nothing.
+    void Copy(const VELM_CObArray& src);
+    /// Inserts `nCount` copies of the pointer at `nIndex`; a count below 1 does nothing.
+    void InsertAt(int nIndex, VELM_CObject* newElement, int nCount = 1);
+    /// Inserts the elements of the array, which may be this one, from `nStartIndex` on. NULL inserts nothing.
+    void InsertAt(int nStartIndex, VELM_CObArray* pNewArray);
+    /// Drops `nCount` pointers from `nIndex` on; a count below 1 does nothing.
+    void RemoveAt(int nIndex, int nCount = 1);
+    /// Stores the count (4 bytes) and 8 zero bytes for each element, or appends as many new plain objects, which
+    /// belong to the caller, as the archive holds whole images. Raises nothing, and prints nothing.
+    void Serialize(VELM_CArchive& ar) override;
+};
+
+#endif

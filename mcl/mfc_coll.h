@@ -1,0 +1,120 @@
+/// \file
+/// Growable arrays of pointers and of strings.
+#ifndef TAVNOMCL_MFC_COLL_H
+#define TAVNOMCL_MFC_COLL_H
+
+#include "mcl/mfc_base.h"
+#include "mcl/mfc_cstring.h"
+
+/// A growable array of untyped pointers. It never owns what they point to.
+///
+/// Indexes count from 0. A failed check leaves the array as it was. Exhausted memory: see `AfxMemoryExhausted`.
+class VELM_API VELM_CPtrArray {
+public:
+    void** m_data;  ///< The slots, of `malloc`; NULL exactly when the capacity is 0.
+    int m_size;     ///< Number of elements.
+    int m_max_size; ///< Number of slots: the capacity.
+    int m_grow_by;  ///< Growth step in slots; 0: an eighth of the size, at least 4 and at most 1024.
+
+    /// An empty array without slots.
+    VELM_CPtrArray();
+    ~VELM_CPtrArray();
+    VELM_CPtrArray(const VELM_CPtrArray&) = delete;
+    VELM_CPtrArray& operator=(const VELM_CPtrArray&) = delete;
+
+    /// Number of elements.
+    int GetSize() const { return m_size; }
+    /// The pointer at `nIndex`. Asserts "nIndex >= 0 && nIndex < m_size"; after a failure NULL.
+    void* GetAt(int nIndex) const { return VELM_ASSERT(nIndex >= 0 && nIndex < m_size) ? m_data[nIndex] : nullptr; }
+    /// Replaces the pointer at `nIndex`. Asserts "nIndex >= 0 && nIndex < m_size".
+    void SetAt(int nIndex, void* newElement)
+    {
+        if (VELM_ASSERT(nIndex >= 0 && nIndex < m_size))
+            m_data[nIndex] = newElement;
+    }
+
+    /// Makes the array `nNewSize` elements long; new ones are NULL. 0 releases the slots. A growth step other than -1
+    /// is kept for this and later growths. Asserts "nNewSize >= 0", and "nNewMax >= m_max_size" and
+    /// "nNewSize > m_size" while growing.
+    void SetSize(int nNewSize, int nGrowBy = -1);
+    /// Appends the pointers of `src`. Returns the index of the first one. Asserts "this != &src"; where that is
+    /// survived, the array is appended to itself.
+    int Append(const VELM_CPtrArray& src);
+    /// Replaces the elements by those of `src`. Asserts "this != &src".
+    void Copy(const VELM_CPtrArray& src);
+    /// Gives back the slots beyond the size.
+    void FreeExtra();
+    /// Replaces the pointer at `nIndex`, and grows the array to hold it. Asserts "nIndex >= 0".
+    void SetAtGrow(int nIndex, void* newElement);
+    /// Inserts `nCount` copies of the pointer at `nIndex`, and grows the array up to there. Asserts "nIndex >= 0",
+    /// "nCount > 0" and, after the growth, "nIndex + nCount <= m_size".
+    void InsertAt(int nIndex, void* newElement, int nCount = 1);
+    /// Inserts the pointers of another array, or of this one. Asserts "pNewArray != NULL", "nStartIndex >= 0".
+    void InsertAt(int nStartIndex, VELM_CPtrArray* pNewArray);
+    /// Removes `nCount` elements; the capacity stays. Asserts "nIndex >= 0", "nCount >= 0" and
+    /// "nIndex + nCount <= m_size".
+    void RemoveAt(int nIndex, int nCount = 1);
+};
+
+/// A growable array of strings, held in place.
+///
+/// Every string of the block, in use or not, is a constructed one. A reference to an element holds until the array
+/// grows. Where a check fails, nothing changes. Exhausted memory: see `AfxMemoryExhausted`.
+class VELM_API VELM_CStringArray {
+public:
+    VELM_CString* m_data; ///< The block, of operator new[], or NULL.
+    int m_size;           ///< Number of elements.
+    int m_max_size;       ///< Number of strings in the block: the capacity.
+
+    /// An empty array with a block of 16 strings.
+    VELM_CStringArray();
+    ~VELM_CStringArray();
+    /// An array that holds copies of the strings of `src`.
+    VELM_CStringArray(const VELM_CStringArray& src);
+
+    /// Number of elements.
+    int GetSize() const;
+    /// Index of the last element; -1 when there is none.
+    int GetUpperBound() const;
+    /// Makes the array `newSize` elements long; 0 releases the block. Strings beyond the size keep their texts, and
+    /// come back when the array grows within its capacity. `nGrowBy`: strings added beyond the new size by a growth
+    /// of the block; -1 for an eighth of the size, at least 4 and at most 1024. Asserts "newSize >= 0".
+    void SetSize(int newSize, int nGrowBy = -1);
+    /// A copy of the element. Asserts "nIndex >= 0 && nIndex < m_size"; after a failure an empty string.
+    VELM_CString GetAt(int nIndex) const;
+    /// \copydoc GetAt
+    VELM_CString operator[](int nIndex) const;
+    /// Assigns the text to the element; NULL makes it empty. Asserts "nIndex >= 0 && nIndex < m_size".
+    void SetAt(int nIndex, const char* newElement);
+    /// The element itself. Asserts "nIndex >= 0 && nIndex < m_size"; after a failure an empty string of no array.
+    VELM_CString& ElementAt(int nIndex);
+    /// \copydoc ElementAt
+    VELM_CString& operator[](int nIndex);
+    /// Appends a copy of the text, which may lie in this array. A full block grows by 16 strings.
+    void Add(const char* newElement);
+    /// \copydoc Add(const char*)
+    void Add(char* newElement);
+    /// \copydoc Add(const char*)
+    void Add(const VELM_CString& newElement);
+    /// Replaces the elements by copies of those of `src`; the capacity is the size then.
+    VELM_CStringArray& operator=(const VELM_CStringArray& src);
+    /// Appends copies of this array's strings to `dest`, which may be this array, in ascending order.
+    void Sort(VELM_CStringArray& dest) const;
+    /// 1 when an element equals the string, as by `VELM_CString::Compare(const char*)`, else 0.
+    int Contains(const VELM_CString& str) const;
+    /// \copydoc Contains(const VELM_CString&) const
+    int Contains(const char* str) const;
+    /// Index of the first element that equals the string; -1 when there is none.
+    int Find(const VELM_CString& str) const;
+    /// \copydoc Find(const VELM_CString&) const
+    int Find(const char* str) const;
+    /// Releases the block: no elements, capacity 0.
+    void RemoveAll();
+};
+
+extern "C" {
+/// The order of two strings for `qsort`: `a` and `b` point to pointers to `VELM_CString`. As `VELM_CString::Compare`.
+VELM_API int CStringCompare(const void* a, const void* b);
+}
+
+#endif

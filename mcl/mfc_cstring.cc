@@ -1,0 +1,207 @@
+#include "mcl/mfc_cstring.h"
+
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include "mcl/mfc_carcex.h"
+
+static int TextLength(const char* p)
+{
+    const std::size_t n = p == nullptr ? 0 : std::strlen(p);
+    if (n >= INT_MAX)
+        AfxMemoryExhausted();
+    return static_cast<int>(n);
+}
+
+// A new buffer that holds n bytes from p and the final NUL.
+static char* NewText(const char* p, int n)
+{
+    char* pText = static_cast<char*>(AfxAllocate(nullptr, static_cast<std::size_t>(n), 1, 1));
+    if (n > 0)
+        std::memcpy(pText, p, static_cast<std::size_t>(n));
+    pText[n] = '\0';
+    return pText;
+}
+
+void VELM_CString::Init(const char* p, int n)
+{
+    const int nText = n > 0 ? n : 0;
+    m_data = NewText(p, nText);
+    m_len = nText;
+}
+
+VELM_CString::VELM_CString()
+{
+    Init(nullptr, 0);
+}
+
+VELM_CString::VELM_CString(const char* p, int n)
+{
+    Init(p, n);
+}
+
+VELM_CString::VELM_CString(char* p, int n)
+{
+    Init(p, n);
+}
+
+VELM_CString::VELM_CString(const char* p)
+{
+    Init(p, TextLength(p));
+}
+
+VELM_CString::VELM_CString(char* p)
+{
+    Init(p, TextLength(p));
+}
+
+VELM_CString::VELM_CString(const unsigned char* p) : VELM_CString(reinterpret_cast<const char*>(p))
+{
+}
+
+VELM_CString::VELM_CString(const VELM_CString& src)
+{
+    Init(src.m_data, TextLength(src.m_data));
+}
+
+VELM_CString::~VELM_CString()
+{
+    std::free(m_data);
+}
+
+char VELM_CString::GetAt(int nIndex) const
+{
+    const bool bNotBelow = VELM_ASSERT(nIndex >= 0);
+    const bool bNotAbove = VELM_ASSERT(nIndex < m_len);
+    return bNotBelow && bNotAbove ? m_data[nIndex] : '\0';
+}
+
+char VELM_CString::operator[](int nIndex) const
+{
+    return GetAt(nIndex);
+}
+
+int VELM_CString::Compare(const VELM_CString& s) const
+{
+    return std::strcmp(m_data, s.m_data);
+}
+
+int VELM_CString::Compare(const char* p) const
+{
+    return p == nullptr ? m_len : std::strcmp(m_data, p);
+}
+
+int VELM_CString::Find(char ch) const
+{
+    const char* pFound = m_len == 0 ? nullptr : std::strchr(m_data, ch);
+    return pFound == nullptr ? -1 : static_cast<int>(pFound - m_data);
+}
+
+int VELM_CString::Find(const char* p) const
+{
+    const char* pFound = p == nullptr || *p == '\0' ? nullptr : std::strstr(m_data, p);
+    return pFound == nullptr ? -1 : static_cast<int>(pFound - m_data);
+}
+
+void VELM_CString::Empty()
+{
+    Set(nullptr, 0);
+}
+
+void VELM_CString::Set(const char* p, int n)
+{
+    char* pOld = m_data;
+    Init(p, n); // p may lie in the old buffer
+    std::free(pOld);
+}
+
+const VELM_CString& VELM_CString::operator=(const VELM_CString& src)
+{
+    if (this != &src)
+        *this = src.m_data;
+    return *this;
+}
+
+const VELM_CString& VELM_CString::operator=(const char* p)
+{
+    if (p != m_data)
+        Set(p, TextLength(p));
+    return *this;
+}
+
+const VELM_CString& VELM_CString::operator=(char* p)
+{
+    return *this = static_cast<const char*>(p);
+}
+
+const VELM_CString& VELM_CString::operator=(const unsigned char* p)
+{
+    return *this = reinterpret_cast<const char*>(p);
+}
+
+const VELM_CString& VELM_CString::operator+=(const VELM_CString& src)
+{
+    return Concat(src.m_data);
+}
+
+const VELM_CString& VELM_CString::operator+=(const char* p)
+{
+    return Concat(p);
+}
+
+const VELM_CString& VELM_CString::operator+=(char* p)
+{
+    return Concat(p);
+}
+
+const VELM_CString& VELM_CString::Concat(const char* p)
+{
+    return Concat(p, TextLength(p));
+}
+
+const VELM_CString& VELM_CString::Concat(const char* p, int n)
+{
+    if (p == nullptr || n < 1)
+        return *this;
+    if (n >= INT_MAX - m_len)
+        AfxMemoryExhausted();
+    // A source in the own buffer moves with it.
+    const std::size_t nOffset = reinterpret_cast<std::size_t>(p) - reinterpret_cast<std::size_t>(m_data);
+    const bool bOwn = nOffset <= static_cast<std::size_t>(m_len);
+    m_data = static_cast<char*>(AfxAllocate(m_data, static_cast<std::size_t>(m_len + n), 1, 1));
+    std::memcpy(m_data + m_len, bOwn ? m_data + nOffset : p, static_cast<std::size_t>(n));
+    m_len += n;
+    m_data[m_len] = '\0';
+    return *this;
+}
+
+int operator==(const VELM_CString& a, const VELM_CString& b)
+{
+    return a.Compare(b) == 0;
+}
+
+int operator!=(const VELM_CString& a, const VELM_CString& b)
+{
+    return a.Compare(b) != 0;
+}
+
+int operator<(const VELM_CString& a, const VELM_CString& b)
+{
+    return a.Compare(b) < 0;
+}
+
+int operator>(const VELM_CString& a, const VELM_CString& b)
+{
+    return a.Compare(b) > 0;
+}
+
+int operator<=(const VELM_CString& a, const VELM_CString& b)
+{
+    return a.Compare(b) <= 0;
+}
+
+int operator>=(const VELM_CString& a, const VELM_CString& b)
+{
+    return a.Compare(b) >= 0;
+}

@@ -1,0 +1,92 @@
+/// \file
+/// The string value: an owned byte string, copied on assignment.
+#ifndef TAVNOMCL_MFC_CSTRING_H
+#define TAVNOMCL_MFC_CSTRING_H
+
+#include "mcl/mfc_base.h"
+
+/// An owned, NUL-terminated byte string with an explicit length.
+///
+/// Each string owns one buffer of exactly `m_len` + 1 bytes, never shared and never NULL. The text may contain NUL
+/// bytes when it came from an operation with a length; operations that take a plain pointer, and copies of strings,
+/// measure with `strlen`. A source may lie inside the string's own buffer. Exhausted memory: see
+/// `AfxMemoryExhausted`.
+class VELM_API VELM_CString {
+public:
+    char* m_data; ///< The buffer, of `malloc`.
+    int m_len;    ///< Length of the text in bytes.
+
+    /// The empty string.
+    VELM_CString();
+    /// `n` bytes from `p`, NUL bytes included; empty when `n` is below 1.
+    VELM_CString(const char* p, int n);
+    /// \copydoc VELM_CString(const char*, int)
+    VELM_CString(char* p, int n);
+    /// A copy of a text; NULL gives the empty string.
+    VELM_CString(const char* p);
+    /// \copydoc VELM_CString(const char*)
+    VELM_CString(char* p);
+    /// \copydoc VELM_CString(const char*)
+    VELM_CString(const unsigned char* p);
+    /// A copy of the text up to the first NUL.
+    VELM_CString(const VELM_CString& src);
+    ~VELM_CString();
+
+    /// What the constructor with a length does, on an object without a buffer; an old buffer is not released.
+    void Init(const char* p, int n);
+
+    /// Length of the text in bytes.
+    int GetLength() const { return m_len; }
+    /// 1 when the length is 0, else 0.
+    int IsEmpty() const { return m_len == 0; }
+    /// The byte at `nIndex`. Asserts "nIndex >= 0" and "nIndex < m_len"; after a failure NUL.
+    char GetAt(int nIndex) const;
+    /// \copydoc GetAt
+    char operator[](int nIndex) const;
+    /// As `strcmp` of the two texts.
+    int Compare(const VELM_CString& s) const;
+    /// As `strcmp` of the two texts; with NULL, the length.
+    int Compare(const char* p) const;
+    /// Offset of the first such character, the final NUL included; -1 when there is none or the string is empty.
+    int Find(char ch) const;
+    /// Offset of the first occurrence; -1 when there is none, or the text is NULL or empty.
+    int Find(const char* p) const;
+
+    /// Makes the string empty.
+    void Empty();
+    /// Replaces the text by `n` bytes from `p`, NUL bytes included; empty when `n` is below 1.
+    void Set(const char* p, int n);
+    /// Replaces the text by that of `src` up to its first NUL.
+    const VELM_CString& operator=(const VELM_CString& src);
+    /// Replaces the text; NULL gives the empty string.
+    const VELM_CString& operator=(const char* p);
+    /// \copydoc operator=(const char*)
+    const VELM_CString& operator=(char* p);
+    /// \copydoc operator=(const char*)
+    const VELM_CString& operator=(const unsigned char* p);
+    /// Appends the text of `src` up to its first NUL.
+    const VELM_CString& operator+=(const VELM_CString& src);
+    /// Appends a text; NULL and the empty text change nothing.
+    const VELM_CString& operator+=(const char* p);
+    /// \copydoc operator+=(const char*)
+    const VELM_CString& operator+=(char* p);
+    /// \copydoc operator+=(const char*)
+    const VELM_CString& Concat(const char* p);
+    /// Appends `n` bytes, NUL bytes included; NULL or a length below 1 change nothing.
+    const VELM_CString& Concat(const char* p, int n);
+};
+
+/// 1 when the texts are equal, as by `strcmp`, else 0.
+VELM_API int operator==(const VELM_CString& a, const VELM_CString& b);
+/// 1 when the texts differ, as by `strcmp`, else 0.
+VELM_API int operator!=(const VELM_CString& a, const VELM_CString& b);
+/// 1 when `a` sorts before `b`, as by `strcmp`, else 0.
+VELM_API int operator<(const VELM_CString& a, const VELM_CString& b);
+/// 1 when `a` sorts after `b`, as by `strcmp`, else 0.
+VELM_API int operator>(const VELM_CString& a, const VELM_CString& b);
+/// 1 when `a` does not sort after `b`, as by `strcmp`, else 0.
+VELM_API int operator<=(const VELM_CString& a, const VELM_CString& b);
+/// 1 when `a` does not sort before `b`, as by `strcmp`, else 0.
+VELM_API int operator>=(const VELM_CString& a, const VELM_CString& b);
+
+#endif

@@ -1,0 +1,76 @@
+/// \file
+/// Element helpers: how the collection templates construct, destroy, compare, hash and archive their elements.
+///
+/// A caller who instantiates `VELM_CMap` for types of its own specialises the templates whose general form does not
+/// fit (or, for `HashKey` of a class, overloads it). Each takes `nCount` contiguous elements; 0 does nothing.
+#ifndef TAVNOMCL_MFC_TEMPLATE_H
+#define TAVNOMCL_MFC_TEMPLATE_H
+
+#include <stdint.h>
+#include <string.h>
+
+#include <new>
+
+#include "host/fxStr.h"
+#include "mcl/mfc_carccore.h"
+
+/// 1 when the stored element equals the key argument, else 0. In general: by operator==.
+template <class TYPE, class ARG_TYPE> int CompareElements(const TYPE* pElement1, const ARG_TYPE* pElement2)
+{
+    return *pElement1 == *pElement2;
+}
+
+/// Constructs elements in raw storage: zeroes all of it, then constructs each by its default constructor.
+template <class TYPE> void ConstructElements(TYPE* pElements, int nCount)
+{
+    memset(static_cast<void*>(pElements), 0, static_cast<size_t>(nCount) * sizeof(TYPE));
+    for (int i = 0; i < nCount; ++i)
+        ::new (static_cast<void*>(pElements + i)) TYPE();
+}
+
+/// Destroys elements, in ascending order; the storage stays.
+template <class TYPE> void DestructElements(TYPE* pElements, int nCount)
+{
+    for (int i = 0; i < nCount; ++i)
+        pElements[i].~TYPE();
+}
+
+/// Stores elements in the archive, or loads them over constructed ones. In general: each by operator<< and >>.
+template <class TYPE> void SerializeElements(VELM_CArchive& ar, TYPE* pElements, int nCount)
+{
+    for (int i = 0; i < nCount; ++i) {
+        if (ar.m_nMode == VELM_CArchive::store)
+            ar << pElements[i];
+        else
+            ar >> pElements[i];
+    }
+}
+
+/// The hash value of a key, in general: of its 32 low bits, as an integer or an address, shifted right by 4. The text
+/// behind a `const char*` is not looked at.
+template <class ARG_KEY> unsigned HashKey(ARG_KEY key)
+{
+    return static_cast<uint32_t>((uintptr_t)key) >> 4;
+}
+/// The hash value of a text; NULL counts as the empty text, whose value is 0.
+VELM_API unsigned HashKey(char* key);
+
+/// As the general form; a NULL key counts as the empty text.
+template <> VELM_API int CompareElements(const fxStr* pElement1, const char* const* pElement2);
+/// \copydoc CompareElements(const fxStr*, const char* const*)
+template <> VELM_API int CompareElements(const fxStr* pElement1, char* const* pElement2);
+/// As the general form, with the constructor that takes an unsigned, given 0.
+template <> VELM_API void ConstructElements(fxStr* pElements, int nCount);
+/// Each string as the archive's operators do with a `VELM_CString`. Where the data ends inside one, it is left empty,
+/// the later ones as they were, and 3 is raised.
+template <> VELM_API void SerializeElements(VELM_CArchive& ar, fxStr* pElements, int nCount);
+/// 4 bytes for each int, least significant first, by one transfer. Whether all came is left to the caller to ask.
+template <> VELM_API void SerializeElements(VELM_CArchive& ar, int* pElements, int nCount);
+/// 8 zero bytes for each object, by one transfer. A loaded object keeps its state.
+template <> VELM_API void SerializeElements(VELM_CArchive& ar, VELM_CObject* pElements, int nCount);
+
+extern template VELM_API void DestructElements<fxStr>(fxStr*, int);
+extern template VELM_API void ConstructElements<int>(int*, int);
+extern template VELM_API void DestructElements<int>(int*, int);
+
+#endif

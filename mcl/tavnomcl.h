@@ -1,0 +1,21 @@
+/// \file
+/// Every class of the library.
+#ifndef TAVNOMCL_TAVNOMCL_H
+#define TAVNOMCL_TAVNOMCL_H
+
+#include "mcl/mfc_carccore.h"
+#include "mcl/mfc_carcex.h"
+#include "mcl/mfc_cfile.h"
+#include "mcl/mfc_cmap.h"
+#include "mcl/mfc_cobj.h"
+#include "mcl/mfc_coll.h"
+#include "mcl/mfc_cplex.h"
+#include "mcl/mfc_crun.h"
+#include "mcl/mfc_cstring.h"
+#include "mcl/mfc_template.h"
+#include "mcl/mfc_time.h"
+#include "mcl/tavnomcl_init_check.h"
+#include "mcl/tbs_version_id.h"
+#include "mcl/tmpl_cmap_fxStr.h"
+
+#endif

@@ -1,0 +1,124 @@
+#include "tests/support/watch.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstring>
+
+static HostWatch* pWatch = nullptr;
+
+HostWatch::HostWatch(bool bReturns) : bRaiseReturns(bReturns)
+{
+    pWatch = this;
+}
+
+HostWatch::~HostWatch()
+{
+    pWatch = nullptr;
+}
+
+std::string HostWatch::Texts() const
+{
+    std::string texts;
+    for (const Report& report : reports)
+        texts += report.text + "\n";
+    return texts;
+}
+
+// The test program's own host routines take precedence over those of the host library.
+void pfm_assert_fail(const char* lpszText, const char* lpszFile, int nLine)
+{
+    if (pWatch != nullptr)
+        pWatch->reports.push_back({lpszText, lpszFile});
+    else
+        ADD_FAILURE() << lpszFile << ":" << nLine << ": assertion failed: " << lpszText;
+}
+
+void pfm_raise(int code)
+{
+    if (pWatch == nullptr)
+        ADD_FAILURE() << "raise " << code;
+    else
+        pWatch->raises.push_back(code);
+    if (pWatch != nullptr && pWatch->bRaiseReturns)
+        return;
+    static const auto pHostRaise = reinterpret_cast<void (*)(int)>(dlsym(RTLD_NEXT, "pfm_raise"));
+    pHostRaise(code);
+}
+
+std::string Outcome(const std::function<void()>& body, bool bRaiseReturns)
+{
+    HostWatch watch(bRaiseReturns);
+    pfm_protect(body);
+    std::string outcome;
+    for (const HostWatch::Report& report : watch.reports)
+        outcome += (outcome.empty() ? "" : "; ") + report.text;
+    for (const int code : watch.raises)
+        outcome += (outcome.empty() ? "raise " : "; raise ") + std::to_string(code);
+    return outcome;
+}
+
+std::string Printed(const std::function<void()>& body)
+{
+    testing::internal::CaptureStdout();
+    body();
+    return testing::internal::GetCapturedStdout();
+}
+
+VELM_CString MemoryFile::GetFilePath() const
+{
+    const_cast<MemoryFile*>(this)->calls.push_back("GetFilePath");
+    return VELM_CFile::GetFilePath();
+}
+
+bool MemoryFile::Call(const std::string& call)
+{
+    calls.push_back(call);
+    return calls.size() <= nFailFrom;
+}
+
+unsigned MemoryFile::Read(void* lpBuf, unsigned nCount)
+{
+    const bool bWorks = Call("Read " + std::to_string(nCount));
+    const unsigned nLeft = static_cast<unsigned>(data.size()) - nPosition;
+    const unsigned n = bWorks ? std::min({nCount, nLeft, nMostPerRead}) : 0;
+    std::memcpy(lpBuf, data.data() + nPosition, n);
+    nPosition += n;
+    return n;
+}
+
+void MemoryFile::Write(const void* lpBuf, unsigned nCount)
+{
+    if (Call("Write " + std::to_string(nCount)))
+        data.append(static_cast<const char*>(lpBuf), nCount);
+}
+
+long MemoryFile::Seek(long lOff, unsigned nFrom)
+{
+    Call("Seek " + std::to_string(lOff) + " " + std::to_string(nFrom));
+    nPosition = static_cast<unsigned>(static_cast<long>(nPosition) + lOff);
+    return 0;
+}
+
+std::string Stored(const std::function<void(VELM_CArchive&)>& body, int nBufSize)
+{
+    MemoryFile file;
+    {
+        VELM_CArchive ar(&file, VELM_CArchive::store, nBufSize);
+        body(ar);
+    }
+    return file.data;
+}
+
+std::string Bytes(const char* hex)
+{
+    std::string bytes;
+    for (; *hex != '\0'; ++hex) {
+        if (*hex != ' ') {
+            bytes += static_cast<char>(std::stoi(std::string(hex, 2), nullptr, 16));
+            ++hex;
+        }
+    }
+    return bytes;
+}

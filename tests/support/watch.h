@@ -1,0 +1,58 @@
+// What the tests share: a host that records reports and raises, and a file in memory that records its calls.
+#ifndef TESTS_SUPPORT_WATCH_H
+#define TESTS_SUPPORT_WATCH_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "mcl/tavnomcl.h"
+
+// While it lives, failed checks and raises are recorded. Outside of one, both fail the test.
+class HostWatch {
+public:
+    struct Report {
+        std::string text, file;
+    };
+    std::vector<Report> reports; // failed checks
+    std::vector<int> raises;     // raised codes
+    bool bRaiseReturns;          // whether pfm_raise comes back to the raising operation
+
+    explicit HostWatch(bool bReturns = false);
+    ~HostWatch();
+    // The texts of the reports, one a line.
+    std::string Texts() const;
+};
+
+// Runs body and returns what it reported and raised, as in "nIndex >= 0; raise 3"; "" for nothing.
+// With bRaiseReturns, a raise comes back to the raising operation, else it ends the body.
+std::string Outcome(const std::function<void()>& body, bool bRaiseReturns = false);
+
+// Runs body and returns what it printed on standard output.
+std::string Printed(const std::function<void()>& body);
+
+// A file in memory.
+class MemoryFile : public VELM_CFile {
+public:
+    std::string data;                // the contents; writes append
+    std::vector<std::string> calls;  // such as "Read 128", "Write 44", "Seek -118 1", "GetFilePath"
+    unsigned nPosition = 0;          // of the next read
+    unsigned nMostPerRead = ~0u;     // a read delivers at most so many bytes
+    size_t nFailFrom = ~size_t{0};   // from that call on (the first is 0), nothing is read or written
+
+    explicit MemoryFile(std::string contents = "") : VELM_CFile("memory"), data(std::move(contents)) {}
+    VELM_CString GetFilePath() const override;
+    unsigned Read(void* lpBuf, unsigned nCount) override;
+    void Write(const void* lpBuf, unsigned nCount) override;
+    long Seek(long lOff, unsigned nFrom) override;
+
+private:
+    bool Call(const std::string& call);
+};
+
+// The bytes that body stores through an archive with a buffer of that size.
+std::string Stored(const std::function<void(VELM_CArchive&)>& body, int nBufSize = 4096);
+// Bytes written as "01 61 FF", blanks optional.
+std::string Bytes(const char* hex);
+
+#endif
