@@ -24,7 +24,7 @@ VELM_CArchive::VELM_CArchive(VELM_CFile* pFile, unsigned nMode, int nBufSize, vo
     : m_pReserved(nullptr), m_nReserved(1), m_bDirectBuffer(FALSE), m_nCurSchema(0xFFFFFFFF), m_nMode(nMode),
       m_bCallerBuf(1), m_nBufSize(nBufSize), m_pFile(pFile), m_lpBufStart(static_cast<unsigned char*>(lpBuf)),
       m_nIndexCount(0), m_pStoreMap(nullptr), m_pLoader(nullptr), m_nMapGrowth(nMode != store ? 64 : 16),
-      m_nMapBuckets(137), m_nDataEnd(dataGoesOn)
+      m_nMapBuckets(137), m_nDataEnd(dataGoesOn), m_nFileBytes(0)
 {
     if (pFile != nullptr)
         m_strFileName = pFile->GetFilePath();
@@ -82,6 +82,7 @@ unsigned VELM_CArchive::ReadFile(unsigned char* lpBuf, unsigned nRoom, unsigned 
             n = nRoom - nTotal;
         nTotal += n;
     } while (n > 0 && nTotal < nRoom && nTotal < nEnough);
+    m_nFileBytes += nTotal;
     return nTotal;
 }
 
@@ -180,6 +181,7 @@ void VELM_CArchive::Flush()
     if ((m_nMode & load) != 0) {
         if (m_lpBufCur != m_lpBufMax)
             m_pFile->Seek(static_cast<long>(m_lpBufCur - m_lpBufMax), 1);
+        m_nFileBytes = GetOffset();
         m_lpBufCur = m_lpBufMax;
     } else if (m_lpBufCur != m_lpBufStart) {
         m_pFile->Write(m_lpBufStart, static_cast<unsigned>(m_lpBufCur - m_lpBufStart));
@@ -211,7 +213,7 @@ void VELM_CArchive::FillBuffer(unsigned nBytesNeeded)
         m_nDataEnd = dataGoesOn;
     }
     if (static_cast<size_t>(m_lpBufMax - m_lpBufCur) < nBytesNeeded)
-        AfxThrowArchiveException(VELM_CArchiveException::causeEndOfFile, NULL);
+        FailLoad(VELM_CArchiveException::causeEndOfFile, m_nFileBytes, "the data ends");
 }
 
 void VELM_CArchive::RaiseDataEnded()
@@ -219,7 +221,7 @@ void VELM_CArchive::RaiseDataEnded()
     if (m_nDataEnd != dataEnded)
         return;
     m_nDataEnd = dataEndRaised;
-    AfxThrowArchiveException(VELM_CArchiveException::causeEndOfFile, NULL);
+    FailLoad(VELM_CArchiveException::causeEndOfFile, GetOffset(), "the data ends");
 }
 
 void VELM_CArchive::WriteCount(unsigned long dwCount)

@@ -10,6 +10,8 @@
 #include "mcl/mfc_cfile.h"
 #include "mcl/mfc_crun.h"
 
+class VELM_CArchiveLoader;
+class VELM_CClassTable;
 class VELM_CMapPtrToPtr;
 class VELM_CPtrArray;
 
@@ -109,14 +111,21 @@ public:
     /// Stores an object reference, and the object when it is new to the archive: its class, then its `Serialize`.
     /// Asserts "pClassRef != NULL". Raises 1 for a class with the schema 0xFFFF, 5 when no index is left.
     void WriteObject(const VELM_CObject* pOb);
-    /// Loads an object reference. Without a class table: loads and drops 4 bytes and returns NULL. Raises 1 when the
-    /// requested class has the schema 0xFFFF, 3 when the data ends.
+    /// Loads an object reference: NULL, an object that the archive had before, or a new object, which its class's
+    /// table entry makes, which gets its index, and whose `Serialize` is called then. The object is of the requested
+    /// class or of one derived from it; NULL requests nothing. See `SetClassTable` for what can be wrong.
+    ///
+    /// Without a class table: loads and drops 4 bytes and returns NULL. Raises 1 when the requested class has the
+    /// schema 0xFFFF, 3 when the data ends.
     VELM_CObject* ReadObject(const VELM_CRuntimeClass* pClassRefRequested);
     /// Stores a class reference, and the class record when it is new to the archive. Asserts and raises as
     /// `WriteObject`.
     void WriteClass(const VELM_CRuntimeClass* pClassRef);
-    /// Loads a class reference. Without a class table: loads and drops 4 bytes, stores 0 through `pObTag` and returns
-    /// NULL; raises 5 when `pObTag` is NULL. Raises 1 and 3 as `ReadObject`.
+    /// Loads a class reference and returns the class, its stored schema through `pSchema`. Where an object reference
+    /// stands instead, returns NULL and its index through `pObTag`, or raises 5 when that is NULL.
+    ///
+    /// Without a class table: loads and drops 4 bytes, stores 0 through `pObTag` and returns NULL; raises 5 when
+    /// `pObTag` is NULL. Raises 1 and 3 as `ReadObject`.
     VELM_CRuntimeClass* ReadClass(const VELM_CRuntimeClass* pClassRefRequested, unsigned* pSchema = NULL,
                                   unsigned long* pObTag = NULL);
     /// `WriteClass` when storing, else `ReadClass` of a class reference alone.
@@ -124,6 +133,22 @@ public:
     /// Gives the object the next index without storing or loading anything. NULL: nothing but the map or array, which
     /// every operation on objects makes when there is none. Raises 5 when no index is left.
     void MapObject(const VELM_CObject* pOb);
+    /// Loading: switches the loading of objects and classes on, with these classes; NULL switches it off again. The
+    /// table outlives the archive. Asserts "IsLoading()".
+    ///
+    /// The data may come from anywhere. What is wrong in it ends in a raise, which `GetErrorText` explains: 3 when it
+    /// ends; 5 for an index that was not given out, that is an object where a class is needed or a class where an
+    /// object is, or when no index is left; 1 for a class that is not in the table, that has the stored schema 0xFFFF
+    /// or a newer one than in the table, or that is not the requested one, and for objects that are nested too deep.
+    /// After a raise, `DeleteLoadedObjects` and destruction are all that is left to do with the archive.
+    void SetClassTable(const VELM_CClassTable* pTable);
+    /// How deep objects may be nested in each other's `Serialize` while they load; 4096 unless set.
+    void SetMaxDepth(unsigned nMaxDepth);
+    /// What went wrong in the last load that raised, and at which offset in the stream, in one line of printable
+    /// characters; "" for nothing. Valid until the next failure.
+    const char* GetErrorText() const;
+    /// Deletes every object that this archive has made. Otherwise they are the caller's.
+    void DeleteLoadedObjects();
     /// The schema of the object being loaded, once; 0xFFFFFFFF after that.
     unsigned GetObjectSchema();
     /// Raises 5 when no index is left.
@@ -182,6 +207,7 @@ public:
 private:
     enum { dataGoesOn, dataEnded, dataEndRaised };
     int m_nDataEnd;
+    unsigned long long m_nFileBytes; // read from the file so far
 
     unsigned ReadFile(unsigned char* lpBuf, unsigned nRoom, unsigned nEnough);
     bool CheckBuffer() const;
@@ -191,6 +217,14 @@ private:
     bool HasIndexLeft();
     bool StoreClass(const VELM_CRuntimeClass* pClassRef);
     bool StartReadClass(const VELM_CRuntimeClass* pClassRefRequested);
+
+    friend class VELM_CArchiveLoader;
+    friend struct VELM_CRuntimeClass;
+    VELM_CArchiveLoader* Loader();
+    bool HasClassTable() const;
+    unsigned long long GetOffset() const;
+    __attribute__((format(printf, 4, 5))) void FailLoad(int cause, unsigned long long nOffset, const char* lpszFormat,
+                                                        ...);
 };
 
 /// Stores one byte.

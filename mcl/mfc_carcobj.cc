@@ -1,7 +1,7 @@
 // Object and class references of an archive.
 #include <cstdio>
 
-#include "mcl/mfc_carccore.h"
+#include "mcl/mfc_carcload.h"
 #include "mcl/mfc_cmap.h"
 #include "mcl/mfc_cobj.h"
 #include "mcl/mfc_coll.h"
@@ -51,7 +51,11 @@ bool VELM_CArchive::HasIndexLeft()
 {
     if (m_nIndexCount < nIndexLimit)
         return true;
-    AfxThrowArchiveException(VELM_CArchiveException::causeBadIndex, m_strFileName.m_data);
+    if ((m_nMode & load) != 0)
+        FailLoad(VELM_CArchiveException::causeBadIndex, GetOffset(), "no index is left: the limit is %u",
+                 static_cast<unsigned>(nIndexLimit));
+    else
+        AfxThrowArchiveException(VELM_CArchiveException::causeBadIndex, m_strFileName.m_data);
     return false;
 }
 
@@ -141,28 +145,32 @@ void VELM_CArchive::SerializeClass(const VELM_CRuntimeClass* pClassRef)
 // What ReadClass and ReadObject begin with; false when it ends there.
 bool VELM_CArchive::StartReadClass(const VELM_CRuntimeClass* pClassRefRequested)
 {
-    if (!VELM_ASSERT(IsLoading()))
+    VELM_ASSERT(IsLoading());
+    if ((m_nMode & load) == 0)
         return false;
     if (pClassRefRequested != nullptr && pClassRefRequested->m_nSchema == nNoSchema) {
-        pfm_raise(VELM_CArchiveException::causeGeneric);
+        FailLoad(VELM_CArchiveException::causeGeneric, GetOffset(), "class \"%s\" cannot go through an archive",
+                 pClassRefRequested->m_pszName);
         return false;
     }
     MakeMap();
     return true;
 }
 
-VELM_CRuntimeClass* VELM_CArchive::ReadClass(const VELM_CRuntimeClass* pClassRefRequested, unsigned*,
+VELM_CRuntimeClass* VELM_CArchive::ReadClass(const VELM_CRuntimeClass* pClassRefRequested, unsigned* pSchema,
                                              unsigned long* pObTag)
 {
     if (!StartReadClass(pClassRefRequested))
         return nullptr;
+    if (HasClassTable())
+        return Loader()->LoadClass(pClassRefRequested, pSchema, pObTag);
     uint32_t nDropped;
     if (!Load32(nDropped)) {
         RaiseDataEnded();
         return nullptr;
     }
     if (pObTag == nullptr) {
-        AfxThrowArchiveException(VELM_CArchiveException::causeBadIndex, m_strFileName.m_data);
+        FailLoad(VELM_CArchiveException::causeBadIndex, GetOffset(), "no class loads without a class table");
         return nullptr;
     }
     *pObTag = 0;
@@ -172,9 +180,11 @@ VELM_CRuntimeClass* VELM_CArchive::ReadClass(const VELM_CRuntimeClass* pClassRef
 VELM_CObject* VELM_CArchive::ReadObject(const VELM_CRuntimeClass* pClassRefRequested)
 {
     VELM_ASSERT(IsLoading());
+    if (HasClassTable())
+        return StartReadClass(pClassRefRequested) ? Loader()->LoadObject(pClassRefRequested) : nullptr;
     unsigned long nObTag = 0;
     ReadClass(pClassRefRequested, nullptr, &nObTag);
-    if (!IsLoading() || m_pLoadArray == nullptr)
+    if ((m_nMode & load) == 0 || m_pLoadArray == nullptr)
         return nullptr;
     return static_cast<VELM_CObject*>(m_pLoadArray->GetAt(0));
 }

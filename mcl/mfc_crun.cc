@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "mcl/mfc_carccore.h"
+#include "mcl/mfc_carcload.h"
 
 void VELM_CRuntimeClass::Store(VELM_CArchive& ar) const
 {
@@ -13,6 +13,15 @@ void VELM_CRuntimeClass::Store(VELM_CArchive& ar) const
 
 VELM_CRuntimeClass* VELM_CRuntimeClass::Load(VELM_CArchive& ar, unsigned* pwSchemaNum)
 {
+    unsigned nSchema = 0;
+    if (ar.HasClassTable()) {
+        const VELM_CClassTable::Class* pClass = ar.Loader()->LoadClassRecord(nSchema);
+        if (pClass == nullptr)
+            return nullptr;
+        if (pwSchemaNum != nullptr)
+            *pwSchemaNum = nSchema;
+        return pClass->pClass;
+    }
     unsigned nDropped;
     ar >> nDropped;
     if (pwSchemaNum != nullptr)

@@ -5,6 +5,7 @@
 
 #include "mcl/mfc_carccore.h"
 #include "mcl/mfc_carcex.h"
+#include "mcl/mfc_cclass.h"
 #include "mcl/mfc_cfile.h"
 #include "mcl/mfc_cmap.h"
 #include "mcl/mfc_cobj.h"

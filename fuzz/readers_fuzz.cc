@@ -1,0 +1,213 @@
+// Feeds every reader of the library with arbitrary data. The first byte of an input chooses the reader and the size
+// of the archive's buffer; the rest is the archive.
+//
+// Whatever the data, a reader ends in a raise or in a sound result; a graph that loads must survive being stored and
+// loaded again. With an argument "--seeds DIRECTORY" the program writes inputs made by the library's own writers.
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+
+#include "tests/support/graph.h"
+
+namespace {
+
+enum Reader { objects, classes, values, lines, textMap, addressMap, objectArray, strings, readerCount };
+
+class BytesFile : public VELM_CFile {
+public:
+    std::string bytes;
+    size_t nPosition = 0;
+
+    explicit BytesFile(std::string contents = "") : bytes(std::move(contents)) {}
+    unsigned Read(void* lpBuf, unsigned nCount) override
+    {
+        const size_t n = bytes.copy(static_cast<char*>(lpBuf), nCount, nPosition);
+        nPosition += n;
+        return static_cast<unsigned>(n);
+    }
+    void Write(const void* lpBuf, unsigned nCount) override { bytes.append(static_cast<const char*>(lpBuf), nCount); }
+    long Seek(long, unsigned) override { return -1; }
+};
+
+void Require(bool bHolds)
+{
+    if (!bHolds)
+        std::abort();
+}
+
+// Loads as many objects as there are. What the graph looks like; "" when it could not be loaded.
+std::string LoadGraph(const std::string& bytes, int nBufSize, std::string* pStoredAgain)
+{
+    BytesFile file(bytes);
+    VELM_CArchive ar(&file, VELM_CArchive::load, nBufSize);
+    ar.SetClassTable(&GraphClasses());
+    std::vector<VELM_CObject*> roots;
+    const int nRaised = pfm_protect([&] {
+        for (unsigned long n = ar.ReadCount(); n > 0; --n)
+            roots.push_back(ar.ReadObject(&Node::record));
+    });
+    Require((nRaised == 0) == (*ar.GetErrorText() == '\0'));
+    std::string description;
+    if (nRaised == 0) {
+        description = Describe(roots);
+        BytesFile again;
+        VELM_CArchive storing(&again, VELM_CArchive::store);
+        storing.WriteCount(roots.size());
+        for (const VELM_CObject* pRoot : roots)
+            storing.WriteObject(pRoot);
+        storing.Close();
+        if (pStoredAgain != nullptr)
+            *pStoredAgain = again.bytes;
+    }
+    ar.DeleteLoadedObjects();
+    return description;
+}
+
+void ReadObjects(const std::string& bytes, int nBufSize)
+{
+    std::string storedAgain;
+    const std::string description = LoadGraph(bytes, nBufSize, &storedAgain);
+    if (!description.empty())
+        Require(LoadGraph(storedAgain, nBufSize, nullptr) == description);
+}
+
+template <class Map> void ReadMap(VELM_CArchive& ar)
+{
+    Map map(3);
+    pfm_protect([&] { map.Serialize(ar); });
+    fxStr key;
+    int nValue = 0, nEntries = 0;
+    for (__POSITION* position = map.GetStartPosition(); position != nullptr; ++nEntries)
+        map.GetNextAssoc(position, key, nValue);
+    Require(nEntries == map.GetCount());
+}
+
+void ReadOther(Reader reader, VELM_CArchive& ar)
+{
+    unsigned nSchema;
+    unsigned long nTag, nValue;
+    unsigned char by;
+    VELM_CString text, texts[3];
+    char line[20];
+    VELM_CObArray array;
+    switch (reader) {
+    case classes:
+        ar.SetClassTable(&GraphClasses());
+        pfm_protect([&] {
+            while (ar.ReadClass(&Node::record, &nSchema, &nTag) != nullptr)
+                VELM_CRuntimeClass::Load(ar, &nSchema);
+        });
+        break;
+    case values:
+        pfm_protect([&] {
+            for (;;) {
+                ar >> by >> nSchema >> nValue >> text;
+                ar.ReadCount();
+            }
+        });
+        break;
+    case lines:
+        while (ar.ReadString(text) && ar.ReadString(line, 19) != nullptr &&
+               ar.ReadString(line, static_cast<unsigned>(-19)) != nullptr)
+            Require(text.GetLength() >= 0);
+        break;
+    case textMap:
+        ReadMap<VELM_CMap<fxStr, char*, int, int>>(ar);
+        break;
+    case addressMap:
+        ReadMap<VELM_CMap<fxStr, const char*, int, int>>(ar);
+        break;
+    case objectArray:
+        pfm_protect([&] { array.Serialize(ar); });
+        for (int i = 0; i < array.GetSize(); ++i)
+            delete array[i];
+        break;
+    default:
+        pfm_protect([&] { SerializeElements(ar, texts, 3); });
+    }
+}
+
+void WriteSeed(const std::string& directory, Reader reader, void (*pfnWrite)(VELM_CArchive&))
+{
+    BytesFile file(std::string(1, static_cast<char>(reader)));
+    VELM_CArchive ar(&file, VELM_CArchive::store);
+    pfnWrite(ar);
+    ar.Close();
+    std::ofstream(directory + "/reader" + std::to_string(reader), std::ios::binary) << file.bytes;
+}
+
+template <class Map> void StoreMap(VELM_CArchive& ar)
+{
+    static char first[] = "first", second[] = "second";
+    Map map(3);
+    map[first] = 1;
+    map[second] = -2;
+    map.Serialize(ar);
+}
+
+void WriteSeeds(const std::string& directory)
+{
+    WriteSeed(directory, objects, [](VELM_CArchive& ar) {
+        Node a(1), b(2);
+        Leaf c(3, "leaf"), d(4, "");
+        a.links = {&b, &c, nullptr, &a};
+        c.links = {&d, &a};
+        ar.WriteCount(3);
+        ar.WriteObject(&a);
+        ar.WriteObject(&d);
+        ar.WriteObject(nullptr);
+    });
+    WriteSeed(directory, classes, [](VELM_CArchive& ar) {
+        ar.WriteClass(&Node::record);
+        Leaf::record.Store(ar);
+        ar.WriteClass(&Leaf::record);
+        Node::record.Store(ar);
+        ar.WriteClass(&Node::record);
+    });
+    WriteSeed(directory, values, [](VELM_CArchive& ar) {
+        const std::string longText(300, 'x');
+        ar << static_cast<unsigned char>(7) << 8u << 9ul << VELM_CString(longText.c_str());
+        ar.WriteCount(70000);
+    });
+    WriteSeed(directory, lines, [](VELM_CArchive& ar) { ar.WriteString("one\ntwo\r\n\n\rlast line without an end"); });
+    WriteSeed(directory, textMap, StoreMap<VELM_CMap<fxStr, char*, int, int>>);
+    WriteSeed(directory, addressMap, StoreMap<VELM_CMap<fxStr, const char*, int, int>>);
+    WriteSeed(directory, objectArray, [](VELM_CArchive& ar) {
+        VELM_CObArray array;
+        array.InsertAt(0, nullptr, 3);
+        array.Serialize(ar);
+    });
+    WriteSeed(directory, strings, [](VELM_CArchive& ar) {
+        VELM_CString texts[] = {"one", "", "three"};
+        SerializeElements(ar, texts, 3);
+    });
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
+{
+    if (*argc == 3 && std::string((*argv)[1]) == "--seeds") {
+        WriteSeeds((*argv)[2]);
+        std::exit(0);
+    }
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize)
+{
+    if (nSize == 0)
+        return 0;
+    const Reader reader = static_cast<Reader>(pData[0] % readerCount);
+    const int nBufSize = pData[0] >= 0x80 ? 65536 : 128;
+    const std::string bytes(reinterpret_cast<const char*>(pData) + 1, nSize - 1);
+    if (reader == objects) {
+        ReadObjects(bytes, nBufSize);
+    } else {
+        BytesFile file(bytes);
+        VELM_CArchive ar(&file, VELM_CArchive::load, nBufSize);
+        ReadOther(reader, ar);
+    }
+    return 0;
+}

@@ -1,0 +1,301 @@
+// Loading of objects and classes with a class table: round trips, and data that is not what it should be.
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "tests/support/graph.h"
+#include "tests/support/watch.h"
+
+using Roots = std::vector<VELM_CObject*>;
+
+// Loads n references to a Node from the bytes and describes them. `outcome` gets what was raised; the error text
+// follows it.
+static std::string Loaded(const std::string& bytes, size_t n, std::string& outcome, unsigned nMaxDepth = 4096)
+{
+    MemoryFile file(bytes);
+    VELM_CArchive ar(&file, VELM_CArchive::load, 128);
+    ar.SetClassTable(&GraphClasses());
+    ar.SetMaxDepth(nMaxDepth);
+    Roots roots(n);
+    outcome = Outcome([&] {
+        for (VELM_CObject*& pRoot : roots)
+            pRoot = ar.ReadObject(&Node::record);
+    });
+    std::string description = outcome.empty() ? Describe(roots) : "";
+    if (!outcome.empty())
+        outcome += std::string(": ") + ar.GetErrorText();
+    ar.DeleteLoadedObjects();
+    return description;
+}
+
+static std::string StoredRoots(const Roots& roots)
+{
+    return Stored([&](VELM_CArchive& ar) {
+        for (const VELM_CObject* pRoot : roots)
+            ar.WriteObject(pRoot);
+    });
+}
+
+TEST(Load, GraphsKeepTheirShape)
+{
+    Node a(1), b(2), c(3), d(4), self(5), left(6), right(7);
+    Leaf leaf(8, "leaf"), last(9, "last");
+    a.links = {&b, &c, nullptr};
+    b.links = {&d};
+    c.links = {&d}; // a diamond
+    self.links = {&self, &self};
+    left.links = {&right};
+    right.links = {&left, &leaf}; // a cycle, and two classes in turn
+    leaf.links = {&left, &last, &a};
+    const Roots shapes[] = {{nullptr}, {&a}, {&a, &a, &d}, {&self}, {&left, &leaf, &right}, {&last, &d, &leaf}};
+    for (const Roots& roots : shapes) {
+        std::string outcome;
+        EXPECT_EQ(Loaded(StoredRoots(roots), roots.size(), outcome), Describe(roots));
+        EXPECT_EQ(outcome, "");
+    }
+}
+
+TEST(Load, NestingIsLimited)
+{
+    std::vector<std::unique_ptr<Node>> list;
+    for (unsigned i = 0; i < 4096; ++i) {
+        list.push_back(std::make_unique<Node>(i));
+        if (i > 0)
+            list[i]->links = {list[i - 1].get()};
+    }
+    std::string outcome;
+    const Roots deep = {list[4095].get()};
+    EXPECT_EQ(Loaded(StoredRoots(deep), 1, outcome), Describe(deep));
+    list.push_back(std::make_unique<Node>(0));
+    list.back()->links = {list[4095].get()};
+    Loaded(StoredRoots({list.back().get()}), 1, outcome);
+    EXPECT_NE(outcome.find("raise 1: offset "), std::string::npos);
+    EXPECT_NE(outcome.find(": objects are nested deeper than 4096"), std::string::npos);
+    Loaded(StoredRoots({list[2].get()}), 1, outcome, 2);
+    EXPECT_NE(outcome.find("deeper than 2"), std::string::npos);
+}
+
+// Objects that only take up indexes: their first words differ, so that the store map stays quick.
+struct Filler {
+    explicit Filler(unsigned n) : words(n * 4)
+    {
+        for (unsigned i = 0; i < n; ++i)
+            words[i * 4] = i << 4;
+    }
+    VELM_CObject* At(unsigned i) { return reinterpret_cast<VELM_CObject*>(&words[i * 4]); }
+    std::vector<uint64_t> words;
+};
+
+TEST(Load, ShortAndLongReferencesAtTheBorder)
+{
+    // The class Node and its first object take the indexes nFill + 1 and nFill + 2, Leaf and its object the next two.
+    for (unsigned nFill = 0x7FFA; nFill <= 0x7FFF; ++nFill) {
+        Filler filler(nFill);
+        Node a(1), b(2);
+        Leaf c(3, "c"), d(4, "d");
+        const Roots roots = {&a, &c, &a, &c, &b, &d, &b, &d};
+        const std::string bytes = Stored([&](VELM_CArchive& ar) {
+            for (unsigned i = 0; i < nFill; ++i)
+                ar.MapObject(filler.At(i));
+            for (const VELM_CObject* pRoot : roots)
+                ar.WriteObject(pRoot);
+        });
+        MemoryFile file(bytes);
+        VELM_CArchive ar(&file, VELM_CArchive::load);
+        ar.SetClassTable(&GraphClasses());
+        for (unsigned i = 0; i < nFill; ++i)
+            ar.MapObject(filler.At(i));
+        Roots loaded;
+        for (size_t i = 0; i < roots.size(); ++i)
+            loaded.push_back(ar.ReadObject(nullptr));
+        EXPECT_EQ(Describe(loaded), Describe(roots));
+        ar.DeleteLoadedObjects();
+    }
+}
+
+TEST(Load, MappedObjectsTakePart)
+{
+    Node outer(1), inner(2);
+    inner.links = {&outer, &inner};
+    const std::string bytes = Stored([&](VELM_CArchive& ar) {
+        ar.MapObject(&outer);
+        ar.WriteObject(&inner);
+    });
+    MemoryFile file(bytes);
+    VELM_CArchive ar(&file, VELM_CArchive::load);
+    ar.SetClassTable(&GraphClasses());
+    Node other(10);
+    ar.MapObject(&other);
+    const auto* pInner = static_cast<Node*>(ar.ReadObject(&Node::record));
+    EXPECT_EQ(pInner->links, (std::vector<VELM_CObject*>{&other, const_cast<Node*>(pInner)}));
+    ar.DeleteLoadedObjects(); // not the mapped one
+    EXPECT_EQ(other.value, 10u);
+}
+
+TEST(Load, ObjectsSeeTheSchemaThatTheyWereStoredWith)
+{
+    Leaf leaf(1, "new");
+    std::string bytes = StoredRoots({&leaf});
+    const size_t nSchemaAt = 4;
+    ASSERT_EQ(bytes[nSchemaAt], 2);
+    bytes[nSchemaAt] = 1; // a Leaf of schema 1 has no name
+    bytes.resize(bytes.size() - 4);
+    std::string outcome;
+    leaf.name = "(schema 1)";
+    EXPECT_EQ(Loaded(bytes, 1, outcome), Describe({&leaf}));
+    EXPECT_EQ(outcome, "");
+}
+
+TEST(Load, WhatIsWrongIsRaisedAndExplained)
+{
+    const char* node = "FFFF0000 01000000 04000000 4E6F6465 "; // the class Node, index 1
+    const char* leaf = "FFFF0000 02000000 04000000 4C656166 "; // the class Leaf
+    const char* empty = "07000000 00000000 ";                  // a Node's data: 7, no links; its index is 2
+    const struct {
+        std::string hex;
+        size_t n;
+        const char* outcome;
+    } cases[] = {
+        {"", 1, "raise 3: offset 0: the data ends"},
+        {"FFFF00", 1, "raise 3: offset 3: the data ends"},
+        {std::string(node) + "07000000 01000000", 1, "raise 3: offset 24: the data ends"},
+        {"01000000", 1, "raise 5: offset 0: index 1 is not one of the 0 given so far"},
+        {"00800000", 1, "raise 5: offset 0: index 32768 is not one of the 0 given so far"},
+        {"FF7F0000 00000000", 1, "raise 5: offset 0: index 0 is not one of the 0 given so far"},
+        {"FF7F0000 FFFFFFFF", 1, "raise 5: offset 0: index 2147483647 is not one of the 0 given so far"},
+        {"00000100", 1, "raise 5: offset 0: index 65536 is not one of the 0 given so far"},
+        {std::string(node) + empty + "01000000", 2, "raise 5: offset 24: index 1 is a class, not an object"},
+        {std::string(node) + empty + "02800000", 2, "raise 5: offset 24: index 2 is an object, not a class"},
+        {std::string(node) + empty + "FF7F0000 02000080", 2, "raise 5: offset 24: index 2 is an object, not a class"},
+        {std::string(node) + empty + "03000000", 2, "raise 5: offset 24: index 3 is not one of the 2 given so far"},
+        {"FFFF0000 01000000 04000000 4E6F6443", 1, "raise 1: offset 4: class \"NodC\" is not in the class table"},
+        {"FFFF0000 01000000 04000000 4E6F0A22", 1, "raise 1: offset 4: class \"No?\"\" is not in the class table"},
+        {"FFFF0000 01000000 06000000 4E6F6465 0058", 1, "raise 1: offset 4: class \"Node\" is not in the class table"},
+        {"FFFF0000 01000000 FFFFFFFF 4E6F6465", 1,
+         "raise 1: offset 4: a class name of 4294967295 bytes is longer than any in the class table"},
+        {"FFFF0000 FFFF0000 04000000 4E6F6465", 1,
+         "raise 1: offset 4: class \"Node\" has schema 65535; the newest known is 1"},
+        {"FFFF0000 02000000 04000000 4E6F6465", 1,
+         "raise 1: offset 4: class \"Node\" has schema 2; the newest known is 1"},
+        {"FFFF0000 01000000 05000000 4F74686572", 1,
+         "raise 1: offset 0: class \"Other\" is not \"Node\" or derived from it"},
+        {"FFFF0000 01000000 08000000 4162737472616374", 1, "raise 1: offset 0: class \"Abstract\" is abstract"},
+        {std::string(leaf) + "07000000 01000000 FFFF0000 01000000 05000000 4F74686572 02000000", 1,
+         "raise 1: offset 24: class \"Other\" is not \"Node\" or derived from it"},
+    };
+    for (const auto& test : cases) {
+        std::string outcome;
+        Loaded(Bytes(test.hex.c_str()), test.n, outcome);
+        EXPECT_EQ(outcome, test.outcome) << test.hex;
+    }
+}
+
+// A reference to an earlier object is checked as a new one is.
+TEST(Load, NoObjectOfAnotherClassIsHandedOut)
+{
+    Other other;
+    const std::string bytes = StoredRoots({&other, &other});
+    MemoryFile file(bytes);
+    VELM_CArchive ar(&file, VELM_CArchive::load);
+    ar.SetClassTable(&GraphClasses());
+    EXPECT_NE(ar.ReadObject(nullptr), nullptr);
+    VELM_CObject* pOb = &other;
+    EXPECT_EQ(Outcome([&] { pOb = ar.ReadObject(&Node::record); }, true), "raise 1");
+    EXPECT_EQ(pOb, nullptr);
+    EXPECT_STREQ(ar.GetErrorText(), "offset 17: class \"Other\" is not \"Node\" or derived from it");
+    ar.DeleteLoadedObjects();
+}
+
+TEST(Load, ClassReferences)
+{
+    Node a(1);
+    const std::string bytes = Stored([&](VELM_CArchive& ar) {
+        ar.WriteClass(&Node::record);
+        ar.SerializeClass(&Leaf::record);
+        ar.SerializeClass(&Node::record);
+        ar.WriteObject(nullptr);
+        ar.WriteObject(nullptr);
+        Leaf::record.Store(ar);
+    });
+    MemoryFile file(bytes);
+    VELM_CArchive ar(&file, VELM_CArchive::load);
+    ar.SetClassTable(&GraphClasses());
+    unsigned nSchema = 99;
+    unsigned long nTag = 99;
+    EXPECT_EQ(ar.ReadClass(nullptr, &nSchema, &nTag), &Node::record);
+    EXPECT_EQ(nSchema, 1u);
+    EXPECT_EQ(ar.ReadClass(&Node::record, &nSchema), &Leaf::record); // derived
+    EXPECT_EQ(nSchema, 2u);
+    ar.SerializeClass(&Node::record);
+    EXPECT_EQ(ar.ReadClass(nullptr, &nSchema, &nTag), nullptr);
+    EXPECT_EQ(nTag, 0u);
+    EXPECT_EQ(Outcome([&] { ar.SerializeClass(nullptr); }), "raise 5");
+    EXPECT_EQ(VELM_CRuntimeClass::Load(ar, &nSchema), &Leaf::record);
+    EXPECT_EQ(nSchema, 2u);
+    EXPECT_EQ(Outcome([&] { VELM_CRuntimeClass::Load(ar, &nSchema); }), "raise 3");
+}
+
+TEST(Load, TheTableKeepsNamesApart)
+{
+    VELM_CClassTable table;
+    VELM_CRuntimeClass first = {"Same", 0, 1}, second = {"Same", 0, 1}, nameless = {nullptr, 0, 1};
+    VELM_CRuntimeClass circle = {"Circle", 0, 1};
+    EXPECT_EQ(table.Add<Other>(&first), 1);
+    EXPECT_EQ(table.Add<Other>(&first, &circle), 1);
+    EXPECT_EQ(table.Add<Other>(&second), 0);
+    EXPECT_EQ(table.Add<Other>(&nameless), 0);
+    EXPECT_EQ(table.Add<Other>(nullptr), 0);
+    EXPECT_EQ(table.Find("Same")->pClass, &first);
+    EXPECT_EQ(table.Find(""), nullptr);
+    table.Add<Other>(&circle, &first); // a circle of bases ends
+    EXPECT_EQ(table.IsDerivedFrom(&first, &circle), 1);
+    EXPECT_EQ(table.IsDerivedFrom(&circle, &nameless), 0);
+    EXPECT_EQ(table.IsDerivedFrom(&second, &circle), 0); // another class of that name
+}
+
+TEST(Load, StoringArchivesTakeNoTable)
+{
+    MemoryFile file;
+    VELM_CArchive ar(&file, VELM_CArchive::store);
+    EXPECT_EQ(Outcome([&] { ar.SetClassTable(&GraphClasses()); }), "IsLoading()");
+    EXPECT_STREQ(ar.GetErrorText(), "");
+}
+
+TEST(Load, TheIndexLimitHolds)
+{
+    Node a(1);
+    MemoryFile file(StoredRoots({&a}));
+    VELM_CArchive ar(&file, VELM_CArchive::load);
+    ar.SetClassTable(&GraphClasses());
+    ar.MapObject(nullptr);
+    ar.m_nIndexCount = VELM_CArchive::nIndexLimit;
+    EXPECT_EQ(Outcome([&] { ar.ReadObject(nullptr); }), "raise 5");
+    EXPECT_STREQ(ar.GetErrorText(), "offset 16: no index is left: the limit is 1073741822");
+}
+
+// Every prefix, and every byte replaced by values that hurt: each ends in a raise, or in a sound graph of Nodes.
+TEST(Load, DamageDoesNoHarm)
+{
+    Node a(1), b(2);
+    Leaf c(3, "leaf");
+    a.links = {&b, &c, nullptr, &a};
+    c.links = {&b, &c};
+    const Roots roots = {&a, &c, &b};
+    const std::string bytes = StoredRoots(roots);
+    std::string outcome;
+    for (size_t n = 0; n < bytes.size(); ++n) {
+        Loaded(bytes.substr(0, n), roots.size(), outcome);
+        EXPECT_EQ(outcome, "raise 3: offset " + std::to_string(n) + ": the data ends");
+    }
+    int nRaised = 0, nSound = 0;
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        for (const int nasty : {0x00, 0x01, 0x02, 0x03, 0x04, 0x7E, 0x7F, 0x80, 0x81, 0xFE, 0xFF}) {
+            std::string damaged = bytes;
+            damaged[i] = static_cast<char>(nasty);
+            Loaded(damaged, roots.size(), outcome); // describing a graph checks every object's type
+            ++(outcome.empty() ? nSound : nRaised);
+        }
+    }
+    EXPECT_GT(nRaised, nSound);
+    EXPECT_GT(nSound, 0);
+}

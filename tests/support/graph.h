@@ -1,0 +1,45 @@
+// Classes whose objects form graphs: Node, Leaf (a Node, at schema 2 with a name), Other, and Abstract (a Node).
+#ifndef TESTS_SUPPORT_GRAPH_H
+#define TESTS_SUPPORT_GRAPH_H
+
+#include <string>
+#include <vector>
+
+#include "mcl/tavnomcl.h"
+
+class Node : public VELM_CObject {
+public:
+    static VELM_CRuntimeClass record;
+    unsigned value;
+    std::vector<VELM_CObject*> links;
+
+    explicit Node(unsigned nValue = 0) : value(nValue) {}
+    VELM_CRuntimeClass* GetRuntimeClass() const override { return &record; }
+    void Serialize(VELM_CArchive& ar) override;
+};
+
+class Leaf : public Node {
+public:
+    static VELM_CRuntimeClass record;
+    VELM_CString name;
+
+    explicit Leaf(unsigned nValue = 0, const char* lpszName = "") : Node(nValue), name(lpszName) {}
+    VELM_CRuntimeClass* GetRuntimeClass() const override { return &record; }
+    void Serialize(VELM_CArchive& ar) override;
+};
+
+class Other : public VELM_CObject {
+public:
+    static VELM_CRuntimeClass record;
+    VELM_CRuntimeClass* GetRuntimeClass() const override { return &record; }
+    void Serialize(VELM_CArchive&) override {}
+};
+
+// All of them.
+const VELM_CClassTable& GraphClasses();
+
+// The graph as text, equal for equal shapes: each object by the number in which it is met. Aborts where an object is
+// no Node.
+std::string Describe(const std::vector<VELM_CObject*>& roots);
+
+#endif
