@@ -7,6 +7,8 @@
 
 /// Marks what the library exports; everything else is hidden.
 #define VELM_API __attribute__((visibility("default")))
+/// Marks what an exported class keeps to the library.
+#define VELM_LOCAL __attribute__((visibility("hidden")))
 
 /// Inline for callers; the source file that defines VELM_EMIT_INLINES before it includes the header emits the
 /// function too, so that the library exports it.

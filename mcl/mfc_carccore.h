@@ -209,22 +209,22 @@ private:
     int m_nDataEnd;
     unsigned long long m_nFileBytes; // read from the file so far
 
-    unsigned ReadFile(unsigned char* lpBuf, unsigned nRoom, unsigned nEnough);
-    bool CheckBuffer() const;
-    bool ReadLine(char* lpsz, unsigned nStop, bool bKeepLineEnd, volatile unsigned& nRead);
-    char* ReadLineProtected(char* lpsz, unsigned nStop, bool bKeepLineEnd);
-    bool MakeMap();
-    bool HasIndexLeft();
-    bool StoreClass(const VELM_CRuntimeClass* pClassRef);
-    bool StartReadClass(const VELM_CRuntimeClass* pClassRefRequested);
+    VELM_LOCAL unsigned ReadFile(unsigned char* lpBuf, unsigned nRoom, unsigned nEnough);
+    VELM_LOCAL bool CheckBuffer() const;
+    VELM_LOCAL bool ReadLine(char* lpsz, unsigned nStop, bool bKeepLineEnd, volatile unsigned& nRead);
+    VELM_LOCAL char* ReadLineProtected(char* lpsz, unsigned nStop, bool bKeepLineEnd);
+    VELM_LOCAL bool MakeMap();
+    VELM_LOCAL bool HasIndexLeft();
+    VELM_LOCAL bool StoreClass(const VELM_CRuntimeClass* pClassRef);
+    VELM_LOCAL bool StartReadClass(const VELM_CRuntimeClass* pClassRefRequested);
 
     friend class VELM_CArchiveLoader;
     friend struct VELM_CRuntimeClass;
-    VELM_CArchiveLoader* Loader();
-    bool HasClassTable() const;
-    unsigned long long GetOffset() const;
-    __attribute__((format(printf, 4, 5))) void FailLoad(int cause, unsigned long long nOffset, const char* lpszFormat,
-                                                        ...);
+    VELM_LOCAL VELM_CArchiveLoader* Loader();
+    VELM_LOCAL bool HasClassTable() const;
+    VELM_LOCAL unsigned long long GetOffset() const;
+    VELM_LOCAL __attribute__((format(printf, 4, 5))) void FailLoad(int cause, unsigned long long nOffset,
+                                                                   const char* lpszFormat, ...);
 };
 
 /// Stores one byte.

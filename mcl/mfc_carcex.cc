@@ -71,9 +71,9 @@ void AfxMemoryExhausted()
     std::abort();
 }
 
-void* AfxAllocate(void* pOld, size_t nCount, size_t nSize, size_t nHeader)
+void* AfxAllocate(void* pOld, unsigned long nCount, unsigned long nSize, unsigned long nHeader)
 {
-    size_t nBytes;
+    unsigned long nBytes;
     void* pNew = nullptr;
     if (!__builtin_mul_overflow(nCount, nSize, &nBytes) && !__builtin_add_overflow(nBytes, nHeader, &nBytes))
         pNew = std::realloc(pOld, nBytes == 0 ? 1 : nBytes);

@@ -74,7 +74,7 @@ template <class SIZE> inline int AfxIsValidAddress(const void* lp, SIZE nBytes, 
 
 /// A block of `malloc` of `nCount` * `nSize` + `nHeader` bytes or, when `pOld` is not NULL, that block resized to it;
 /// never NULL, and the size never overflows. The old block is as it was when memory is exhausted.
-VELM_API void* AfxAllocate(void* pOld, size_t nCount, size_t nSize, size_t nHeader = 0);
+VELM_API void* AfxAllocate(void* pOld, unsigned long nCount, unsigned long nSize, unsigned long nHeader = 0);
 
 /// An array of operator new[]; never NULL.
 template <class TYPE> TYPE* AfxNewArray(size_t nCount)
