@@ -322,7 +322,10 @@ char* VELM_CArchive::ReadString(char* lpsz, unsigned nMax)
 {
     const bool bKeepLineEnd = nMax > INT_MAX; // negative as an int
     const unsigned nStop = bKeepLineEnd ? 0u - nMax : nMax;
+    // The text is reported as it stands.
+    // clang-format off
     VELM_ASSERT(AfxIsValidAddress(lpsz, (nStop+1) * sizeof(TCHAR)));
+    // clang-format on
     return ReadLineProtected(lpsz, nStop, bKeepLineEnd);
 }
 

@@ -44,17 +44,17 @@ public:
         nIndexLimit = 0x3FFFFFFE    ///< Indexes are below this.
     };
 
-    void* m_pReserved;          ///< NULL; not used.
-    int m_nReserved;            ///< 1; not used.
-    int m_bDirectBuffer;        ///< 0.
-    unsigned m_nCurSchema;      ///< Schema of the object being loaded; 0xFFFFFFFF for none.
-    VELM_CString m_strFileName; ///< The file's path at construction.
-    unsigned m_nMode;           ///< The mode.
-    int m_bCallerBuf;           ///< Whether the buffer is the caller's.
-    int m_nBufSize;             ///< Size of the buffer in bytes, at least 128.
-    VELM_CFile* m_pFile;        ///< The file; NULL after `Close` and `Abort`.
-    unsigned char* m_lpBufCur;  ///< The next byte to be delivered, or filled.
-    unsigned char* m_lpBufMax;  ///< The end of the bytes read ahead, or of the buffer.
+    void* m_pReserved;           ///< NULL; not used.
+    int m_nReserved;             ///< 1; not used.
+    int m_bDirectBuffer;         ///< 0.
+    unsigned m_nCurSchema;       ///< Schema of the object being loaded; 0xFFFFFFFF for none.
+    VELM_CString m_strFileName;  ///< The file's path at construction.
+    unsigned m_nMode;            ///< The mode.
+    int m_bCallerBuf;            ///< Whether the buffer is the caller's.
+    int m_nBufSize;              ///< Size of the buffer in bytes, at least 128.
+    VELM_CFile* m_pFile;         ///< The file; NULL after `Close` and `Abort`.
+    unsigned char* m_lpBufCur;   ///< The next byte to be delivered, or filled.
+    unsigned char* m_lpBufMax;   ///< The end of the bytes read ahead, or of the buffer.
     unsigned char* m_lpBufStart; ///< The buffer.
     unsigned m_nIndexCount;      ///< The next index of an object or class, once there is a map or array; else 0.
     union {

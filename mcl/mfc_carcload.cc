@@ -159,8 +159,7 @@ bool VELM_CArchiveLoader::LoadReference(Reference& rReference)
         bClass = (nIndex & VELM_CArchive::dwBigClassTag) != 0;
         nIndex &= ~VELM_CArchive::dwBigClassTag;
     }
-    if (nIndex == 0 || nIndex >= m_ar.m_nIndexCount ||
-        m_ar.m_pLoadArray->GetAt(static_cast<int>(nIndex)) == nullptr) {
+    if (nIndex == 0 || nIndex >= m_ar.m_nIndexCount || m_ar.m_pLoadArray->GetAt(static_cast<int>(nIndex)) == nullptr) {
         m_ar.FailLoad(causeBadIndex, rReference.nOffset, "index %u is not one of the %u given so far", nIndex,
                       m_ar.m_nIndexCount - 1);
         return false;

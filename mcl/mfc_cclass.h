@@ -40,7 +40,8 @@ public:
     /// The same for objects that `new TYPE` makes.
     template <class TYPE> int Add(VELM_CRuntimeClass* pClass, VELM_CRuntimeClass* pBase = NULL)
     {
-        return Add(pClass, []() -> VELM_CObject* { return new (std::nothrow) TYPE; }, pBase);
+        return Add(
+            pClass, []() -> VELM_CObject* { return new (std::nothrow) TYPE; }, pBase);
     }
     /// The class of that name; NULL when there is none.
     const Class* Find(const char* lpszName) const;

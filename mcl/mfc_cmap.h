@@ -222,8 +222,7 @@ template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::FreeA
         RemoveAll();
 }
 
-template <class ASSOC, class ARG_KEY>
-ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::AssocAtPosition(__POSITION* position) const
+template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::AssocAtPosition(__POSITION* position) const
 {
     if (!VELM_ASSERT(m_pHashTable != NULL))
         return NULL;
@@ -245,8 +244,7 @@ __POSITION* VELM_CMapTable<ASSOC, ARG_KEY>::PositionBehind(const VELM_CAssoc* pA
 }
 
 // The head of the first chain that is not empty, from the bucket on.
-template <class ASSOC, class ARG_KEY>
-ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::FirstFrom(unsigned nBucket) const
+template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::FirstFrom(unsigned nBucket) const
 {
     while (nBucket < m_nHashTableSize && m_pHashTable[nBucket] == NULL)
         ++nBucket;
@@ -254,7 +252,7 @@ ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::FirstFrom(unsigned nBucket) const
 }
 
 /// A node of the pointer-keyed map.
-struct VELM_CPtrAssoc {
+struct VELM_API VELM_CPtrAssoc {
     VELM_CPtrAssoc* pNext; ///< The next node of the chain, or of the free list.
     unsigned nHashValue;   ///< The bucket.
     void* key;             ///< The key.
@@ -310,7 +308,7 @@ public:
 };
 
 /// A node of a template map.
-template <class KEY, class ARG_KEY, class VALUE> struct VELM_CMapAssoc {
+template <class KEY, class ARG_KEY, class VALUE> struct VELM_API VELM_CMapAssoc {
     VELM_CMapAssoc* pNext; ///< The next node of the chain, or of the free list.
     unsigned nHashValue;   ///< The bucket.
     KEY key;               ///< The node's own key.

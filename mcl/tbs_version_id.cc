@@ -26,5 +26,6 @@ int libtavnomcl_print_verid(void)
 
 int libtavnomcl_sprintf_verid(char* buffer)
 {
-    return Identify([=](const char* format, auto... operands) { return imsg_sprintf(buffer, format, -1, operands...); });
+    return Identify(
+        [=](const char* format, auto... operands) { return imsg_sprintf(buffer, format, -1, operands...); });
 }

@@ -34,11 +34,11 @@ std::string Printed(const std::function<void()>& body);
 // A file in memory.
 class MemoryFile : public VELM_CFile {
 public:
-    std::string data;                // the contents; writes append
-    std::vector<std::string> calls;  // such as "Read 128", "Write 44", "Seek -118 1", "GetFilePath"
-    unsigned nPosition = 0;          // of the next read
-    unsigned nMostPerRead = ~0u;     // a read delivers at most so many bytes
-    size_t nFailFrom = ~size_t{0};   // from that call on (the first is 0), nothing is read or written
+    std::string data;               // the contents; writes append
+    std::vector<std::string> calls; // such as "Read 128", "Write 44", "Seek -118 1", "GetFilePath"
+    unsigned nPosition = 0;         // of the next read
+    unsigned nMostPerRead = ~0u;    // a read delivers at most so many bytes
+    size_t nFailFrom = ~size_t{0};  // from that call on (the first is 0), nothing is read or written
 
     explicit MemoryFile(std::string contents = "") : VELM_CFile("memory"), data(std::move(contents)) {}
     VELM_CString GetFilePath() const override;

@@ -1,0 +1,16 @@
+# What an installation holds: headers, libraries, the package config and the pkg-config file.
+include(CMakePackageConfigHelpers)
+
+set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tavnomcl)
+install(TARGETS tavnomcl tavnohost EXPORT tavnomclTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
+install(DIRECTORY mcl host DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tavnomcl COMPONENT dev
+    FILES_MATCHING PATTERN "*.h" PATTERN mfc_carcload.h EXCLUDE)
+install(EXPORT tavnomclTargets NAMESPACE tavnomcl:: DESTINATION ${config_dir} COMPONENT dev)
+configure_package_config_file(cmake/tavnomclConfig.cmake.in tavnomclConfig.cmake INSTALL_DESTINATION ${config_dir})
+write_basic_package_version_file(tavnomclConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/tavnomclConfig.cmake ${PROJECT_BINARY_DIR}/tavnomclConfigVersion.cmake
+    DESTINATION ${config_dir} COMPONENT dev)
+configure_file(cmake/tavnomcl.pc.in tavnomcl.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/tavnomcl.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
