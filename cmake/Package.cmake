@@ -1,0 +1,40 @@
+# The Debian packages: libtavnomcl1 (component runtime) and libtavnomcl-dev (component dev).
+find_program(GZIP gzip)
+if(GZIP)
+    add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/changelog.Debian.gz DEPENDS cmake/debian/changelog
+        COMMAND ${GZIP} -9nc ${PROJECT_SOURCE_DIR}/cmake/debian/changelog > ${PROJECT_BINARY_DIR}/changelog.Debian.gz)
+    add_custom_target(changelog ALL DEPENDS ${PROJECT_BINARY_DIR}/changelog.Debian.gz)
+    foreach(pair "runtime;libtavnomcl1" "dev;libtavnomcl-dev")
+        list(GET pair 0 component)
+        list(GET pair 1 package)
+        install(FILES cmake/debian/copyright ${PROJECT_BINARY_DIR}/changelog.Debian.gz
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component} EXCLUDE_FROM_ALL)
+    endforeach()
+endif()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_PACKAGE_CONTACT "libtavnomcl maintainers <maintainers@tavnomcl.invalid>")
+set(CPACK_COMPONENTS_ALL runtime dev)
+set(CPACK_COMPONENTS_GROUPING IGNORE)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(description "Values, collections, files and archives of objects")
+set(long "A class library for applications: strings, times, growable arrays, hash maps,
+a file class, and a binary archive that stores and loads graphs of objects.")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libtavnomcl1)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
+    ${PROJECT_SOURCE_DIR}/cmake/debian/triggers ${PROJECT_SOURCE_DIR}/cmake/debian/shlibs)
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "${description} - shared libraries\n${long}")
+set(CPACK_DEBIAN_DEV_PACKAGE_NAME libtavnomcl-dev)
+set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libtavnomcl1 (= ${PROJECT_VERSION}-1)")
+set(CPACK_COMPONENT_DEV_DESCRIPTION "${description} - development files\n${long}\n.\nThis package holds the headers and what building against the library needs.")
+include(CPack)
