@@ -1,0 +1,111 @@
+#include "graph.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "failure.h"
+
+unsigned CountingFile::Read(void* lpBuf, unsigned nCount)
+{
+    const unsigned nRead = VELM_CFile::Read(lpBuf, nCount);
+    m_nBytes += nRead;
+    return nRead;
+}
+
+void CountingFile::Write(const void* lpBuf, unsigned nCount)
+{
+    VELM_CFile::Write(lpBuf, nCount);
+    m_nBytes += nCount;
+}
+
+Graph::~Graph()
+{
+    for (int i = 0; i < GetCount(); ++i)
+        delete GetAt(i);
+}
+
+void Graph::IndexNames()
+{
+    m_names.InitHashTable(2 * static_cast<unsigned>(GetCount()) + 1); // the map keeps its number of buckets
+    for (int i = 0; i < GetCount(); ++i) {
+        if (Find(GetAt(i)->m_strName) == -1)
+            m_names.SetAt(GetAt(i)->m_strName.m_data, i);
+    }
+}
+
+int Graph::Find(const VELM_CString& strName) const
+{
+    int nIndex = -1;
+    m_names.Lookup(strName.m_data, nIndex);
+    return nIndex;
+}
+
+bool Graph::Link(const char* lpszFile)
+{
+    for (int i = 0; i < GetCount(); ++i) {
+        if (GetAt(i) == nullptr || GetAt(i)->m_nIndex != -1)
+            return Fail(lpszFile, "package %d of the list is %s", i + 1, GetAt(i) ? "there twice" : "missing");
+        GetAt(i)->m_nIndex = i;
+    }
+    for (int i = 0; i < GetCount(); ++i) {
+        Package* pPackage = GetAt(i);
+        for (int j = 0; j < pPackage->m_dependencies.GetSize(); ++j) {
+            Package* pNeeded = PackageAt(pPackage->m_dependencies, j);
+            if (pNeeded == nullptr || pNeeded->m_nIndex == -1)
+                return Fail(lpszFile, "dependency %d of package \"%.99s\" is %s", j + 1, pPackage->m_strName.m_data,
+                            pNeeded ? "not in the list of packages" : "missing");
+            if (pNeeded != pPackage)
+                Append(pNeeded->m_dependents, pPackage);
+        }
+    }
+    return true;
+}
+
+const char* Graph::Store(VELM_CFile& file) const
+{
+    VELM_CArchive ar(&file, VELM_CArchive::store);
+    const int nRaised = pfm_protect([&] {
+        ar.WriteCount(static_cast<unsigned long>(GetCount()));
+        for (int i = 0; i < GetCount(); ++i)
+            ar.WriteObject(GetAt(i));
+        ar.Close();
+    });
+    if (nRaised == 0)
+        return TakeFileError();
+    ar.Abort();
+    return nRaised == Package::causeTooDeep ? "the chains of dependencies are too long" : "not enough memory";
+}
+
+bool Graph::Load(const char* lpszFile, unsigned long long& rBytes)
+{
+    CountingFile file;
+    if (!file.Open(lpszFile))
+        return Fail(lpszFile, "%s", std::strerror(errno));
+    VELM_CClassTable table;
+    table.Add<Package>(&Package::classRecord);
+    VELM_CArchive ar(&file, VELM_CArchive::load);
+    ar.SetClassTable(&table);
+    ar.SetMaxDepth(Package::nMaxDepth);
+
+    // A raise leaves the body on the spot, without destructors: it must hold nothing that needs one.
+    const int nRaised = pfm_protect([&] {
+        for (unsigned long n = ar.ReadCount(); n > 0; --n)
+            Append(m_packages, ar.ReadObject(&Package::classRecord));
+    });
+    unsigned char surplus;
+    const bool bSurplus = nRaised == 0 && ar.Read(&surplus, 1) == 1;
+    const char* lpszError = TakeFileError();
+    bool bGood = false;
+    if (lpszError != nullptr || nRaised != 0)
+        Fail(lpszFile, "%s", lpszError != nullptr ? lpszError : ar.GetErrorText());
+    else if (bSurplus)
+        Fail(lpszFile, "more data follows the last of %d packages", GetCount());
+    else
+        bGood = Link(lpszFile);
+    if (!bGood) {
+        ar.DeleteLoadedObjects();
+        m_packages.SetSize(0);
+    }
+    rBytes = file.m_nBytes;
+    return bGood;
+}

@@ -1,0 +1,52 @@
+/// \file
+/// The graph of packages, in memory and in its archive.
+#ifndef DEPGRAPH_GRAPH_H
+#define DEPGRAPH_GRAPH_H
+
+#include <mcl/tavnomcl.h>
+
+#include "package.h"
+
+/// A file that counts the bytes that go through it.
+class CountingFile : public VELM_CFile {
+public:
+    unsigned long long m_nBytes = 0;
+
+    unsigned Read(void* lpBuf, unsigned nCount) override;
+    void Write(const void* lpBuf, unsigned nCount) override;
+};
+
+/// Packages that depend on each other.
+///
+/// The archive of a graph holds the number of packages and then each of them, in the order of the graph.
+class Graph {
+public:
+    VELM_CPtrArray m_packages; ///< Every package; owned.
+
+    Graph() = default;
+    ~Graph();
+    Graph(const Graph&) = delete;
+    Graph& operator=(const Graph&) = delete;
+
+    int GetCount() const { return m_packages.GetSize(); }
+    Package* GetAt(int nIndex) const { return PackageAt(m_packages, nIndex); }
+
+    /// Makes the packages known to `Find`; called once, when all are there.
+    void IndexNames();
+    /// The place of the package of that name, the first one when there are several; -1 when there is none.
+    int Find(const VELM_CString& strName) const;
+    /// Tells each package its place and who depends on it; called once, when all dependencies are there. Returns
+    /// whether the packages of the list, and no others, are each there once; where not, fails in the name of the file.
+    bool Link(const char* lpszFile);
+
+    /// Stores the graph in the open file. Returns NULL, or why that failed.
+    const char* Store(VELM_CFile& file) const;
+    /// Loads the graph from the named file into this empty one, and links it. Returns whether that went well, and the
+    /// size of the archive; where not, fails and the graph is empty.
+    bool Load(const char* lpszFile, unsigned long long& rBytes);
+
+private:
+    VELM_CMap<fxStr, char*, int, int> m_names; // from name to place
+};
+
+#endif

@@ -1,0 +1,44 @@
+/// \file
+/// One package of the graph, as it is stored and loaded.
+#ifndef DEPGRAPH_PACKAGE_H
+#define DEPGRAPH_PACKAGE_H
+
+#include <mcl/tavnomcl.h>
+
+/// An installed package and the packages that it depends on.
+class Package : public VELM_CObject {
+public:
+    /// How deep packages may be stored, or loaded, inside each other.
+    static const unsigned nMaxDepth = 4096;
+    /// What `Serialize` raises when they are to be stored deeper than that.
+    static const int causeTooDeep = 6;
+    static VELM_CRuntimeClass classRecord;
+
+    VELM_CString m_strName;
+    VELM_CString m_strVersion;
+    unsigned m_nInstalledSize = 0; ///< In KiB.
+    VELM_CPtrArray m_dependencies; ///< The packages that it needs, not owned.
+
+    /// \name Not stored; set by `Graph::Link`
+    /// \{
+    int m_nIndex = -1;           ///< Its place in the graph.
+    VELM_CPtrArray m_dependents; ///< The other packages that need it, not owned.
+    /// \}
+
+    VELM_CRuntimeClass* GetRuntimeClass() const override { return &classRecord; }
+    void Serialize(VELM_CArchive& ar) override;
+};
+
+/// The package at that place of an array of packages.
+inline Package* PackageAt(const VELM_CPtrArray& packages, int nIndex)
+{
+    return static_cast<Package*>(packages.GetAt(nIndex));
+}
+
+/// Appends a pointer to an array.
+inline void Append(VELM_CPtrArray& array, void* pNew)
+{
+    array.SetAtGrow(array.GetSize(), pNew);
+}
+
+#endif

@@ -1,0 +1,137 @@
+#include "status.h"
+
+#include <strings.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "failure.h"
+
+static const char blanks[] = " \t";
+
+// The fields of one stanza that matter here; empty where the stanza has none.
+struct Stanza {
+    VELM_CString package, version, status, installedSize, depends;
+
+    // The place for a field's value; NULL when the field does not matter.
+    VELM_CString* Field(const VELM_CString& strName)
+    {
+        static const struct {
+            const char* lpszName;
+            VELM_CString Stanza::*pValue;
+        } fields[] = {
+            {"Package", &Stanza::package}, {"Version", &Stanza::version},
+            {"Status", &Stanza::status},   {"Installed-Size", &Stanza::installedSize},
+            {"Depends", &Stanza::depends}, {"Pre-Depends", &Stanza::depends},
+        };
+        for (const auto& field : fields) {
+            if (strcasecmp(field.lpszName, strName.m_data) == 0)
+                return &(this->*field.pValue);
+        }
+        return nullptr;
+    }
+};
+
+static VELM_CString Trimmed(const char* lpszText)
+{
+    lpszText += std::strspn(lpszText, blanks);
+    size_t nLength = std::strlen(lpszText);
+    while (nLength > 0 && std::strchr(blanks, lpszText[nLength - 1]) != nullptr)
+        --nLength;
+    return VELM_CString(lpszText, static_cast<int>(nLength));
+}
+
+// Adds the package of the stanza, if it is installed, to the graph, and its clauses at the same place to the other
+// array. False when its size is not a 32-bit number.
+static bool AddPackage(const Stanza& stanza, Graph& graph, VELM_CStringArray& clauses)
+{
+    if (stanza.package.IsEmpty() || stanza.status != "install ok installed")
+        return true;
+    const char* lpszSize = stanza.installedSize.m_data;
+    const unsigned long long nSize = std::strtoull(lpszSize, nullptr, 10);
+    if (lpszSize[std::strspn(lpszSize, "0123456789")] != '\0' || nSize > UINT32_MAX)
+        return false;
+
+    Package* pPackage = new Package;
+    pPackage->m_strName = stanza.package;
+    pPackage->m_strVersion = stanza.version;
+    pPackage->m_nInstalledSize = static_cast<unsigned>(nSize);
+    const int nIndex = graph.GetCount();
+    Append(graph.m_packages, pPackage);
+    clauses.SetSize(nIndex + 1, nIndex); // doubles when it grows
+    clauses.SetAt(nIndex, stanza.depends.m_data);
+    return true;
+}
+
+// Finds the packages that meet clauses such as "libc6 (>= 2.36), python3:any | python2". Each package's place in
+// lastNeededBy holds the last one that was found to need it: so none is listed twice.
+static void Resolve(Package* pPackage, const char* lpszClauses, const Graph& graph, VELM_CPtrArray& lastNeededBy)
+{
+    bool bMet = false;
+    for (const char* p = lpszClauses;; ++p) {
+        p += std::strspn(p, blanks);
+        const VELM_CString strName(p, static_cast<int>(std::strcspn(p, " \t(:|,")));
+        const int nNeeded = bMet ? -1 : graph.Find(strName);
+        if (nNeeded != -1) {
+            bMet = true;
+            if (lastNeededBy.GetAt(nNeeded) != pPackage)
+                Append(pPackage->m_dependencies, graph.GetAt(nNeeded));
+            lastNeededBy.SetAt(nNeeded, pPackage);
+        }
+        p += std::strcspn(p, "|,");
+        if (*p == '\0')
+            return;
+        if (*p == ',')
+            bMet = false;
+    }
+}
+
+bool ReadStatus(const char* lpszFile, Graph& graph)
+{
+    VELM_CFile file;
+    if (!file.Open(lpszFile))
+        return Fail(lpszFile, "%s", std::strerror(errno));
+    VELM_CArchive ar(&file, VELM_CArchive::load);
+    VELM_CStringArray clauses;
+    Stanza stanza;
+    VELM_CString line, *pField = nullptr;
+    int nPackages = 0;
+    bool bEnd = false;
+    for (int nLine = 1; !bEnd; ++nLine) {
+        bEnd = !ar.ReadString(line) && line.IsEmpty();
+        if (const char* lpszError = TakeFileError())
+            return Fail(lpszFile, "%s", lpszError);
+        if (line.IsEmpty()) {
+            nPackages += !stanza.package.IsEmpty();
+            if (!AddPackage(stanza, graph, clauses))
+                return Fail(lpszFile, "line %d: the Installed-Size of package \"%.99s\" is no 32-bit number", nLine,
+                            stanza.package.m_data);
+            stanza = Stanza();
+            pField = nullptr;
+        } else if (std::strchr(blanks, line[0]) != nullptr) {
+            if (pField != nullptr)
+                *pField += line;
+        } else {
+            const int nColon = line.Find(':');
+            if (nColon == -1)
+                return Fail(lpszFile, "line %d has no field name: this is no package status file", nLine);
+            pField = stanza.Field(VELM_CString(line.m_data, nColon));
+            if (pField == nullptr)
+                continue;
+            if (!pField->IsEmpty())
+                *pField += ","; // as the clauses of several fields are joined
+            *pField += Trimmed(line.m_data + nColon + 1);
+        }
+    }
+    if (nPackages == 0)
+        return Fail(lpszFile, "no stanza has a Package: this is no package status file");
+
+    graph.IndexNames();
+    VELM_CPtrArray lastNeededBy;
+    lastNeededBy.SetSize(graph.GetCount());
+    for (int i = 0; i < graph.GetCount(); ++i)
+        Resolve(graph.GetAt(i), clauses.ElementAt(i).m_data, graph, lastNeededBy);
+    return graph.Link(lpszFile);
+}
