@@ -12,6 +12,6 @@ configure_package_config_file(cmake/tavnomclConfig.cmake.in tavnomclConfig.cmake
 write_basic_package_version_file(tavnomclConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/tavnomclConfig.cmake ${PROJECT_BINARY_DIR}/tavnomclConfigVersion.cmake
     DESTINATION ${config_dir} COMPONENT dev)
-file(RELATIVE_PATH TAVNOMCL_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+string(REGEX REPLACE "[^/]+" ".." TAVNOMCL_PC_TO_PREFIX "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 configure_file(cmake/tavnomcl.pc.in tavnomcl.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tavnomcl.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
