@@ -10,6 +10,9 @@
 #include "mcl/mfc_cfile.h"
 #include "mcl/mfc_crun.h"
 
+/// \addtogroup archives
+/// \{
+
 class VELM_CArchiveLoader;
 class VELM_CClassTable;
 class VELM_CMapPtrToPtr;
@@ -299,5 +302,7 @@ VELM_INLINE VELM_CArchive& operator>>(VELM_CArchive& ar, VELM_CString& str)
 
 /// Stores the strings, or loads over them; as the operators. Where the data ends, the later ones keep their texts.
 VELM_API void SerializeElements(VELM_CArchive& ar, VELM_CString* pElements, int nCount);
+
+/// \}
 
 #endif

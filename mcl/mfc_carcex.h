@@ -14,6 +14,9 @@
 #include "mcl/mfc_cobj.h"
 #include "mcl/mfc_cstring.h"
 
+/// \addtogroup failures
+/// \{
+
 /// Base of the exception classes, for callers' own use; the library creates none.
 class VELM_API VELM_CException : public VELM_CObject {
 public:
@@ -84,5 +87,7 @@ template <class TYPE> TYPE* AfxNewArray(size_t nCount)
         AfxMemoryExhausted();
     return pArray;
 }
+
+/// \}
 
 #endif

@@ -11,6 +11,9 @@
 #include "mcl/mfc_crun.h"
 #include "mcl/tmpl_cmap_fxStr.h"
 
+/// \addtogroup archives
+/// \{
+
 /// The classes that a loading archive can rebuild, by name; given to `VELM_CArchive::SetClassTable`.
 ///
 /// The table outlives the archives that use it, and may be shared by many, also of several threads, once it is
@@ -55,5 +58,7 @@ private:
     unsigned m_nLongestName;
     VELM_CMap<fxStr, char*, int, int> m_indexes; // from name to place in m_classes
 };
+
+/// \}
 
 #endif

@@ -10,6 +10,9 @@
 #include "mcl/mfc_cstring.h"
 #include "mcl/mfc_time.h"
 
+/// \addtogroup files
+/// \{
+
 /// What the system knows of a file.
 struct VELM_API VELM_CFileStatus {
     VELM_CTime m_ctime;        ///< Last status change.
@@ -91,5 +94,7 @@ public:
     /// when there is none.
     static VELM_CFileException* getException();
 };
+
+/// \}
 
 #endif

@@ -26,6 +26,9 @@
 #include "mcl/mfc_cplex.h"
 #include "mcl/mfc_template.h"
 
+/// \addtogroup collections
+/// \{
+
 /// A place in an iteration: the entry that comes next. All bits set: before the first entry; NULL: behind the last.
 struct __POSITION;
 
@@ -438,5 +441,7 @@ bool VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::LoadEntry(VELM_CArchive& ar)
     pEntry->Destruct();
     return bWhole;
 }
+
+/// \}
 
 #endif

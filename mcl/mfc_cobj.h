@@ -12,6 +12,7 @@ struct VELM_CRuntimeClass;
 /// The root of every class whose objects can go through an archive.
 ///
 /// A class that is to be stored with `VELM_CArchive::WriteObject` overrides `GetRuntimeClass` and `Serialize`.
+/// \ingroup archives
 class VELM_API VELM_CObject {
 public:
     void* m_pOwned; ///< A block of `malloc` that the destructor frees, or NULL. Set by derived classes only.
@@ -37,6 +38,7 @@ public:
 ///
 /// Indexes count from 0 and are not asserted: one outside the array reads as NULL, inserts at the nearest end, and
 /// removes nothing.
+/// \ingroup collections
 class VELM_API VELM_CObArray : public VELM_CObject {
 public:
     GenericList m_list; ///< The elements.

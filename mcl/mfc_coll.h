@@ -6,6 +6,9 @@
 #include "mcl/mfc_base.h"
 #include "mcl/mfc_cstring.h"
 
+/// \addtogroup collections
+/// \{
+
 /// A growable array of untyped pointers. It never owns what they point to.
 ///
 /// Indexes count from 0. A failed check leaves the array as it was. Exhausted memory: see `AfxMemoryExhausted`.
@@ -116,5 +119,7 @@ extern "C" {
 /// The order of two strings for `qsort`: `a` and `b` point to pointers to `VELM_CString`. As `VELM_CString::Compare`.
 VELM_API int CStringCompare(const void* a, const void* b);
 }
+
+/// \}
 
 #endif

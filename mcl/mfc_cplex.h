@@ -5,6 +5,9 @@
 
 #include "mcl/mfc_base.h"
 
+/// \addtogroup collections
+/// \{
+
 /// The header of one raw block of equal elements; the elements lie right behind it.
 ///
 ///     head -> | pNext | element 0 | element 1 | ...     newest block
@@ -27,5 +30,7 @@ struct VELM_API VELM_CPlex {
     /// Frees the chain that begins with this block.
     void FreeDataChain() { FreeDataChain(this); }
 };
+
+/// \}
 
 #endif

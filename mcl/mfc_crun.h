@@ -5,6 +5,9 @@
 
 #include "mcl/mfc_base.h"
 
+/// \addtogroup archives
+/// \{
+
 class VELM_CArchive;
 
 /// The record of a serialisable class: defined by callers, once for each class, as in
@@ -25,5 +28,7 @@ struct VELM_API VELM_CRuntimeClass {
     /// Without a class table: reads and drops the two 32-bit values before the name, stores 0 and returns NULL.
     static VELM_CRuntimeClass* Load(VELM_CArchive& ar, unsigned* pwSchemaNum);
 };
+
+/// \}
 
 #endif

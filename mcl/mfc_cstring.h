@@ -5,6 +5,9 @@
 
 #include "mcl/mfc_base.h"
 
+/// \addtogroup values
+/// \{
+
 /// An owned, NUL-terminated byte string with an explicit length.
 ///
 /// Each string owns one buffer of exactly `m_len` + 1 bytes, never shared and never NULL. The text may contain NUL
@@ -88,5 +91,7 @@ VELM_API int operator>(const VELM_CString& a, const VELM_CString& b);
 VELM_API int operator<=(const VELM_CString& a, const VELM_CString& b);
 /// 1 when `a` does not sort before `b`, as by `strcmp`, else 0.
 VELM_API int operator>=(const VELM_CString& a, const VELM_CString& b);
+
+/// \}
 
 #endif

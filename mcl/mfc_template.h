@@ -14,6 +14,9 @@
 #include "host/fxStr.h"
 #include "mcl/mfc_carccore.h"
 
+/// \addtogroup collections
+/// \{
+
 /// 1 when the stored element equals the key argument, else 0. In general: by operator==.
 template <class TYPE, class ARG_TYPE> int CompareElements(const TYPE* pElement1, const ARG_TYPE* pElement2)
 {
@@ -69,8 +72,12 @@ template <> VELM_API void SerializeElements(VELM_CArchive& ar, int* pElements, i
 /// 8 zero bytes for each object, by one transfer. A loaded object keeps its state.
 template <> VELM_API void SerializeElements(VELM_CArchive& ar, VELM_CObject* pElements, int nCount);
 
+/// \cond
 extern template VELM_API void DestructElements<fxStr>(fxStr*, int);
 extern template VELM_API void ConstructElements<int>(int*, int);
 extern template VELM_API void DestructElements<int>(int*, int);
+/// \endcond
+
+/// \}
 
 #endif

@@ -7,6 +7,9 @@
 
 #include "mcl/mfc_base.h"
 
+/// \addtogroup values
+/// \{
+
 /// A signed number of seconds. Divisions truncate toward zero; remainders take the sign of the span.
 class VELM_API VELM_CTimeSpan {
 public:
@@ -124,5 +127,7 @@ public:
     /// 1 when this time is not earlier, else 0.
     int operator>=(VELM_CTime time) const;
 };
+
+/// \}
 
 #endif

@@ -5,6 +5,9 @@
 
 #include "mcl/mfc_base.h"
 
+/// \addtogroup frame
+/// \{
+
 /// A registration object: its construction says that a component has been loaded.
 class VELM_API tavnomcl_dll {
 public:
@@ -22,5 +25,7 @@ extern VELM_API tavnomcl_dll tavnomcl_dll_init_check;
 /// 1 once a registration object has been constructed.
 extern VELM_API int tavnotavnomcldll_init;
 }
+
+/// \}
 
 #endif

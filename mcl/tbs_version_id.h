@@ -5,6 +5,9 @@
 
 #include "mcl/mfc_base.h"
 
+/// \addtogroup frame
+/// \{
+
 extern "C" {
 /// Prints the version line through `imsg_print`, and returns its result.
 VELM_API int libtavnomcl_print_verid(void);
@@ -12,5 +15,7 @@ VELM_API int libtavnomcl_print_verid(void);
 /// longer than version and date together; with a build comment, 3 more and the comment's length.
 VELM_API int libtavnomcl_sprintf_verid(char* buffer);
 }
+
+/// \}
 
 #endif

@@ -1,4 +1,5 @@
-// The layout of the exported classes in both data models. Callers and debuggers rely on it: a change here breaks them.
+// The layout of the exported classes in both data models, checked by every build. Callers and debuggers rely on it: a
+// change here breaks them.
 #include <cstddef>
 
 #include "mcl/tavnomcl.h"
