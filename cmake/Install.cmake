@@ -2,7 +2,13 @@
 include(CMakePackageConfigHelpers)
 
 set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tavnomcl)
-install(TARGETS tavnomcl tavnohost EXPORT tavnomclTargets
+set(libraries tavnomcl tavnohost)
+set(TAVNOMCL_PC_HOST -ltavnohost)
+if(TAVNOMCL_HOST_LIBRARY)
+    set(libraries tavnomcl)
+    set(TAVNOMCL_PC_HOST ${TAVNOMCL_HOST_LIBRARY})
+endif()
+install(TARGETS ${libraries} EXPORT tavnomclTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
 install(DIRECTORY mcl host DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tavnomcl COMPONENT dev

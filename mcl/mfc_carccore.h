@@ -26,8 +26,8 @@ class VELM_CPtrArray;
 /// The archive borrows the file: it neither opens nor closes it, and does not look at its errors (see
 /// `VELM_CFile::ERROR_CODE`). A storing archive fills its buffer completely before anything reaches the file. Every
 /// transfer asserts that its direction is the archive's, "IsStoring()" or "IsLoading()", and that the archive has its
-/// buffer; after such a failure nothing is transferred. With `noFlushOnDestroy` in the mode the direction is that of
-/// the lowest bit, though the assertion is reported. The raise codes are the causes of `VELM_CArchiveException`.
+/// buffer; after such a failure nothing is transferred. With `noFlushOnDestroy` in the mode, bytes go in the
+/// direction of the lowest bit, though the assertion is reported; objects are not stored. The raise codes are the causes of `VELM_CArchiveException`.
 class VELM_API VELM_CArchive {
 public:
     /// Modes.
@@ -108,7 +108,8 @@ public:
     /// buffer has room for one byte more: the final NUL. Returns the buffer; NULL at the end of the data. Raises
     /// nothing.
     char* ReadString(char* lpsz, unsigned nMax);
-    /// Reads one line of any length, without its line end. Returns 1; 0 when the data ended first, with what came.
+    /// Reads one line of any length, without its line end. Returns 1; 0 and an empty string at the end of the data. A
+    /// last line without a line end gives 1 as well; 0, but with its text, where its length is a multiple of 128.
     int ReadString(VELM_CString& rString);
 
     /// Stores an object reference, and the object when it is new to the archive: its class, then its `Serialize`.

@@ -159,6 +159,10 @@ bool VELM_CArchiveLoader::LoadReference(Reference& rReference)
         bClass = (nIndex & VELM_CArchive::dwBigClassTag) != 0;
         nIndex &= ~VELM_CArchive::dwBigClassTag;
     }
+    if (nTag > VELM_CArchive::wBigObjectTag && !bClass) {
+        m_ar.FailLoad(causeBadIndex, rReference.nOffset, "tag %u is no reference", nTag);
+        return false;
+    }
     if (nIndex == 0 || nIndex >= m_ar.m_nIndexCount || m_ar.m_pLoadArray->GetAt(static_cast<int>(nIndex)) == nullptr) {
         m_ar.FailLoad(causeBadIndex, rReference.nOffset, "index %u is not one of the %u given so far", nIndex,
                       m_ar.m_nIndexCount - 1);

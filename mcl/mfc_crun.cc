@@ -22,10 +22,11 @@ VELM_CRuntimeClass* VELM_CRuntimeClass::Load(VELM_CArchive& ar, unsigned* pwSche
             *pwSchemaNum = nSchema;
         return pClass->pClass;
     }
-    unsigned nDropped;
-    ar >> nDropped;
-    if (pwSchemaNum != nullptr)
+    const bool bSchema = ar.Load32(nSchema) != 0;
+    if (bSchema && pwSchemaNum != nullptr)
         *pwSchemaNum = 0;
-    ar >> nDropped;
+    uint32_t nNameLength;
+    if (!bSchema || !ar.Load32(nNameLength))
+        ar.RaiseDataEnded();
     return nullptr;
 }
