@@ -27,7 +27,8 @@ class VELM_CPtrArray;
 /// `VELM_CFile::ERROR_CODE`). A storing archive fills its buffer completely before anything reaches the file. Every
 /// transfer asserts that its direction is the archive's, "IsStoring()" or "IsLoading()", and that the archive has its
 /// buffer; after such a failure nothing is transferred. With `noFlushOnDestroy` in the mode, bytes go in the
-/// direction of the lowest bit, though the assertion is reported; objects are not stored. The raise codes are the causes of `VELM_CArchiveException`.
+/// direction of the lowest bit, though the assertion is reported; objects are not stored. The raise codes are the
+/// causes of `VELM_CArchiveException`.
 class VELM_API VELM_CArchive {
 public:
     /// Modes.
