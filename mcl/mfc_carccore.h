@@ -207,6 +207,10 @@ public:
     int IsDataEnded() const { return m_nDataEnd != dataGoesOn; }
     /// Raises 3, once for a transfer that came up short.
     void RaiseDataEnded();
+    /// Takes an object that a reader needs until `DropHeld`. After a raise the archive deletes it with itself.
+    void Hold(VELM_CObject* pOb);
+    /// Deletes the object that was held last.
+    void DropHeld();
     /// \}
 
 private:

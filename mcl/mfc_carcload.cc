@@ -5,8 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "mcl/mfc_coll.h"
-
 const unsigned nNoSchema = 0xFFFF; // the schema of a class whose objects cannot go through an archive
 const int causeGeneric = VELM_CArchiveException::causeGeneric;
 const int causeBadIndex = VELM_CArchiveException::causeBadIndex;
@@ -46,6 +44,16 @@ void VELM_CArchive::DeleteLoadedObjects()
         Loader()->DeleteObjects();
 }
 
+void VELM_CArchive::Hold(VELM_CObject* pOb)
+{
+    Loader()->Hold(pOb);
+}
+
+void VELM_CArchive::DropHeld()
+{
+    Loader()->DropHeld();
+}
+
 // Where the next byte that is delivered stands in the stream.
 unsigned long long VELM_CArchive::GetOffset() const
 {
@@ -70,8 +78,17 @@ void VELM_CArchive::FailLoad(int cause, unsigned long long nOffset, const char* 
 
 VELM_CArchiveLoader::~VELM_CArchiveLoader()
 {
+    while (m_held.GetSize() > 0)
+        DropHeld();
     std::free(m_pSlots);
     std::free(m_pszName);
+}
+
+void VELM_CArchiveLoader::DropHeld()
+{
+    const int nLast = m_held.GetSize() - 1;
+    delete static_cast<VELM_CObject*>(m_held.GetAt(nLast));
+    m_held.RemoveAt(nLast);
 }
 
 VELM_CArchiveLoader::Slot VELM_CArchiveLoader::SlotAt(unsigned nIndex) const

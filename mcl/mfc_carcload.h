@@ -13,6 +13,7 @@
 
 #include "mcl/mfc_carccore.h"
 #include "mcl/mfc_cclass.h"
+#include "mcl/mfc_coll.h"
 
 // Hangs on the archive that it loads for. Each function raises what it finds wrong, and delivers NULL or false when
 // that returns.
@@ -33,6 +34,8 @@ public:
     VELM_CRuntimeClass* LoadClass(const VELM_CRuntimeClass* pRequested, unsigned* pSchema, unsigned long* pObTag);
     VELM_CObject* LoadObject(const VELM_CRuntimeClass* pRequested);
     void DeleteObjects();
+    void Hold(VELM_CObject* pOb) { m_held.InsertAt(m_held.GetSize(), pOb); }
+    void DropHeld();
 
 private:
     enum Kind { mapped, created, classRecord };
@@ -55,6 +58,7 @@ private:
     unsigned m_nMaxSlots = 0;
     unsigned m_nDepth = 0;
     char* m_pszName = nullptr; // of the class record that is being read
+    VELM_CPtrArray m_held;
 
     Slot SlotAt(unsigned nIndex) const;
     void Append(void* pObjectOrClass, Slot slot);

@@ -337,6 +337,25 @@ template <class KEY, class ARG_KEY, class VALUE> struct VELM_API VELM_CMapAssoc 
     }
 };
 
+/// A node outside of a map, for what is being loaded.
+template <class ASSOC> class VELM_LOCAL VELM_CLoadedAssoc : public VELM_CObject {
+public:
+    /// Constructs key and value.
+    VELM_CLoadedAssoc() { Node().Construct(); }
+    ~VELM_CLoadedAssoc() override { Node().Destruct(); }
+    /// The node, with a new key and value.
+    ASSOC& Renew()
+    {
+        Node().Destruct();
+        Node().Construct();
+        return Node();
+    }
+
+private:
+    ASSOC& Node() { return *reinterpret_cast<ASSOC*>(m_room); }
+    alignas(ASSOC) unsigned char m_room[sizeof(ASSOC)];
+};
+
 /// A map that owns its keys and values: KEY and VALUE are the stored types, ARG_KEY and ARG_VALUE the types in which
 /// they are passed in. The element helpers say how keys are hashed, compared and kept, and how both are archived.
 ///
@@ -394,9 +413,6 @@ public:
     }
     /// Stores or loads the entries; see above. Asserts "m_pHashTable != NULL" before it stores entries.
     void Serialize(VELM_CArchive& ar) override;
-
-private:
-    bool LoadEntry(VELM_CArchive& ar);
 };
 
 template <class KEY, class ARG_KEY, class VALUE, class ARG_VALUE>
@@ -417,31 +433,24 @@ void VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::Serialize(VELM_CArchive& ar)
         }
         return;
     }
-    for (unsigned long n = ar.ReadCount(); n > 0; --n) {
-        if (!LoadEntry(ar)) {
-            ar.RaiseDataEnded();
-            return;
-        }
+    // The archive holds what is loaded before it is in the map: a raise of an element helper must not lose it.
+    VELM_CLoadedAssoc<VELM_CAssoc>* pLoaded = new (std::nothrow) VELM_CLoadedAssoc<VELM_CAssoc>;
+    if (pLoaded == NULL)
+        AfxMemoryExhausted();
+    ar.Hold(pLoaded);
+    unsigned long n = ar.ReadCount();
+    for (; n > 0; --n) {
+        VELM_CAssoc& entry = pLoaded->Renew();
+        SerializeElements(ar, &entry.key, 1);
+        if (!ar.IsDataEnded())
+            SerializeElements(ar, &entry.value, 1);
+        if (ar.IsDataEnded())
+            break;
+        (*this)[static_cast<ARG_KEY>(entry.key)] = entry.value;
     }
+    ar.DropHeld();
+    if (n > 0)
+        ar.RaiseDataEnded();
 }
-
-// One entry, merged into the map; false when the data ended first.
-template <class KEY, class ARG_KEY, class VALUE, class ARG_VALUE>
-bool VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::LoadEntry(VELM_CArchive& ar)
-{
-    alignas(VELM_CAssoc) unsigned char room[sizeof(VELM_CAssoc)];
-    VELM_CAssoc* pEntry = reinterpret_cast<VELM_CAssoc*>(room);
-    pEntry->Construct();
-    SerializeElements(ar, &pEntry->key, 1);
-    if (!ar.IsDataEnded())
-        SerializeElements(ar, &pEntry->value, 1);
-    const bool bWhole = !ar.IsDataEnded();
-    if (bWhole)
-        (*this)[static_cast<ARG_KEY>(pEntry->key)] = pEntry->value;
-    pEntry->Destruct();
-    return bWhole;
-}
-
-/// \}
 
 #endif

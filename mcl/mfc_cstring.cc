@@ -166,11 +166,11 @@ const VELM_CString& VELM_CString::Concat(const char* p, int n)
         return *this;
     if (n >= INT_MAX - m_len)
         AfxMemoryExhausted();
-    // A source in the own buffer moves with it.
+    // A source in the own buffer moves with it, and may end with the NUL that is overwritten.
     const std::size_t nOffset = reinterpret_cast<std::size_t>(p) - reinterpret_cast<std::size_t>(m_data);
     const bool bOwn = nOffset <= static_cast<std::size_t>(m_len);
     m_data = static_cast<char*>(AfxAllocate(m_data, static_cast<std::size_t>(m_len + n), 1, 1));
-    std::memcpy(m_data + m_len, bOwn ? m_data + nOffset : p, static_cast<std::size_t>(n));
+    std::memmove(m_data + m_len, bOwn ? m_data + nOffset : p, static_cast<std::size_t>(n));
     m_len += n;
     m_data[m_len] = '\0';
     return *this;

@@ -43,7 +43,7 @@ template <class ARRAY> struct Case {
     std::string shown, outcome;
 };
 
-// Runs each case on a copy of the array that fill makes.
+// Runs each case on an array that fill has filled.
 template <class ARRAY, size_t N> static void CheckCases(const Case<ARRAY> (&cases)[N], void (*fill)(ARRAY&))
 {
     for (const auto& c : cases) {

@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <regex>
 #include <thread>
+#include <utility>
 
 #include "tests/support/watch.h"
 
@@ -43,15 +43,16 @@ TEST(Version, LineHasTheCommentOnlyWhenThereIsOne)
 {
     char plain[256], commented[256];
     const int nLength = libtavnomcl_sprintf_verid(plain);
-    std::cmatch parts;
-    ASSERT_TRUE(std::regex_match(plain, parts, std::regex("(libtavnomcl {23}[0-9][^ ]*)( \\([^\"]+\\)\n)"))) << plain;
-    EXPECT_EQ(nLength, parts.length(0));
     EXPECT_EQ(Printed([&] { EXPECT_EQ(libtavnomcl_print_verid(), nLength); }), plain);
+    const std::string line = plain, version = line.substr(0, line.find(" ("));
+    EXPECT_EQ(version.substr(0, version.find_first_of("0123456789")), "libtavnomcl" + std::string(23, ' '));
+    EXPECT_TRUE(line.size() == static_cast<size_t>(nLength) && version.find('"') == line.npos) << line;
+    EXPECT_EQ(line.substr(line.size() - 2), ")\n");
     void* pLibrary = dlopen(TAVNOMCL_COMMENTED_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(pLibrary, nullptr) << dlerror();
     const int nLong = reinterpret_cast<int (*)(char*)>(dlsym(pLibrary, "libtavnomcl_sprintf_verid"))(commented);
     EXPECT_EQ(nLong, static_cast<int>(strlen(commented)));
-    EXPECT_EQ(std::string(commented).substr(0, parts.str(1).size() + 12), parts.str(1) + " \"nightly\" (");
+    EXPECT_EQ(std::string(commented).substr(0, version.size() + 12), version + " \"nightly\" (");
     dlclose(pLibrary);
 }
 

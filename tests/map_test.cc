@@ -78,7 +78,7 @@ template <class MAP, class KEY> static void CheckFailures(KEY key, KEY other)
         {[=](MAP& m) { m.m_nCount = INT_MAX, m[other], m.m_nCount = 1; }, "m_nCount > 0"},
         {[=](MAP& m) { m.m_pFreeList = nullptr, m.m_nBlockSize = 0, m[other]; },
          "nMax > 0 && cbElement > 0; m_pFreeList != NULL"},
-        {[](MAP& m) { m.RemoveAll(), m.m_nHashTableSize = 0, m[{}], m.InitHashTable(17); }, "nHashSize > 0"},
+        {[=](MAP& m) { m.RemoveAll(), m.m_nHashTableSize = 0, m[key], m.InitHashTable(17), m[key]; }, "nHashSize > 0"},
         {[=](MAP& m) { m.m_nCount = 0, m.RemoveKey(key), m.m_nCount = 0, m[key]; }, "m_nCount >= 0"},
         {[=](MAP&) { MAP small(0), smaller(INT_MIN); }, "nBlockSize > 0; nBlockSize > 0"}};
     for (const auto& c : cases) {
