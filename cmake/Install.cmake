@@ -21,3 +21,13 @@ install(FILES ${PROJECT_BINARY_DIR}/tavnomclConfig.cmake ${PROJECT_BINARY_DIR}/t
 string(REGEX REPLACE "[^/]+" ".." TAVNOMCL_PC_TO_PREFIX "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 configure_file(cmake/tavnomcl.pc.in tavnomcl.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tavnomcl.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+
+# The printers lie where GDB looks for them: beside the library or, for a library in /usr, in GDB's own tree.
+if(BUILD_SHARED_LIBS)
+    set(printers_dir ${CMAKE_INSTALL_LIBDIR})
+    if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+        set(printers_dir ${CMAKE_INSTALL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR})
+    endif()
+    install(FILES gdb/tavnomcl_printers.py DESTINATION ${printers_dir} COMPONENT dev
+        RENAME libtavnomcl.so.${PROJECT_VERSION}-gdb.py)
+endif()

@@ -1,0 +1,90 @@
+"""Reads an archive by the rules of docs/archive-format.md.
+
+Nothing here may come from the library's sources: what this module cannot read, the page does not explain.
+It is stricter than a reader needs to be, and refuses every form that the page does not give for a value.
+"""
+
+import collections
+import sys
+
+NESTING = 4096  # objects within objects
+sys.setrecursionlimit(max(sys.getrecursionlimit(), 2 * NESTING + 1000))  # two calls for each object
+
+Class = collections.namedtuple("Class", "name schema")
+
+
+class FormatError(Exception):
+    pass
+
+
+class Object:
+    def __init__(self, cls):
+        self.cls = cls
+
+
+class Archive:
+    """The values of `data`; readers[name, schema](archive, object) reads the data of an object of that class."""
+
+    def __init__(self, data, readers):
+        self.data, self.readers = data, readers
+        self.offset, self.depth, self.table = 0, 0, [None]
+
+    def check(self, condition, message):
+        if not condition:
+            raise FormatError("offset %d: %s" % (self.offset, message))
+
+    def bytes(self, size):
+        self.check(size <= len(self.data) - self.offset, "the data ends inside a value")
+        self.offset += size
+        return self.data[self.offset - size:self.offset]
+
+    def u32(self):
+        return int.from_bytes(self.bytes(4), "little")
+
+    def at_least(self, least):
+        value = self.u32()
+        self.check(value >= least, "%d is too small for the long form" % value)
+        return value
+
+    def count(self):
+        value = self.u32()
+        self.check(value <= 0xFFFF, "count %X" % value)
+        return self.at_least(0xFFFF) if value == 0xFFFF else value
+
+    def string(self):
+        size = self.bytes(1)[0]
+        if size == 0xFF:
+            size = self.at_least(255)
+            self.check(size < 65534 or size == 0xFFFF, "string length %X" % size)
+            size = self.at_least(65534) if size == 0xFFFF else size
+        return self.bytes(size)
+
+    def reference(self):
+        tag = self.u32()
+        if tag == 0:
+            return None
+        self.check(tag <= 0xFFFF and tag != 0x8000, "tag %X" % tag)
+        if tag == 0xFFFF:
+            schema = self.u32()
+            cls = Class(self.bytes(self.u32()), schema)
+            self.check(cls in self.readers and cls not in self.table, "unknown or known already: %r" % (cls,))
+            self.table.append(cls)
+        else:
+            is_class, index = tag > 0x8000, tag & 0x7FFF
+            if tag == 0x7FFF:
+                word = self.u32()
+                is_class, index = word >= 0x80000000, word & 0x7FFFFFFF
+                self.check(index >= 0x7FFF, "index %X in the long form" % index)
+            self.check(index < len(self.table), "index %d has not been given out" % index)
+            entry = self.table[index]
+            self.check(isinstance(entry, Class if is_class else Object), "index %d is of the wrong kind" % index)
+            if not is_class:
+                return entry
+            cls = entry
+        self.check(self.depth < NESTING, "objects are nested too deep")
+        obj = Object(cls)
+        self.table.append(obj)
+        self.depth += 1
+        self.readers[cls](self, obj)
+        self.depth -= 1
+        return obj
