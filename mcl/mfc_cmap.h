@@ -453,4 +453,6 @@ void VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::Serialize(VELM_CArchive& ar)
         ar.RaiseDataEnded();
 }
 
+/// \}
+
 #endif
