@@ -19,6 +19,11 @@ write_basic_package_version_file(tavnomclConfigVersion.cmake COMPATIBILITY SameM
 install(FILES ${PROJECT_BINARY_DIR}/tavnomclConfig.cmake ${PROJECT_BINARY_DIR}/tavnomclConfigVersion.cmake
     DESTINATION ${config_dir} COMPONENT dev)
 string(REGEX REPLACE "[^/]+" ".." TAVNOMCL_PC_TO_PREFIX "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+if(TAVNOMCL_HOST_LIBRARY)
+    string(REGEX REPLACE "^([^-/])" "-l\\1" TAVNOMCL_PC_HOST "${TAVNOMCL_HOST_LIBRARY}")
+else()
+    set(TAVNOMCL_PC_HOST -ltavnohost)
+endif()
 configure_file(cmake/tavnomcl.pc.in tavnomcl.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tavnomcl.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 
