@@ -2,11 +2,12 @@
 include(CMakePackageConfigHelpers)
 
 set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tavnomcl)
-set(libraries tavnomcl tavnohost)
-set(TAVNOMCL_PC_HOST -ltavnohost)
 if(TAVNOMCL_HOST_LIBRARY)
     set(libraries tavnomcl)
-    set(TAVNOMCL_PC_HOST ${TAVNOMCL_HOST_LIBRARY})
+    string(REGEX REPLACE "^([^-/])" "-l\\1" TAVNOMCL_PC_HOST "${TAVNOMCL_HOST_LIBRARY}")
+else()
+    set(libraries tavnomcl tavnohost)
+    set(TAVNOMCL_PC_HOST -ltavnohost)
 endif()
 install(TARGETS ${libraries} EXPORT tavnomclTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
@@ -19,11 +20,6 @@ write_basic_package_version_file(tavnomclConfigVersion.cmake COMPATIBILITY SameM
 install(FILES ${PROJECT_BINARY_DIR}/tavnomclConfig.cmake ${PROJECT_BINARY_DIR}/tavnomclConfigVersion.cmake
     DESTINATION ${config_dir} COMPONENT dev)
 string(REGEX REPLACE "[^/]+" ".." TAVNOMCL_PC_TO_PREFIX "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
-if(TAVNOMCL_HOST_LIBRARY)
-    string(REGEX REPLACE "^([^-/])" "-l\\1" TAVNOMCL_PC_HOST "${TAVNOMCL_HOST_LIBRARY}")
-else()
-    set(TAVNOMCL_PC_HOST -ltavnohost)
-endif()
 configure_file(cmake/tavnomcl.pc.in tavnomcl.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tavnomcl.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 
