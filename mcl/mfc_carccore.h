@@ -115,6 +115,8 @@ public:
 
     /// Stores an object reference, and the object when it is new to the archive: its class, then its `Serialize`.
     /// Asserts "pClassRef != NULL". Raises 1 for a class with the schema 0xFFFF, 5 when no index is left.
+    ///
+    /// Finding out whether the object is new takes time in proportion to the objects of its class that are stored.
     void WriteObject(const VELM_CObject* pOb);
     /// Loads an object reference: NULL, an object that the archive had before, or a new object, which its class's
     /// table entry makes, which gets its index, and whose `Serialize` is called then. The object is of the requested
