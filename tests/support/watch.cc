@@ -72,17 +72,11 @@ VELM_CString MemoryFile::GetFilePath() const
     return VELM_CFile::GetFilePath();
 }
 
-bool MemoryFile::Call(const std::string& call)
-{
-    calls.push_back(call);
-    return calls.size() <= nFailFrom;
-}
-
 unsigned MemoryFile::Read(void* lpBuf, unsigned nCount)
 {
-    const bool bWorks = Call("Read " + std::to_string(nCount));
+    calls.push_back("Read " + std::to_string(nCount));
     const unsigned nLeft = static_cast<unsigned>(data.size()) - nPosition;
-    const unsigned n = bWorks ? std::min({nCount, nLeft, nMostPerRead}) : 0;
+    const unsigned n = std::min({nCount, nLeft, nMostPerRead});
     std::memcpy(lpBuf, data.data() + nPosition, n);
     nPosition += n;
     return n;
@@ -90,13 +84,13 @@ unsigned MemoryFile::Read(void* lpBuf, unsigned nCount)
 
 void MemoryFile::Write(const void* lpBuf, unsigned nCount)
 {
-    if (Call("Write " + std::to_string(nCount)))
-        data.append(static_cast<const char*>(lpBuf), nCount);
+    calls.push_back("Write " + std::to_string(nCount));
+    data.append(static_cast<const char*>(lpBuf), nCount);
 }
 
 long MemoryFile::Seek(long lOff, unsigned nFrom)
 {
-    Call("Seek " + std::to_string(lOff) + " " + std::to_string(nFrom));
+    calls.push_back("Seek " + std::to_string(lOff) + " " + std::to_string(nFrom));
     nPosition = static_cast<unsigned>(static_cast<long>(nPosition) + lOff);
     return 0;
 }

@@ -38,16 +38,12 @@ public:
     std::vector<std::string> calls; // such as "Read 128", "Write 44", "Seek -118 1", "GetFilePath"
     unsigned nPosition = 0;         // of the next read
     unsigned nMostPerRead = ~0u;    // a read delivers at most so many bytes
-    size_t nFailFrom = ~size_t{0};  // from that call on (the first is 0), nothing is read or written
 
     explicit MemoryFile(std::string contents = "") : VELM_CFile("memory"), data(std::move(contents)) {}
     VELM_CString GetFilePath() const override;
     unsigned Read(void* lpBuf, unsigned nCount) override;
     void Write(const void* lpBuf, unsigned nCount) override;
     long Seek(long lOff, unsigned nFrom) override;
-
-private:
-    bool Call(const std::string& call);
 };
 
 // The bytes that body stores through an archive with a buffer of that size.
