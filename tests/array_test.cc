@@ -113,7 +113,7 @@ TEST(ObArray, StreamHoldsACountAndImages)
     const std::pair<const char*, int> counts[] = {{"00000000", 0}, {"02000000", 2}, {"FFFFFFFF", 0}, {"FFFFFF7F", 3}};
     for (int n = 0; n < 4 * 32; ++n) { // each count with each number of bytes, of which 8 are an element
         Objects array;
-        MemoryFile file((Bytes(counts[n / 32].first) + std::string(27, 'x')).substr(0, n % 32));
+        MemoryFile file((Bytes(counts[n / 32].first) + std::string(27, 'x')).substr(0, static_cast<size_t>(n % 32)));
         VELM_CArchive ar(&file, VELM_CArchive::load);
         EXPECT_EQ(Printed([&] { EXPECT_EQ(Outcome([&] { array.Serialize(ar); }), ""); }), "");
         EXPECT_EQ(array.GetSize(), 3 + std::min((n % 32 - 4) / 8, counts[n / 32].second));

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <regex>
 #include <thread>
 
 #include "tests/support/watch.h"
@@ -28,8 +27,10 @@ TEST(Library, GivesNoticeWhenAskedForAndItsVersion)
     void* pLibrary = dlopen(TAVNOMCL_COMMENTED_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(pLibrary, nullptr) << dlerror();
     reinterpret_cast<int (*)(char*)>(dlsym(pLibrary, "libtavnomcl_sprintf_verid"))(commented);
-    const std::regex lines("(libtavnomcl {23}\\d\\S* )\\([^\"]*\\)\n\\1\"nightly\" \\(today\\)\n");
-    EXPECT_TRUE(std::regex_match(std::string(plain) + commented, lines)) << plain << commented;
+    const std::string line = plain, upToDate = line.substr(0, line.find('('));
+    EXPECT_EQ(upToDate.substr(0, 34), "libtavnomcl" + std::string(23, ' '));
+    EXPECT_EQ(line.substr(line.find(')')), ")\n");
+    EXPECT_EQ(commented, upToDate + "\"nightly\" (today)\n");
 }
 
 TEST(Diagnostics, ReportsNameTheFileThatHoldsTheCheck)
