@@ -13,7 +13,7 @@ install(TARGETS ${libraries} EXPORT tavnomclTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
 install(DIRECTORY mcl host DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tavnomcl COMPONENT dev
-    FILES_MATCHING PATTERN "*.h" PATTERN mfc_carcload.h EXCLUDE)
+    FILES_MATCHING PATTERN "*.h" PATTERN "*_p.h" EXCLUDE)
 install(EXPORT tavnomclTargets NAMESPACE tavnomcl:: DESTINATION ${config_dir} COMPONENT dev)
 configure_package_config_file(cmake/tavnomclConfig.cmake.in tavnomclConfig.cmake INSTALL_DESTINATION ${config_dir})
 write_basic_package_version_file(tavnomclConfigVersion.cmake COMPATIBILITY SameMajorVersion)

@@ -1,8 +1,11 @@
 #include "host/GenericList.h"
 
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+
+#include "host/memory_p.h"
 
 GenericList::GenericList() : count(0), m_items(nullptr), m_capacity(0)
 {
@@ -27,13 +30,8 @@ void GenericList::insertAt(long index, void* item)
 {
     if (count == m_capacity) {
         const int nCapacity = m_capacity < INT_MAX / 2 ? m_capacity * 2 + 8 : INT_MAX;
-        const std::size_t nBytes = static_cast<std::size_t>(nCapacity) * sizeof(void*);
-        void* pItems = nCapacity > m_capacity && nBytes / sizeof(void*) == static_cast<std::size_t>(nCapacity)
-                           ? std::realloc(m_items, nBytes)
-                           : nullptr;
-        if (pItems == nullptr)
-            std::abort();
-        m_items = static_cast<void**>(pItems);
+        const std::size_t nSlots = nCapacity > m_capacity ? static_cast<std::size_t>(nCapacity) : SIZE_MAX;
+        m_items = static_cast<void**>(AllocateOrRaise(m_items, nSlots, sizeof(void*)));
         m_capacity = nCapacity;
     }
     if (index < 0)

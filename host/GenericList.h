@@ -7,7 +7,8 @@
 #define TAVNOHOST_API __attribute__((visibility("default")))
 #endif
 
-/// An ordered list of untyped items, which it never owns. Indexes count from 0.
+/// An ordered list of untyped items, which it never owns. Indexes count from 0. Exhausted memory raises 1 and changes
+/// nothing.
 class TAVNOHOST_API GenericList {
 public:
     int count; ///< Number of items; the first member of the list.

@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "host/memory_p.h"
+
 static char emptyText[1];
 
 // A block for the text and its terminator, or the shared empty text.
@@ -10,9 +12,7 @@ static char* NewText(unsigned nLength)
 {
     if (nLength == 0)
         return emptyText;
-    char* pText = static_cast<char*>(std::malloc(std::size_t{nLength} + 1));
-    if (pText == nullptr)
-        std::abort();
+    char* pText = static_cast<char*>(AllocateOrRaise(nullptr, std::size_t{nLength} + 1, 1));
     pText[nLength] = '\0';
     return pText;
 }

@@ -7,7 +7,7 @@
 #define TAVNOHOST_API __attribute__((visibility("default")))
 #endif
 
-/// An owned, NUL-terminated text. An empty string owns no memory.
+/// An owned, NUL-terminated text. An empty string owns no memory. Exhausted memory raises 1 and changes nothing.
 class TAVNOHOST_API fxStr {
 public:
     /// A string of `nLength` blanks; 0 gives the empty string.

@@ -47,5 +47,10 @@ void pfm_cleanup_rls(pfm_cleanup_block* pBlock)
     if (pBlock->nActive == 0)
         return;
     pBlock->nActive = 0;
-    pInnermost = pBlock->pOuter;
+    // What an outer block's release has taken off the chain still calls itself active: it must not bring that back.
+    const pfm_cleanup_block* p = pInnermost;
+    while (p != nullptr && p != pBlock)
+        p = p->pOuter;
+    if (p != nullptr)
+        pInnermost = pBlock->pOuter;
 }

@@ -59,21 +59,26 @@ TAVNOHOST_API int pfm_cleanup_start(pfm_cleanup_block* pBlock, int nReserved);
 /// Clears what an earlier raise left in the block; called once at the start of the protected stretch.
 TAVNOHOST_API void pfm_cleanup_reset(pfm_cleanup_block* pBlock);
 
-/// Releases the block, and with it every block inside it. A block that a raise has released already is left alone.
+/// Releases the block, and with it every block inside it. A block that is not on this thread's chain, since a raise or
+/// an outer block's release took it off, is left alone.
 TAVNOHOST_API void pfm_cleanup_rls(pfm_cleanup_block* pBlock);
 }
 
 /// Runs `body()` inside a cleanup block. Returns 0 when it ended normally, else the code that was raised.
-/// Locals of the caller that `body` changes and that are read after a raise must be volatile or outlive the frame.
+/// Locals of the caller that `body` changes and that are read after a raise must be volatile or outlive the frame. A
+/// C++ exception passes through; the block is released then too.
 template <class Body> int pfm_protect(Body&& body)
 {
-    pfm_cleanup_block block;
-    block.nJumped = sigsetjmp(block.jump, 1);
-    if (!pfm_cleanup_start(&block, 0))
-        return block.nCode;
-    pfm_cleanup_reset(&block);
+    // Constructed before sigsetjmp, and alive until the end: a raise comes back into its scope and skips nothing of it.
+    struct Guard {
+        pfm_cleanup_block block;
+        ~Guard() { pfm_cleanup_rls(&block); }
+    } guard;
+    guard.block.nJumped = sigsetjmp(guard.block.jump, 1);
+    if (!pfm_cleanup_start(&guard.block, 0))
+        return guard.block.nCode;
+    pfm_cleanup_reset(&guard.block);
     body();
-    pfm_cleanup_rls(&block);
     return 0;
 }
 

@@ -1,11 +1,21 @@
+// The bytes of an archive, and the encodings of its values: each encoder stands beside its decoder.
+//
+// The texts of the assertions are an interface: programs compare what pfm_assert_fail is given. The text is the
+// condition as it stands here, so conditions are written to be read there, down to their blanks.
 #define VELM_EMIT_INLINES
 #include "mcl/mfc_carccore.h"
 
 #include <climits>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 
-#include "mcl/mfc_cmap.h"
+#include "mcl/mfc_carccore_p.h"
 #include "mcl/mfc_coll.h"
+#include "mcl/mfc_cstring_p.h"
+#include "mcl/mfc_memory.h"
 
 // The names that the texts of the assertions use.
 using UINT = unsigned;
@@ -19,26 +29,37 @@ const unsigned nStringPrefixShort = 0xFF; // from this on, a string's length tak
 const unsigned nStringEscape = 0xFFFE;    // from this on, it takes all nine
 const unsigned nLineChunk = 128;          // characters that are read of a line at a time
 const unsigned nFirstChunk = 4096;        // memory that a string's length earns before any of its bytes has come
+const unsigned nMostPerWrite = 1u << 30;  // of a text of any length
+
+VELM_CHeld::~VELM_CHeld()
+{
+}
 
 VELM_CArchive::VELM_CArchive(VELM_CFile* pFile, unsigned nMode, int nBufSize, void* lpBuf)
-    : m_pReserved(nullptr), m_nReserved(1), m_bDirectBuffer(FALSE), m_nCurSchema(0xFFFFFFFF), m_nMode(nMode),
-      m_bCallerBuf(1), m_nBufSize(nBufSize), m_pFile(pFile), m_lpBufStart(static_cast<unsigned char*>(lpBuf)),
-      m_nIndexCount(0), m_pStoreMap(nullptr), m_pLoader(nullptr), m_nMapGrowth(nMode != store ? 64 : 16),
-      m_nMapBuckets(137), m_nDataEnd(dataGoesOn), m_nFileBytes(0)
+    : m_pReserved(nullptr), m_nReserved(1), m_bDirectBuffer(FALSE), m_nCurSchema(0xFFFFFFFF),
+      m_strFileName(pFile == nullptr ? VELM_CString() : pFile->GetFilePath()), m_nMode(nMode), m_bCallerBuf(1),
+      m_nBufSize(nBufSize), m_pFile(pFile), m_lpBufStart(static_cast<unsigned char*>(lpBuf)), m_nIndexCount(0),
+      m_pStoreMap(nullptr), m_pLoader(nullptr), m_nMapGrowth(nMode != store ? 64 : 16), m_nMapBuckets(137),
+      m_nDataEnd(dataGoesOn), m_pInside(new (std::nothrow) VELM_CArchiveInside(*this))
 {
-    if (pFile != nullptr)
-        m_strFileName = pFile->GetFilePath();
     if (nBufSize < nMinBufSize) {
         m_nBufSize = nMinBufSize;
         m_lpBufStart = nullptr;
     }
     if (m_lpBufStart == nullptr) {
-        m_lpBufStart = AfxNewArray<unsigned char>(static_cast<size_t>(m_nBufSize));
+        m_lpBufStart = new (std::nothrow) unsigned char[static_cast<size_t>(m_nBufSize)];
         m_bCallerBuf = 0;
-        VELM_ASSERT(m_lpBufStart != NULL);
     }
+    if (m_lpBufStart == nullptr || m_pInside == nullptr) { // no destructor follows a raise
+        if (!m_bCallerBuf)
+            delete[] m_lpBufStart;
+        delete m_pInside;
+        m_strFileName.~VELM_CString();
+        AfxMemoryExhausted();
+    }
+    VELM_ASSERT(m_lpBufStart != NULL);
     m_lpBufMax = m_lpBufStart + m_nBufSize;
-    m_lpBufCur = (nMode & load) != 0 ? m_lpBufMax : m_lpBufStart;
+    m_lpBufCur = IsInbound() ? m_lpBufMax : m_lpBufStart;
     VELM_ASSERT(m_pStoreMap == NULL);
 }
 
@@ -47,6 +68,14 @@ VELM_CArchive::~VELM_CArchive()
     if (m_pFile != nullptr && (m_nMode & noFlushOnDestroy) == 0)
         Flush();
     Abort();
+    delete m_pInside;
+}
+
+VELM_CArchiveInside::~VELM_CArchiveInside()
+{
+    while (m_pHeld != nullptr)
+        DropHeld();
+    std::free(m_pText);
 }
 
 void VELM_CArchive::Abort()
@@ -59,11 +88,13 @@ void VELM_CArchive::Abort()
     }
     delete m_pLoader;
     m_pLoader = nullptr;
-    if (m_nMode == store)
-        delete m_pStoreMap;
+    if (HasStoreMap())
+        delete m_pInside->pStoreMap;
     else
         delete m_pLoadArray;
+    m_pInside->pStoreMap = nullptr;
     m_pStoreMap = nullptr;
+    m_pInside->pLastClass = nullptr;
 }
 
 void VELM_CArchive::Close()
@@ -72,18 +103,75 @@ void VELM_CArchive::Close()
     m_pFile = nullptr;
 }
 
-// Reads from the file until the room is full, enough has come, or nothing more comes. One call is always made.
-unsigned VELM_CArchive::ReadFile(unsigned char* lpBuf, unsigned nRoom, unsigned nEnough)
+void VELM_CArchiveInside::ReadFile(unsigned char*& rlpEnd, unsigned nRoom, unsigned nEnough)
 {
-    unsigned nTotal = 0, n = 0;
+    unsigned n;
     do {
-        n = m_pFile == nullptr ? 0 : m_pFile->Read(lpBuf + nTotal, nRoom - nTotal);
-        if (n > nRoom - nTotal)
-            n = nRoom - nTotal;
-        nTotal += n;
-    } while (n > 0 && nTotal < nRoom && nTotal < nEnough);
-    m_nFileBytes += nTotal;
-    return nTotal;
+        n = m_ar.m_pFile == nullptr ? 0 : m_ar.m_pFile->Read(rlpEnd, nRoom);
+        if (n > nRoom)
+            n = nRoom;
+        rlpEnd += n;
+        m_nFileBytes += n;
+        nRoom -= n;
+        nEnough -= n < nEnough ? n : nEnough;
+    } while (n > 0 && nRoom > 0 && nEnough > 0);
+}
+
+void VELM_CArchiveInside::WriteFile(const unsigned char* lpBuf, unsigned nBytes)
+{
+    if (m_ar.m_pFile == nullptr)
+        return;
+    m_ar.m_pFile->Write(lpBuf, nBytes);
+    m_nFileBytes += nBytes;
+}
+
+unsigned long long VELM_CArchiveInside::Offset() const
+{
+    const unsigned char* const lpEnd = m_ar.IsInbound() ? m_ar.m_lpBufMax : m_ar.m_lpBufStart;
+    return m_nFileBytes + static_cast<unsigned long long>(m_ar.m_lpBufCur - lpEnd); // loading, modulo 2^64
+}
+
+void VELM_CArchiveInside::Fail(int cause, unsigned long long nOffset, const char* lpszFormat, ...)
+{
+    const int n = std::snprintf(m_errorText, sizeof m_errorText, "offset %llu: ", nOffset);
+    va_list args;
+    va_start(args, lpszFormat);
+    std::vsnprintf(m_errorText + n, sizeof m_errorText - static_cast<size_t>(n), lpszFormat, args);
+    va_end(args);
+    for (char* p = m_errorText; *p != '\0'; ++p) { // a name in it may hold anything
+        if (*p < ' ' || *p > '~')
+            *p = '?';
+    }
+    AfxThrowArchiveException(cause, m_ar.m_strFileName.m_data);
+}
+
+const char* VELM_CArchive::GetErrorText() const
+{
+    return m_pInside->ErrorText();
+}
+
+void VELM_CArchiveInside::Hold(VELM_CHeld* pHeld)
+{
+    pHeld->m_pOuter = m_pHeld;
+    m_pHeld = pHeld;
+}
+
+void VELM_CArchiveInside::DropHeld()
+{
+    VELM_CHeld* const pHeld = m_pHeld;
+    if (pHeld != nullptr)
+        m_pHeld = pHeld->m_pOuter;
+    delete pHeld;
+}
+
+void VELM_CArchive::Hold(VELM_CHeld* pHeld)
+{
+    m_pInside->Hold(pHeld);
+}
+
+void VELM_CArchive::DropHeld()
+{
+    m_pInside->DropHeld();
 }
 
 bool VELM_CArchive::CheckBuffer() const
@@ -97,11 +185,10 @@ unsigned VELM_CArchive::Read(void* lpBuf, unsigned nMax)
 {
     if (nMax == 0)
         return 0;
-    m_nDataEnd = dataEnded;
     const bool bCaller = VELM_ASSERT(lpBuf != NULL);
     const bool bBuffer = CheckBuffer();
     VELM_ASSERT(IsLoading());
-    if (!bCaller || !bBuffer || (m_nMode & load) == 0)
+    if (!bCaller || !bBuffer || !IsInbound())
         return 0;
 
     unsigned char* lpTo = static_cast<unsigned char*>(lpBuf);
@@ -118,20 +205,18 @@ unsigned VELM_CArchive::Read(void* lpBuf, unsigned nMax)
     if (nMaxTemp != 0) {
         VELM_ASSERT(m_lpBufCur == m_lpBufMax);
         const unsigned nDirect = nMaxTemp - nMaxTemp % static_cast<unsigned>(m_nBufSize);
-        const unsigned nCame = ReadFile(lpTo, nDirect, nDirect);
-        lpTo += nCame;
+        const unsigned char* const lpDirect = lpTo;
+        m_pInside->ReadFile(lpTo, nDirect, nDirect);
+        const unsigned nCame = static_cast<unsigned>(lpTo - lpDirect);
         nMaxTemp -= nCame;
         if (nCame == nDirect) {
             VELM_ASSERT(m_lpBufCur == m_lpBufMax);
             VELM_ASSERT(nMaxTemp < (UINT)m_nBufSize);
-            const unsigned nAhead = ReadFile(m_lpBufStart, static_cast<unsigned>(m_nBufSize), nMaxTemp);
-            m_lpBufCur = m_lpBufStart;
-            m_lpBufMax = m_lpBufStart + nAhead;
+            m_lpBufCur = m_lpBufMax = m_lpBufStart;
+            m_pInside->ReadFile(m_lpBufMax, static_cast<unsigned>(m_nBufSize), nMaxTemp);
             Deliver();
         }
     }
-    if (nMaxTemp == 0)
-        m_nDataEnd = dataGoesOn;
     return nMax - nMaxTemp;
 }
 
@@ -145,7 +230,7 @@ void VELM_CArchive::Write(const void* lpBuf, unsigned nMax)
     VELM_ASSERT(m_lpBufStart == NULL || AfxIsValidAddress(m_lpBufStart, m_lpBufMax - m_lpBufStart));
     VELM_ASSERT(m_lpBufCur == NULL || AfxIsValidAddress(m_lpBufCur, m_lpBufMax - m_lpBufCur));
     VELM_ASSERT(IsStoring());
-    if (!bCaller || !bBuffer || (m_nMode & load) != 0)
+    if (!bCaller || !bBuffer || IsInbound())
         return;
 
     const unsigned char* lpFrom = static_cast<const unsigned char*>(lpBuf);
@@ -161,8 +246,7 @@ void VELM_CArchive::Write(const void* lpBuf, unsigned nMax)
         return;
     Flush();
     const unsigned nDirect = nMax - nMax % static_cast<unsigned>(m_nBufSize);
-    if (m_pFile != nullptr)
-        m_pFile->Write(lpFrom, nDirect);
+    m_pInside->WriteFile(lpFrom, nDirect);
     lpFrom += nDirect;
     nMax -= nDirect;
     const bool bFits = VELM_ASSERT(nMax < (UINT)m_nBufSize);
@@ -178,13 +262,14 @@ void VELM_CArchive::Flush()
     VELM_ASSERT(m_lpBufCur == NULL || AfxIsValidAddress(m_lpBufCur, m_lpBufMax - m_lpBufCur, IsStoring()));
     if (!bBuffer || m_pFile == nullptr)
         return;
-    if ((m_nMode & load) != 0) {
+    if (IsInbound()) {
         if (m_lpBufCur != m_lpBufMax)
             m_pFile->Seek(static_cast<long>(m_lpBufCur - m_lpBufMax), 1);
-        m_nFileBytes = GetOffset();
+        m_pInside->GiveBack();
         m_lpBufCur = m_lpBufMax;
+        m_nDataEnd = dataGoesOn;
     } else if (m_lpBufCur != m_lpBufStart) {
-        m_pFile->Write(m_lpBufStart, static_cast<unsigned>(m_lpBufCur - m_lpBufStart));
+        m_pInside->WriteFile(m_lpBufStart, static_cast<unsigned>(m_lpBufCur - m_lpBufStart));
         m_lpBufCur = m_lpBufStart;
     }
 }
@@ -200,20 +285,29 @@ void VELM_CArchive::FillBuffer(unsigned nBytesNeeded)
     const bool bCur = VELM_ASSERT(m_lpBufCur != NULL);
     const bool bStart = VELM_ASSERT(m_lpBufStart != NULL);
     const bool bMax = VELM_ASSERT(m_lpBufMax != NULL);
-    if (!bBuffer || !bCur || !bStart || !bMax || (m_nMode & load) == 0)
+    if (!bBuffer || !bCur || !bStart || !bMax || !IsInbound())
         return;
 
     if (m_lpBufCur > m_lpBufStart) {
         const unsigned nKept = static_cast<unsigned>(m_lpBufMax - m_lpBufCur);
         std::memmove(m_lpBufStart, m_lpBufCur, nKept);
-        const unsigned nEnough = nBytesNeeded > nKept ? nBytesNeeded - nKept : 0;
-        const unsigned nCame = ReadFile(m_lpBufStart + nKept, static_cast<unsigned>(m_nBufSize) - nKept, nEnough);
         m_lpBufCur = m_lpBufStart;
-        m_lpBufMax = m_lpBufStart + nKept + nCame;
-        m_nDataEnd = dataGoesOn;
+        m_lpBufMax = m_lpBufStart + nKept;
+        const unsigned nMore = nBytesNeeded > nKept ? nBytesNeeded - nKept : 0;
+        m_pInside->ReadFile(m_lpBufMax, static_cast<unsigned>(m_nBufSize) - nKept, nMore);
     }
-    if (static_cast<size_t>(m_lpBufMax - m_lpBufCur) < nBytesNeeded)
-        FailLoad(VELM_CArchiveException::causeEndOfFile, m_nFileBytes, "the data ends");
+    const unsigned nAvailable = static_cast<unsigned>(m_lpBufMax - m_lpBufCur);
+    if (nAvailable < nBytesNeeded)
+        m_pInside->Fail(VELM_CArchiveException::causeEndOfFile, m_pInside->Offset() + nAvailable, "the data ends");
+}
+
+int VELM_CArchive::LoadWhole(void* lpBuf, unsigned nBytes)
+{
+    // Where nothing can be loaded, each attempt is reported.
+    if ((m_nDataEnd == dataGoesOn || !IsLoading()) && Read(lpBuf, nBytes) == nBytes)
+        return 1;
+    m_nDataEnd = dataEnded;
+    return 0;
 }
 
 void VELM_CArchive::RaiseDataEnded()
@@ -221,7 +315,7 @@ void VELM_CArchive::RaiseDataEnded()
     if (m_nDataEnd != dataEnded)
         return;
     m_nDataEnd = dataEndRaised;
-    FailLoad(VELM_CArchiveException::causeEndOfFile, GetOffset(), "the data ends");
+    m_pInside->Fail(VELM_CArchiveException::causeEndOfFile, m_pInside->Offset(), "the data ends");
 }
 
 void VELM_CArchive::WriteCount(unsigned long dwCount)
@@ -233,16 +327,22 @@ void VELM_CArchive::WriteCount(unsigned long dwCount)
     Store32(static_cast<uint32_t>(dwCount));
 }
 
+// A 32-bit value, or the one behind the escape.
+static bool LoadEscaped(VELM_CArchive& ar, uint32_t& rCount)
+{
+    return ar.Load32(rCount) && (rCount != nCountEscape || ar.Load32(rCount));
+}
+
 unsigned long VELM_CArchive::ReadCount()
 {
     uint32_t nCount;
-    if (Load32(nCount) && (nCount != nCountEscape || Load32(nCount)))
+    if (LoadEscaped(*this, nCount))
         return nCount;
     RaiseDataEnded();
     return 0;
 }
 
-void VELM_CArchive::StoreString(const char* lpch, unsigned long nLength)
+void VELM_CArchive::StorePrefixed(const char* lpch, unsigned long nLength)
 {
     if (!VELM_ASSERT(nLength <= 0xFFFFFFFF))
         return;
@@ -257,55 +357,95 @@ void VELM_CArchive::StoreString(const char* lpch, unsigned long nLength)
     Write(lpch, static_cast<unsigned>(nLength));
 }
 
-int VELM_CArchive::LoadString(VELM_CString& rString)
+static bool LoadLength(VELM_CArchive& ar, uint32_t& rLength)
 {
     unsigned char nShort;
-    uint32_t nLength = 0;
-    bool bWhole = LoadByte(nShort) != 0;
-    if (bWhole && nShort == nStringPrefixShort)
-        bWhole = Load32(nLength) && (nLength != nCountEscape || Load32(nLength));
-    else if (bWhole)
-        nLength = nShort;
+    if (!ar.LoadByte(nShort))
+        return false;
+    rLength = nShort;
+    return nShort != nStringPrefixShort || LoadEscaped(ar, rLength);
+}
 
-    rString.Empty();
-    for (uint32_t nHave = 0; bWhole && nHave < nLength;) {
+int VELM_CArchive::LoadPrefixed(VELM_CString& rString)
+{
+    uint32_t nLength;
+    char* pText = nullptr;
+    if (LoadLength(*this, nLength)) {
+        if (IsLoading() && static_cast<size_t>(m_lpBufMax - m_lpBufCur) >= nLength) { // nothing raises but the memory
+            if (!AfxTryAssign(rString, reinterpret_cast<const char*>(m_lpBufCur), nLength))
+                AfxMemoryExhausted();
+            m_lpBufCur += nLength;
+            return 1;
+        }
+        pText = m_pInside->LoadText(nLength);
+    }
+    if (pText == nullptr) {
+        AfxTruncate(rString, 0);
+        return 0;
+    }
+    std::free(rString.m_data);
+    rString.m_data = m_pInside->TakeText();
+    rString.m_len = static_cast<int>(nLength);
+    return 1;
+}
+
+const char* VELM_CArchiveInside::LoadPrefixed()
+{
+    uint32_t nLength;
+    return LoadLength(m_ar, nLength) ? LoadText(nLength) : nullptr;
+}
+
+char* VELM_CArchiveInside::LoadText(uint32_t nLength)
+{
+    uint32_t nHave = 0;
+    do {
         // As much again as has come already, so that a length that lies costs no more than the data does.
         const uint32_t nMore = nHave < nFirstChunk ? nFirstChunk : nHave;
         const uint32_t nChunk = nMore < nLength - nHave ? nMore : nLength - nHave;
         if (nHave >= INT_MAX - nChunk)
             AfxMemoryExhausted();
-        rString.m_data = static_cast<char*>(AfxAllocate(rString.m_data, nHave + nChunk, 1, 1));
-        const uint32_t nCame = Read(rString.m_data + nHave, nChunk);
-        nHave += nCame;
-        rString.m_len = static_cast<int>(nHave);
-        rString.m_data[nHave] = '\0';
-        bWhole = nCame == nChunk;
-    }
-    if (!bWhole)
-        rString.Empty();
-    return bWhole;
+        m_pText = static_cast<char*>(AfxAllocate(m_pText, nHave + nChunk, 1, 1));
+        if (nChunk > 0 && !m_ar.LoadWhole(m_pText + nHave, nChunk))
+            return nullptr;
+        nHave += nChunk;
+    } while (nHave < nLength);
+    m_pText[nLength] = '\0';
+    return m_pText;
+}
+
+char* VELM_CArchiveInside::TakeText()
+{
+    char* const pText = m_pText;
+    m_pText = nullptr;
+    return pText;
 }
 
 void VELM_CArchive::WriteString(const char* lpsz)
 {
     VELM_ASSERT(AfxIsValidString(lpsz));
-    if (lpsz != nullptr)
-        Write(lpsz, static_cast<unsigned>(std::strlen(lpsz)));
+    size_t nLeft = lpsz == nullptr ? 0 : std::strlen(lpsz);
+    while (nLeft > 0) {
+        const unsigned n = nLeft < nMostPerWrite ? static_cast<unsigned>(nLeft) : nMostPerWrite;
+        Write(lpsz, n);
+        lpsz += n;
+        nLeft -= n;
+    }
 }
 
 // Reads bytes up to the line end, or nStop; nRead counts those in lpsz at every moment. False when a raise returned.
-bool VELM_CArchive::ReadLine(char* lpsz, unsigned nStop, bool bKeepLineEnd, volatile unsigned& nRead)
+static bool ReadLine(VELM_CArchive& ar, char* lpsz, unsigned nStop, bool bKeepLineEnd, volatile unsigned& nRead)
 {
     while (nRead < nStop) {
         unsigned char by;
-        bool bLineEnd = false, bLoaded = LoadByte(by);
-        if (bLoaded && (by == '\n' || by == '\r')) {
+        bool bLineEnd = false, bCame = ar.Read(&by, 1) == 1;
+        if (bCame && (by == '\n' || by == '\r')) {
             bLineEnd = true;
             if (by == '\r')
-                bLoaded = LoadByte(by);
+                bCame = ar.Read(&by, 1) == 1;
         }
-        if (!bLoaded) {
-            RaiseDataEnded();
+        if (!bCame) {
+            VELM_CArchiveInside& inside = VELM_CArchiveInside::Of(ar);
+            inside.Fail(VELM_CArchiveException::causeEndOfFile, inside.Offset(), "the data ends");
             return false;
         }
         if (!bLineEnd || bKeepLineEnd) {
@@ -318,6 +458,24 @@ bool VELM_CArchive::ReadLine(char* lpsz, unsigned nStop, bool bKeepLineEnd, vola
     return true;
 }
 
+// A raise comes back to sigsetjmp, in pfm_protect, and skips the rest of the body. What is read here after that and was
+// changed in between must be volatile: the compiler may have kept anything else in a register that the jump restored.
+static char* ReadLineProtected(VELM_CArchive& ar, char* lpsz, unsigned nStop, bool bKeepLineEnd)
+{
+    volatile unsigned nRead = 0;
+    volatile bool bWhole = false;
+    pfm_protect([&] { bWhole = ReadLine(ar, lpsz, nStop, bKeepLineEnd, nRead); });
+    if (!bWhole && nRead == 0)
+        return nullptr;
+    lpsz[nRead] = '\0';
+    return lpsz;
+}
+
+static const unsigned char* FindByte(const unsigned char* lpFrom, int by, size_t nBytes)
+{
+    return nBytes == 0 ? nullptr : static_cast<const unsigned char*>(std::memchr(lpFrom, by, nBytes));
+}
+
 char* VELM_CArchive::ReadString(char* lpsz, unsigned nMax)
 {
     const bool bKeepLineEnd = nMax > INT_MAX; // negative as an int
@@ -326,32 +484,31 @@ char* VELM_CArchive::ReadString(char* lpsz, unsigned nMax)
     // clang-format off
     VELM_ASSERT(AfxIsValidAddress(lpsz, (nStop+1) * sizeof(TCHAR)));
     // clang-format on
-    return ReadLineProtected(lpsz, nStop, bKeepLineEnd);
-}
-
-// No argument changes here, so that all of them hold after a raise.
-char* VELM_CArchive::ReadLineProtected(char* lpsz, unsigned nStop, bool bKeepLineEnd)
-{
-    volatile unsigned nRead = 0;
-    pfm_cleanup_block block;
-    block.nJumped = sigsetjmp(block.jump, 1);
-    if (pfm_cleanup_start(&block, 0)) {
-        pfm_cleanup_reset(&block);
-        const bool bLine = ReadLine(lpsz, nStop, bKeepLineEnd, nRead);
-        pfm_cleanup_rls(&block);
-        if (!bLine && nRead == 0)
-            return nullptr;
-    } else {
-        if (nRead == 0)
-            return nullptr;
-        pfm_cleanup_rls(&block);
-    }
-    lpsz[nRead] = '\0';
+    // A line whose end has been read ahead cannot raise.
+    const size_t nAhead = IsLoading() ? static_cast<size_t>(m_lpBufMax - m_lpBufCur) : 0;
+    const unsigned char* const lpEnd = FindByte(m_lpBufCur, '\n', nAhead < nStop ? nAhead : nStop);
+    if (lpEnd == nullptr || FindByte(m_lpBufCur, '\r', static_cast<size_t>(lpEnd - m_lpBufCur)) != nullptr)
+        return ReadLineProtected(*this, lpsz, nStop, bKeepLineEnd);
+    const size_t nKept = static_cast<size_t>(lpEnd - m_lpBufCur) + bKeepLineEnd;
+    std::memcpy(lpsz, m_lpBufCur, nKept);
+    lpsz[nKept] = '\0';
+    m_lpBufCur += lpEnd + 1 - m_lpBufCur;
     return lpsz;
 }
 
 int VELM_CArchive::ReadString(VELM_CString& rString)
 {
+    // A line that has been read ahead, of less than a chunk, with nothing in it that is special to a chunk.
+    const size_t nAhead = IsLoading() ? static_cast<size_t>(m_lpBufMax - m_lpBufCur) : 0;
+    if (const unsigned char* lpEnd = FindByte(m_lpBufCur, '\n', nAhead < nLineChunk ? nAhead : nLineChunk)) {
+        const size_t nText = static_cast<size_t>(lpEnd - m_lpBufCur);
+        if (FindByte(m_lpBufCur, '\r', nText) == nullptr && FindByte(m_lpBufCur, '\0', nText) == nullptr) {
+            if (!AfxTryAssign(rString, reinterpret_cast<const char*>(m_lpBufCur), nText))
+                AfxMemoryExhausted();
+            m_lpBufCur += nText + 1;
+            return 1;
+        }
+    }
     char scratch[nLineChunk + 1];
     rString = "";
     const char* lpszRead;
@@ -362,14 +519,14 @@ int VELM_CArchive::ReadString(VELM_CString& rString)
             break;
     }
     if (!rString.IsEmpty() && rString.m_data[rString.m_len - 1] == '\n')
-        rString.Set(rString.m_data, rString.m_len - 1);
+        AfxTruncate(rString, rString.m_len - 1);
     return lpszRead != nullptr;
 }
 
 void SerializeElements(VELM_CArchive& ar, VELM_CString* pElements, int nCount)
 {
     for (int i = 0; i < nCount; ++i) {
-        if (ar.m_nMode == VELM_CArchive::store) {
+        if (ar.IsStoring()) {
             ar << pElements[i];
         } else {
             ar >> pElements[i];

@@ -1,5 +1,41 @@
 /// \file
-/// The archive: a buffered binary stream of bytes, 32-bit values, counts, strings and graphs of objects.
+/// The archive: a buffered binary stream of bytes, 32-bit values, counts, strings, lines of text and graphs of objects.
+///
+/// One class, in three layers. Each stands on the one below, and every byte goes through `Write` or `Read`:
+///
+///     objects     WriteObject, WriteClass         ReadObject, ReadClass          references, class records
+///                      |                               ^
+///     values      <<, WriteCount, WriteString     >>, ReadCount, ReadString      encodings
+///                      v                               |
+///     bytes       Write, Flush                    Read, FillBuffer, Flush        the buffer
+///                      |                               ^
+///                      v                               |
+///     VELM_CFile  Write                           Read, Seek
+///
+///     storing:  | waiting to be written | room              |
+///     loading:  | delivered             | read ahead | stale |
+///               m_lpBufStart            m_lpBufCur   m_lpBufMax (storing: the buffer's end)
+///
+/// Which pair to pick:
+///
+/// | To move | store by | load by | when the data ends |
+/// |---|---|---|---|
+/// | bytes whose number both sides know | `Write` | `Read` | fewer come |
+/// | a byte, a 32-bit value | `<<` | `>>` | raises 3 |
+/// | a number of things that follow | `WriteCount` | `ReadCount` | raises 3 |
+/// | a string with its length | `<<` | `>>` | raises 3 |
+/// | text, line by line | `WriteString`, with the line ends | `ReadString` | NULL, or 0 |
+/// | an object, with all that it refers to | `WriteObject` | `ReadObject` | raises 3 |
+/// | a class alone | `WriteClass` | `ReadClass` | raises 3 |
+///
+/// What is true at every moment:
+/// - `m_lpBufStart` <= `m_lpBufCur` <= `m_lpBufMax` <= `m_lpBufStart` + `m_nBufSize`. Storing, what lies before
+///   `m_lpBufCur` has not reached the file; loading, the file stands behind what lies before `m_lpBufMax`.
+/// - An index is given once, to an object or a class, and stays below `nIndexLimit`. `m_nIndexCount` is the next one.
+/// - A value comes whole or not at all. Once one came up short, the archive is at its end for every reader of values,
+///   until `Flush`: see `IsDataEnded`.
+///
+/// The fields are public because they always were: programs and debuggers know them, at these places.
 #ifndef TAVNOMCL_MFC_CARCCORE_H
 #define TAVNOMCL_MFC_CARCCORE_H
 
@@ -13,10 +49,25 @@
 /// \addtogroup archives
 /// \{
 
-class VELM_CArchiveLoader;
+class VELM_LOCAL VELM_CArchiveInside;
 class VELM_CClassTable;
 class VELM_CMapPtrToPtr;
 class VELM_CPtrArray;
+
+/// Something that a reader needs until it is done, and that no raise may lose: made by operator new, and deleted by the
+/// archive that holds it, by `VELM_CArchive::DropHeld` or with itself.
+class VELM_API VELM_CHeld {
+public:
+    VELM_CHeld() : m_pOuter(NULL) {}
+    VELM_CHeld(const VELM_CHeld&) = delete;
+    VELM_CHeld& operator=(const VELM_CHeld&) = delete;
+    virtual ~VELM_CHeld();
+
+private:
+    friend class VELM_CArchive;
+    friend class VELM_CArchiveInside;
+    VELM_CHeld* m_pOuter; // held before this one
+};
 
 /// A binary stream in one direction, storing to a `VELM_CFile` or loading from it, through one buffer.
 ///
@@ -102,21 +153,23 @@ public:
     void WriteCount(unsigned long dwCount);
     /// Loads a count. Raises 3 when the data ends; where that returns, 0.
     unsigned long ReadCount();
-    /// Stores the bytes of the text, without a length or a terminator.
+    /// Stores the bytes of the text, of any length, without a length or a terminator.
     void WriteString(const char* lpsz);
-    /// Reads one line: up to `nMax` bytes before a line feed, or a carriage return and the byte behind it. The line
+    /// Loads one line: up to `nMax` bytes before a line feed, or a carriage return and the byte behind it. The line
     /// end is consumed and dropped; with a negative `nMax` as an int, of that many bytes, one byte of it is kept. The
     /// buffer has room for one byte more: the final NUL. Returns the buffer; NULL at the end of the data. Raises
     /// nothing.
     char* ReadString(char* lpsz, unsigned nMax);
-    /// Reads one line of any length, without its line end. Returns 1; 0 and an empty string at the end of the data. A
+    /// Loads one line of any length, without its line end. Returns 1; 0 and an empty string at the end of the data. A
     /// last line without a line end gives 1 as well; 0, but with its text, where its length is a multiple of 128.
     int ReadString(VELM_CString& rString);
 
     /// Stores an object reference, and the object when it is new to the archive: its class, then its `Serialize`.
-    /// Asserts "pClassRef != NULL". Raises 1 for a class with the schema 0xFFFF, 5 when no index is left.
+    /// Asserts "pClassRef != NULL" and, of a new class, "pClassRef->m_pszName != NULL". Raises 1 for a class with the
+    /// schema 0xFFFF, 5 when no index is left.
     ///
-    /// Finding out whether the object is new takes time in proportion to the objects of its class that are stored.
+    /// Objects are known by their addresses: each must live until the last one is stored, or another one at its address
+    /// is taken for it.
     void WriteObject(const VELM_CObject* pOb);
     /// Loads an object reference: NULL, an object that the archive had before, or a new object, which its class's
     /// table entry makes, which gets its index, and whose `Serialize` is called then. The object is of the requested
@@ -151,10 +204,11 @@ public:
     void SetClassTable(const VELM_CClassTable* pTable);
     /// How deep objects may be nested in each other's `Serialize` while they load; 4096 unless set.
     void SetMaxDepth(unsigned nMaxDepth);
-    /// What went wrong in the last load that raised, and at which offset in the stream, in one line of printable
-    /// characters; "" for nothing. Valid until the next failure.
+    /// What went wrong in the last operation that raised, and at which offset in the stream, in one line of printable
+    /// characters; "" for nothing. Valid until the next failure, also after `Abort`.
     const char* GetErrorText() const;
-    /// Deletes every object that this archive has made. Otherwise they are the caller's.
+    /// Deletes every object that this archive has made, once all of them have let go of what they refer to (see
+    /// `VELM_CClassTable::Add`). Otherwise they are the caller's. After `Abort` none is known any more.
     void DeleteLoadedObjects();
     /// The schema of the object being loaded, once; 0xFFFFFFFF after that.
     unsigned GetObjectSchema();
@@ -164,11 +218,13 @@ public:
     /// \name For readers and writers of further types
     /// \{
 
+    /// Loads so many bytes. Returns 1; 0 when the data ended before: those that came are lost then.
+    int LoadWhole(void* lpBuf, unsigned nBytes);
     /// Loads one byte. Returns 1; 0 when the data ended.
     int LoadByte(unsigned char& rValue)
     {
-        if (m_nMode != load || m_lpBufCur == m_lpBufMax)
-            return Read(&rValue, 1) == 1;
+        if (!IsLoading() || m_lpBufCur == m_lpBufMax)
+            return LoadWhole(&rValue, 1);
         rValue = *m_lpBufCur++;
         return 1;
     }
@@ -177,10 +233,10 @@ public:
     {
         unsigned char bytes[4];
         const unsigned char* p = bytes;
-        if (m_nMode == load && m_lpBufMax - m_lpBufCur >= 4) {
+        if (IsLoading() && m_lpBufMax - m_lpBufCur >= 4) {
             p = m_lpBufCur;
             m_lpBufCur += 4;
-        } else if (Read(bytes, 4) != 4) {
+        } else if (!LoadWhole(bytes, 4)) {
             return 0;
         }
         rValue = p[0] | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
@@ -190,7 +246,7 @@ public:
     void Store32(uint32_t nValue)
     {
         unsigned char bytes[4];
-        const bool bRoom = m_nMode == store && m_lpBufMax - m_lpBufCur >= 4;
+        const bool bRoom = IsStoring() && m_lpBufMax - m_lpBufCur >= 4;
         unsigned char* p = bRoom ? m_lpBufCur : bytes;
         p[0] = static_cast<unsigned char>(nValue);
         p[1] = static_cast<unsigned char>(nValue >> 8);
@@ -201,47 +257,44 @@ public:
         else
             Write(bytes, 4);
     }
-    /// Stores a string: the length prefix and the bytes.
-    void StoreString(const char* lpch, unsigned long nLength);
-    /// Loads a string. Returns 1; 0 and the empty string when the data ended. Memory grows only as data arrives.
-    int LoadString(VELM_CString& rString);
-    /// Whether the last transfer from the file came up short of what was asked.
+    /// Stores a string: its length, then its bytes. A length above 0xFFFFFFFF fails "nLength <= 0xFFFFFFFF".
+    void StorePrefixed(const char* lpch, unsigned long nLength);
+    /// Loads such a string. Returns 1; 0 and the empty string when the data ended. Memory grows only as data arrives.
+    int LoadPrefixed(VELM_CString& rString);
+    /// Whether a value came up short. Once it did, `LoadByte` and its kin, and all that loads by them, find the end at
+    /// once, so that a loop that asks ends; `Flush` makes them look again. `Read` and `ReadString` always look.
     int IsDataEnded() const { return m_nDataEnd != dataGoesOn; }
-    /// Raises 3, once for a transfer that came up short.
+    /// Raises 3 when a value came up short, unless that was raised already. Each new attempt is raised again.
     void RaiseDataEnded();
-    /// Takes an object that a reader needs until `DropHeld`. After a raise the archive deletes it with itself.
-    void Hold(VELM_CObject* pOb);
-    /// Deletes the object that was held last.
+    /// Takes what a reader needs until `DropHeld`; cannot fail. After a raise the archive deletes it with itself.
+    void Hold(VELM_CHeld* pHeld);
+    /// Deletes what was held last.
     void DropHeld();
     /// \}
 
 private:
+    // A reader of values that comes up short sets dataEnded, as does one that finds that or dataEndRaised;
+    // RaiseDataEnded turns dataEnded into dataEndRaised, and raises. So each attempt is raised once, by the reader or
+    // by what called it.
     enum { dataGoesOn, dataEnded, dataEndRaised };
     int m_nDataEnd;
-    unsigned long long m_nFileBytes; // read from the file so far
+    VELM_CArchiveInside* m_pInside; // what needs no field here: errors, what is held, depth; see mfc_carccore_p.h
+    friend class VELM_CArchiveInside;
 
-    VELM_LOCAL unsigned ReadFile(unsigned char* lpBuf, unsigned nRoom, unsigned nEnough);
+    // The direction of a transfer is the lowest bit of the mode, whatever else is set there, and asked for by
+    // IsInbound. Which member of the union is live is a question of the whole mode: HasStoreMap.
+    bool IsInbound() const { return (m_nMode & load) != 0; }
+    bool HasStoreMap() const { return m_nMode == store; }
     VELM_LOCAL bool CheckBuffer() const;
-    VELM_LOCAL bool ReadLine(char* lpsz, unsigned nStop, bool bKeepLineEnd, volatile unsigned& nRead);
-    VELM_LOCAL char* ReadLineProtected(char* lpsz, unsigned nStop, bool bKeepLineEnd);
     VELM_LOCAL bool MakeMap();
-    VELM_LOCAL bool HasIndexLeft();
     VELM_LOCAL bool StoreClass(const VELM_CRuntimeClass* pClassRef);
-    VELM_LOCAL bool StartReadClass(const VELM_CRuntimeClass* pClassRefRequested);
-
-    friend class VELM_CArchiveLoader;
-    friend struct VELM_CRuntimeClass;
-    VELM_LOCAL VELM_CArchiveLoader* Loader();
-    VELM_LOCAL bool HasClassTable() const;
-    VELM_LOCAL unsigned long long GetOffset() const;
-    VELM_LOCAL __attribute__((format(printf, 4, 5))) void FailLoad(int cause, unsigned long long nOffset,
-                                                                   const char* lpszFormat, ...);
+    VELM_LOCAL bool StartReading(const VELM_CRuntimeClass* pClassRefRequested);
 };
 
 /// Stores one byte.
 VELM_INLINE VELM_CArchive& operator<<(VELM_CArchive& ar, unsigned char by)
 {
-    if (ar.m_nMode == VELM_CArchive::store && ar.m_lpBufCur != ar.m_lpBufMax)
+    if (ar.IsStoring() && ar.m_lpBufCur != ar.m_lpBufMax)
         *ar.m_lpBufCur++ = by;
     else
         ar.Write(&by, 1);
@@ -266,7 +319,7 @@ VELM_INLINE VELM_CArchive& operator<<(VELM_CArchive& ar, unsigned long dw)
 /// Stores a string: its length in 1, 5 or 9 bytes, then its bytes.
 VELM_INLINE VELM_CArchive& operator<<(VELM_CArchive& ar, const VELM_CString& str)
 {
-    ar.StoreString(str.m_data, static_cast<unsigned long>(str.m_len));
+    ar.StorePrefixed(str.m_data, static_cast<unsigned long>(str.m_len));
     return ar;
 }
 
@@ -303,7 +356,7 @@ VELM_INLINE VELM_CArchive& operator>>(VELM_CArchive& ar, unsigned long& dw)
 /// Loads a string. Raises 3 when the data ends; the string is empty then.
 VELM_INLINE VELM_CArchive& operator>>(VELM_CArchive& ar, VELM_CString& str)
 {
-    if (!ar.LoadString(str))
+    if (!ar.LoadPrefixed(str))
         ar.RaiseDataEnded();
     return ar;
 }

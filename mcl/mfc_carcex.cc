@@ -1,8 +1,5 @@
 #include "mcl/mfc_carcex.h"
 
-#include <cstdio>
-#include <cstdlib>
-
 VELM_CException::VELM_CException() : m_nFlag(1)
 {
 }
@@ -62,22 +59,4 @@ int AfxIsValidAddress(const void*, unsigned, int)
 int AfxIsValidString(const char*, int)
 {
     return 1;
-}
-
-void AfxMemoryExhausted()
-{
-    AfxThrowMemoryException();
-    std::fputs("libtavnomcl: memory is exhausted\n", stderr);
-    std::abort();
-}
-
-void* AfxAllocate(void* pOld, unsigned long nCount, unsigned long nSize, unsigned long nHeader)
-{
-    unsigned long nBytes;
-    void* pNew = nullptr;
-    if (!__builtin_mul_overflow(nCount, nSize, &nBytes) && !__builtin_add_overflow(nBytes, nHeader, &nBytes))
-        pNew = std::realloc(pOld, nBytes == 0 ? 1 : nBytes);
-    if (pNew == nullptr)
-        AfxMemoryExhausted();
-    return pNew;
 }

@@ -1,15 +1,10 @@
 /// \file
-/// Failures: the exception classes, the functions that raise, and the way out when memory is exhausted.
+/// Failures: the exception classes and the functions that raise.
 ///
 /// The library uses no language-level exceptions. A run-time failure is a raise: a call of the host's `pfm_raise`
 /// with one of the causes of `VELM_CArchiveException`. Where that returns, the operation stops and harms nothing.
 #ifndef TAVNOMCL_MFC_CARCEX_H
 #define TAVNOMCL_MFC_CARCEX_H
-
-#include <stddef.h>
-#include <stdint.h>
-
-#include <new>
 
 #include "mcl/mfc_cobj.h"
 #include "mcl/mfc_cstring.h"
@@ -69,23 +64,6 @@ VELM_API int AfxIsValidString(const char* lpsz, int nLength = -1);
 template <class SIZE> inline int AfxIsValidAddress(const void* lp, SIZE nBytes, int bReadWrite = 1)
 {
     return AfxIsValidAddress(lp, static_cast<unsigned>(nBytes), bReadWrite);
-}
-
-/// The way out when memory cannot be had: raises as `AfxThrowMemoryException` does and, when that returns, reports it
-/// on standard error and aborts.
-[[noreturn]] VELM_API void AfxMemoryExhausted();
-
-/// A block of `malloc` of `nCount` * `nSize` + `nHeader` bytes or, when `pOld` is not NULL, that block resized to it;
-/// never NULL, and the size never overflows. The old block is as it was when memory is exhausted.
-VELM_API void* AfxAllocate(void* pOld, unsigned long nCount, unsigned long nSize, unsigned long nHeader = 0);
-
-/// An array of operator new[]; never NULL.
-template <class TYPE> TYPE* AfxNewArray(size_t nCount)
-{
-    TYPE* pArray = nCount > PTRDIFF_MAX / sizeof(TYPE) - 1 ? nullptr : new (std::nothrow) TYPE[nCount];
-    if (pArray == nullptr)
-        AfxMemoryExhausted();
-    return pArray;
 }
 
 /// \}

@@ -1,14 +1,27 @@
-// Object and class references of an archive.
+// Object and class references of an archive: the walk along the stream, out and in.
+//
+//     WriteObject                                 ReadObject
+//       known?  VELM_CReference::Store              VELM_CReference::Load  known?
+//       StoreClass                                  LoadClass
+//         known?  VELM_CReference::Store              known?
+//         VELM_CRuntimeClass::Store                   VELM_CRuntimeClass::Load
+//         TakeIndex                                   VELM_CArchiveLoader::AddClass
+//       TakeIndex                                   VELM_CArchiveLoader::CreateObject
+//       VELM_CObject::Serialize                     VELM_CObject::Serialize
+//
+// What can fail comes before what is remembered: an index is taken when its place is there.
 #include <cstdio>
+#include <new>
 
-#include "mcl/mfc_carcload.h"
+#include "mcl/mfc_carcload_p.h"
+#include "mcl/mfc_carcref_p.h"
 #include "mcl/mfc_cmap.h"
 #include "mcl/mfc_cobj.h"
 #include "mcl/mfc_coll.h"
+#include "mcl/mfc_memory.h"
 
-const unsigned nNoSchema = 0xFFFF; // the schema of a class whose objects cannot go through an archive
-
-// The index that the store map has for an object or a class; 0 when it is new.
+// The value that the store map has for an object or a class: its index, or NULL when it is new. The reference holds
+// whatever is inserted meanwhile, since the nodes of a map never move.
 static void*& IndexSlot(VELM_CMapPtrToPtr& map, const void* pObjectOrClass)
 {
     return map[const_cast<void*>(pObjectOrClass)];
@@ -24,21 +37,25 @@ static void* AsSlot(unsigned nIndex)
     return reinterpret_cast<void*>(uintptr_t{nIndex});
 }
 
-// Makes the store map or the load array. False when there is one already.
+static const char* NameOf(const VELM_CRuntimeClass* pClass)
+{
+    return pClass->m_pszName == nullptr ? "" : pClass->m_pszName;
+}
+
+// Makes the store map or the load array, and goes on where an earlier attempt was left by a raise. False when it is
+// there.
 bool VELM_CArchive::MakeMap()
 {
-    if (m_pStoreMap != nullptr)
+    if (m_pStoreMap != nullptr && m_nIndexCount != 0)
         return false;
-    if (m_nMode == store) {
-        m_pStoreMap = new (std::nothrow) VELM_CMapPtrToPtr(m_nMapGrowth);
+    if (HasStoreMap()) {
         if (m_pStoreMap == nullptr)
-            AfxMemoryExhausted();
+            m_pInside->pStoreMap = m_pStoreMap = AfxNew(new (std::nothrow) VELM_CMapPtrToPtr(m_nMapGrowth));
         m_pStoreMap->InitHashTable(m_nMapBuckets, 1);
-        std::printf("SetAt NYI\n");
+        std::printf("SetAt NYI\n"); // part of what a storing program has always printed: some compare their output
     } else {
-        m_pLoadArray = new (std::nothrow) VELM_CPtrArray;
         if (m_pLoadArray == nullptr)
-            AfxMemoryExhausted();
+            m_pLoadArray = AfxNew(new (std::nothrow) VELM_CPtrArray);
         m_pLoadArray->SetSize(1, m_nMapGrowth);
         m_pLoadArray->SetAt(0, nullptr);
     }
@@ -46,34 +63,47 @@ bool VELM_CArchive::MakeMap()
     return true;
 }
 
-// Whether an index can be given; raises 5 when not.
-bool VELM_CArchive::HasIndexLeft()
+bool VELM_CArchiveInside::RequireIndex()
 {
-    if (m_nIndexCount < nIndexLimit)
+    if (m_ar.m_nIndexCount < VELM_CArchive::nIndexLimit)
         return true;
-    if ((m_nMode & load) != 0)
-        FailLoad(VELM_CArchiveException::causeBadIndex, GetOffset(), "no index is left: the limit is %u",
-                 static_cast<unsigned>(nIndexLimit));
-    else
-        AfxThrowArchiveException(VELM_CArchiveException::causeBadIndex, m_strFileName.m_data);
+    Fail(VELM_CArchiveException::causeBadIndex, Offset(), "no index is left: the limit is %u",
+         static_cast<unsigned>(VELM_CArchive::nIndexLimit));
     return false;
+}
+
+bool VELM_CArchiveInside::RequireDepth(unsigned long long nOffset)
+{
+    if (m_nDepth < nMaxDepth)
+        return true;
+    Fail(VELM_CArchiveException::causeGeneric, nOffset, "objects are nested deeper than %u", nMaxDepth);
+    return false;
+}
+
+void VELM_CArchiveInside::Serialize(VELM_CObject& ob)
+{
+    ++m_nDepth;
+    ob.Serialize(m_ar);
+    --m_nDepth;
 }
 
 void VELM_CArchive::CheckCount()
 {
-    HasIndexLeft();
+    m_pInside->RequireIndex();
 }
 
 void VELM_CArchive::MapObject(const VELM_CObject* pOb)
 {
     const bool bNew = MakeMap();
-    if (pOb == nullptr || (!bNew && !HasIndexLeft()))
+    if (pOb == nullptr || (!bNew && !m_pInside->RequireIndex()))
         return;
-    const unsigned nIndex = m_nIndexCount++;
-    if (m_nMode == store)
-        IndexSlot(*m_pStoreMap, pOb) = AsSlot(nIndex);
-    else
-        m_pLoadArray->InsertAt(static_cast<int>(nIndex), const_cast<VELM_CObject*>(pOb), 1);
+    if (HasStoreMap()) {
+        void*& slot = IndexSlot(*m_pStoreMap, pOb);
+        slot = AsSlot(m_pInside->TakeIndex());
+    } else {
+        m_pLoadArray->InsertAt(static_cast<int>(m_nIndexCount), const_cast<VELM_CObject*>(pOb), 1);
+        m_pInside->TakeIndex();
+    }
 }
 
 // WriteClass; false when nothing, or not all of it, could be stored.
@@ -83,26 +113,30 @@ bool VELM_CArchive::StoreClass(const VELM_CRuntimeClass* pClassRef)
     const bool bStoring = VELM_ASSERT(IsStoring());
     if (!bClass || !bStoring)
         return false;
-    if (pClassRef->m_nSchema == nNoSchema) {
-        pfm_raise(VELM_CArchiveException::causeGeneric);
+    if (pClassRef->m_nSchema == VELM_CRuntimeClass::nNoSchema) {
+        m_pInside->Fail(VELM_CArchiveException::causeGeneric, m_pInside->Offset(),
+                        "class \"%s\" cannot go through an archive", NameOf(pClassRef));
         return false;
     }
     MakeMap();
-    void*& slot = IndexSlot(*m_pStoreMap, pClassRef);
-    const unsigned nClass = IndexIn(slot);
-    if (nClass != 0) {
-        if (nClass < wBigObjectTag) {
-            *this << (nClass | wClassTag);
-        } else {
-            *this << static_cast<unsigned>(wBigObjectTag) << (nClass | dwBigClassTag);
-        }
+    if (pClassRef == m_pInside->pLastClass) {
+        VELM_CReference{VELM_CReference::knownClass, m_pInside->nLastClass}.Store(*this);
         return true;
     }
-    *this << static_cast<unsigned>(wNewClassTag);
-    pClassRef->Store(*this);
-    if (!HasIndexLeft())
-        return false;
-    slot = AsSlot(m_nIndexCount++);
+    void*& slot = IndexSlot(*m_pStoreMap, pClassRef);
+    if (slot != nullptr) {
+        VELM_CReference{VELM_CReference::knownClass, IndexIn(slot)}.Store(*this);
+    } else {
+        if (!VELM_ASSERT(pClassRef->m_pszName != NULL))
+            return false;
+        VELM_CReference{VELM_CReference::newClass, 0}.Store(*this);
+        pClassRef->Store(*this);
+        if (!m_pInside->RequireIndex())
+            return false;
+        slot = AsSlot(m_pInside->TakeIndex());
+    }
+    m_pInside->nLastClass = IndexIn(slot);
+    m_pInside->pLastClass = pClassRef;
     return true;
 }
 
@@ -117,76 +151,125 @@ void VELM_CArchive::WriteObject(const VELM_CObject* pOb)
         return;
     MakeMap();
     if (pOb == nullptr) {
-        *this << static_cast<unsigned>(wNullTag);
+        VELM_CReference{VELM_CReference::nullObject, 0}.Store(*this);
         return;
     }
     void*& slot = IndexSlot(*m_pStoreMap, pOb);
-    const unsigned nObject = IndexIn(slot);
-    if (nObject != 0) {
-        if (nObject >= wBigObjectTag)
-            *this << static_cast<unsigned>(wBigObjectTag);
-        *this << nObject;
+    if (slot != nullptr) {
+        VELM_CReference{VELM_CReference::object, IndexIn(slot)}.Store(*this);
         return;
     }
-    if (!StoreClass(pOb->GetRuntimeClass()) || !HasIndexLeft())
+    if (!StoreClass(pOb->GetRuntimeClass()) || !m_pInside->RequireIndex())
         return;
-    slot = AsSlot(m_nIndexCount++);
-    const_cast<VELM_CObject*>(pOb)->Serialize(*this);
+    slot = AsSlot(m_pInside->TakeIndex());
+    m_pInside->Serialize(*const_cast<VELM_CObject*>(pOb));
 }
 
 void VELM_CArchive::SerializeClass(const VELM_CRuntimeClass* pClassRef)
 {
-    if (m_nMode == store)
+    if (HasStoreMap())
         WriteClass(pClassRef);
     else
         ReadClass(pClassRef, nullptr, nullptr);
 }
 
 // What ReadClass and ReadObject begin with; false when it ends there.
-bool VELM_CArchive::StartReadClass(const VELM_CRuntimeClass* pClassRefRequested)
+bool VELM_CArchive::StartReading(const VELM_CRuntimeClass* pClassRefRequested)
 {
     VELM_ASSERT(IsLoading());
-    if ((m_nMode & load) == 0)
+    if (!IsInbound())
         return false;
-    if (pClassRefRequested != nullptr && pClassRefRequested->m_nSchema == nNoSchema) {
-        FailLoad(VELM_CArchiveException::causeGeneric, GetOffset(), "class \"%s\" cannot go through an archive",
-                 pClassRefRequested->m_pszName);
+    if (pClassRefRequested != nullptr && pClassRefRequested->m_nSchema == VELM_CRuntimeClass::nNoSchema) {
+        m_pInside->Fail(VELM_CArchiveException::causeGeneric, m_pInside->Offset(),
+                        "class \"%s\" cannot go through an archive", NameOf(pClassRefRequested));
         return false;
     }
     MakeMap();
     return true;
 }
 
+// The class that the reference names, or whose record follows it. NULL after a raise that returned.
+static const VELM_CArchiveLoader::Met* LoadClass(VELM_CArchive& ar, const VELM_CReference& reference,
+                                                 unsigned long long nOffset)
+{
+    VELM_CArchiveLoader& loader = *VELM_CArchiveLoader::Of(ar);
+    if (reference.kind == VELM_CReference::knownClass)
+        return loader.RequireKind(reference.nIndex, true, nOffset) ? &loader.ClassAt(reference.nIndex) : nullptr;
+    unsigned nSchema;
+    VELM_CRuntimeClass* const pClass = VELM_CRuntimeClass::Load(ar, &nSchema);
+    if (pClass == nullptr || !VELM_CArchiveInside::Of(ar).RequireIndex())
+        return nullptr;
+    return &loader.AddClass(pClass, nSchema);
+}
+
 VELM_CRuntimeClass* VELM_CArchive::ReadClass(const VELM_CRuntimeClass* pClassRefRequested, unsigned* pSchema,
                                              unsigned long* pObTag)
 {
-    if (!StartReadClass(pClassRefRequested))
+    if (!StartReading(pClassRefRequested))
         return nullptr;
-    if (HasClassTable())
-        return Loader()->LoadClass(pClassRefRequested, pSchema, pObTag);
+    const unsigned long long nOffset = m_pInside->Offset();
+    VELM_CArchiveLoader* const pLoader = VELM_CArchiveLoader::WithTable(*this);
+    VELM_CReference reference = {VELM_CReference::nullObject, 0};
     uint32_t nDropped;
-    if (!Load32(nDropped)) {
+    if (pLoader == nullptr ? !Load32(nDropped) : !reference.Load(*this)) {
         RaiseDataEnded();
         return nullptr;
     }
-    if (pObTag == nullptr) {
-        FailLoad(VELM_CArchiveException::causeBadIndex, GetOffset(), "no class loads without a class table");
+    if (reference.kind == VELM_CReference::nullObject || reference.kind == VELM_CReference::object) {
+        if (reference.nIndex != 0 && !pLoader->RequireKind(reference.nIndex, false, nOffset))
+            return nullptr;
+        if (pObTag != nullptr)
+            *pObTag = reference.nIndex;
+        else if (pLoader == nullptr)
+            m_pInside->Fail(VELM_CArchiveException::causeBadIndex, m_pInside->Offset(),
+                            "no class loads without a class table");
+        else
+            m_pInside->Fail(VELM_CArchiveException::causeBadIndex, nOffset, "index %u is an object, not a class",
+                            reference.nIndex);
         return nullptr;
     }
-    *pObTag = 0;
-    return nullptr;
+    const VELM_CArchiveLoader::Met* const pMet = LoadClass(*this, reference, nOffset);
+    if (pMet == nullptr || !pLoader->RequireDerived(pMet->pClass->pClass, pClassRefRequested, nOffset))
+        return nullptr;
+    if (pObTag != nullptr)
+        *pObTag = 0;
+    if (pSchema != nullptr)
+        *pSchema = pMet->nSchema;
+    return pMet->pClass->pClass;
 }
 
 VELM_CObject* VELM_CArchive::ReadObject(const VELM_CRuntimeClass* pClassRefRequested)
 {
     VELM_ASSERT(IsLoading());
-    if (HasClassTable())
-        return StartReadClass(pClassRefRequested) ? Loader()->LoadObject(pClassRefRequested) : nullptr;
-    unsigned long nObTag = 0;
-    ReadClass(pClassRefRequested, nullptr, &nObTag);
-    if ((m_nMode & load) == 0 || m_pLoadArray == nullptr)
+    VELM_CArchiveLoader* const pLoader = VELM_CArchiveLoader::WithTable(*this);
+    if (pLoader == nullptr) {
+        unsigned long nObTag = 0;
+        ReadClass(pClassRefRequested, nullptr, &nObTag);
+        return !IsInbound() || m_pLoadArray == nullptr ? nullptr : static_cast<VELM_CObject*>(m_pLoadArray->GetAt(0));
+    }
+    if (!StartReading(pClassRefRequested))
         return nullptr;
-    return static_cast<VELM_CObject*>(m_pLoadArray->GetAt(0));
+    const unsigned long long nOffset = m_pInside->Offset();
+    VELM_CReference reference;
+    if (!reference.Load(*this) || reference.kind == VELM_CReference::nullObject)
+        return nullptr;
+    if (reference.kind == VELM_CReference::object) {
+        if (!pLoader->RequireKind(reference.nIndex, false, nOffset) ||
+            !pLoader->RequireDerived(pLoader->ClassOfObjectAt(reference.nIndex), pClassRefRequested, nOffset))
+            return nullptr;
+        return static_cast<VELM_CObject*>(m_pLoadArray->GetAt(static_cast<int>(reference.nIndex)));
+    }
+    const VELM_CArchiveLoader::Met* const pMet = LoadClass(*this, reference, nOffset);
+    if (pMet == nullptr || !pLoader->RequireDerived(pMet->pClass->pClass, pClassRefRequested, nOffset) ||
+        !m_pInside->RequireIndex() || !m_pInside->RequireDepth(nOffset) || !pLoader->RequireConcrete(*pMet, nOffset))
+        return nullptr;
+    const unsigned nSchema = pMet->nSchema, nOuterSchema = m_nCurSchema;
+    VELM_CObject* const pOb = pLoader->CreateObject(*pMet);
+    // From here on neither the loader nor the load array is touched: Serialize may abort the archive.
+    m_nCurSchema = nSchema;
+    m_pInside->Serialize(*pOb);
+    m_nCurSchema = nOuterSchema;
+    return pOb;
 }
 
 unsigned VELM_CArchive::GetObjectSchema()
@@ -194,4 +277,26 @@ unsigned VELM_CArchive::GetObjectSchema()
     const unsigned nSchema = m_nCurSchema;
     m_nCurSchema = 0xFFFFFFFF;
     return nSchema;
+}
+
+void VELM_CArchive::SetClassTable(const VELM_CClassTable* pTable)
+{
+    VELM_ASSERT(IsLoading());
+    if (!IsInbound())
+        return;
+    if (m_pLoader == nullptr)
+        m_pLoader = AfxNew(new (std::nothrow) VELM_CArchiveLoader(*this));
+    VELM_CArchiveLoader::Of(*this)->pTable = pTable;
+}
+
+void VELM_CArchive::SetMaxDepth(unsigned nMaxDepth)
+{
+    m_pInside->nMaxDepth = nMaxDepth;
+}
+
+void VELM_CArchive::DeleteLoadedObjects()
+{
+    VELM_CArchiveLoader* const pLoader = VELM_CArchiveLoader::Of(*this);
+    if (pLoader != nullptr && m_pLoadArray != nullptr)
+        pLoader->DeleteObjects();
 }

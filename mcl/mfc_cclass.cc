@@ -1,55 +1,93 @@
 #include "mcl/mfc_cclass.h"
 
-#include <cstdlib>
 #include <cstring>
 
-#include "mcl/mfc_carcex.h"
+#include "mcl/mfc_cmap.h"
+#include "mcl/mfc_memory.h"
 
 const unsigned nNameBuckets = 251;
 
-VELM_CClassTable::VELM_CClassTable() : m_nLongestName(0)
+// Nodes never move, so that what Find delivers stays where it is.
+using ClassAssoc = VELM_CMapAssoc<fxStr, char*, VELM_CClassTable::Class>;
+
+class VELM_CClassMap : public VELM_CMapTable<ClassAssoc, char*> {
+public:
+    VELM_CClassMap() : VELM_CMapTable(16) { m_nHashTableSize = nNameBuckets; }
+    VELM_CClassTable::Class* Add(char* pszName)
+    {
+        ClassAssoc* pAssoc = FindOrAdd(pszName);
+        return pAssoc == nullptr ? nullptr : &pAssoc->value;
+    }
+};
+
+void* VELM_CBlockHolder::Allocate(unsigned long nBytes, unsigned long nAlignment)
 {
-    m_indexes.InitHashTable(nNameBuckets, 0);
+    Free();
+    m_nAlignment = nAlignment;
+    m_pBlock = nAlignment == 0 ? ::operator new(nBytes, std::nothrow)
+                               : ::operator new(nBytes, static_cast<std::align_val_t>(nAlignment), std::nothrow);
+    return m_pBlock;
+}
+
+void VELM_CBlockHolder::Free()
+{
+    if (m_nAlignment == 0)
+        ::operator delete(m_pBlock);
+    else
+        ::operator delete(m_pBlock, static_cast<std::align_val_t>(m_nAlignment));
+    m_pBlock = nullptr;
+}
+
+VELM_CClassTable::VELM_CClassTable() : m_pClasses(AfxNew(new (std::nothrow) VELM_CClassMap)), m_nLongestName(0)
+{
 }
 
 VELM_CClassTable::~VELM_CClassTable()
 {
-    for (int i = 0; i < m_classes.GetSize(); ++i)
-        std::free(m_classes.GetAt(i));
+    delete m_pClasses;
 }
 
-int VELM_CClassTable::Add(VELM_CRuntimeClass* pClass, CreateProc pfnCreate, VELM_CRuntimeClass* pBase)
+int VELM_CClassTable::Put(const Class& cls)
 {
-    if (pClass == nullptr || pClass->m_pszName == nullptr)
+    if (cls.pClass == nullptr || cls.pClass->m_pszName == nullptr)
         return 0;
-    char* pszName = const_cast<char*>(pClass->m_pszName); // maps take their keys so, and only read them
-    Class* pEntry = const_cast<Class*>(Find(pszName));
-    if (pEntry != nullptr && pEntry->pClass != pClass)
+    char* const pszName = const_cast<char*>(cls.pClass->m_pszName); // maps take their keys so, and only read them
+    const Class* const pOther = Find(pszName);
+    if (pOther != nullptr && pOther->pClass != cls.pClass)
         return 0;
-    if (pEntry == nullptr) {
-        pEntry = static_cast<Class*>(AfxAllocate(nullptr, 1, sizeof(Class)));
-        m_indexes.SetAt(pszName, m_classes.GetSize());
-        m_classes.InsertAt(m_classes.GetSize(), pEntry);
-        const unsigned nLength = static_cast<unsigned>(std::strlen(pszName));
-        if (nLength > m_nLongestName)
-            m_nLongestName = nLength;
-    }
-    *pEntry = Class{pClass, pfnCreate, pBase};
+    Class* const pEntry = m_pClasses->Add(pszName);
+    if (pEntry == nullptr)
+        return 0;
+    *pEntry = cls;
+    const unsigned nLength = static_cast<unsigned>(std::strlen(pszName));
+    if (nLength > m_nLongestName)
+        m_nLongestName = nLength;
     return 1;
+}
+
+int VELM_CClassTable::Add(VELM_CRuntimeClass* pClass, CreateProc pfnCreate, VELM_CRuntimeClass* pBase,
+                          LetGoProc pfnLetGo)
+{
+    return Put(Class{pClass, pfnCreate, pBase, pfnLetGo, nullptr});
+}
+
+int VELM_CClassTable::AddIn(VELM_CRuntimeClass* pClass, CreateInProc pfnCreateIn, VELM_CRuntimeClass* pBase,
+                            LetGoProc pfnLetGo)
+{
+    return Put(Class{pClass, nullptr, pBase, pfnLetGo, pfnCreateIn});
 }
 
 const VELM_CClassTable::Class* VELM_CClassTable::Find(const char* lpszName) const
 {
-    int nIndex;
-    if (!m_indexes.Lookup(const_cast<char*>(lpszName), nIndex))
-        return nullptr;
-    return static_cast<const Class*>(m_classes.GetAt(nIndex));
+    unsigned nHash;
+    const ClassAssoc* const pAssoc = m_pClasses->GetAssocAt(const_cast<char*>(lpszName), nHash);
+    return pAssoc == nullptr ? nullptr : &pAssoc->value;
 }
 
 int VELM_CClassTable::IsDerivedFrom(const VELM_CRuntimeClass* pClass, const VELM_CRuntimeClass* pBase) const
 {
     // A chain longer than the table goes in a circle.
-    for (int i = 0; pClass != nullptr && i <= m_classes.GetSize(); ++i) {
+    for (int i = 0; pClass != nullptr && i <= m_pClasses->GetCount(); ++i) {
         if (pClass == pBase)
             return 1;
         const Class* pEntry = Find(pClass->m_pszName);

@@ -5,7 +5,7 @@
 
 #include <new>
 
-#include "mcl/mfc_carcex.h"
+#include "mcl/mfc_memory.h"
 
 int VELM_CFile::ERROR_CODE = 0;
 

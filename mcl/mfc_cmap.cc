@@ -1,5 +1,9 @@
 #include "mcl/mfc_cmap.h"
 
+#include "mcl/mfc_cmapindex_p.h"
+
+VELM_INDEXED_MAP(VELM_CPtrAssoc, void*)
+
 template class VELM_CMapTable<VELM_CPtrAssoc, void*>;
 
 VELM_CMapPtrToPtr::VELM_CMapPtrToPtr(int nBlockSize) : VELM_CMapTable(nBlockSize)
@@ -13,11 +17,7 @@ VELM_CMapPtrToPtr::~VELM_CMapPtrToPtr()
 void*& VELM_CMapPtrToPtr::operator[](void* key)
 {
     VELM_CAssoc* pAssoc = FindOrAdd(key);
-    if (pAssoc != nullptr)
-        return pAssoc->value;
-    static thread_local void* spare; // where a failed check left no entry
-    spare = nullptr;
-    return spare;
+    return pAssoc != nullptr ? pAssoc->value : SpareAssoc().value;
 }
 
 int VELM_CMapPtrToPtr::Lookup(void* key, void*& rValue) const

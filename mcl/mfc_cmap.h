@@ -11,6 +11,7 @@
 /// - Without a table the map is empty. The table and the first block come with the first entry, and all go together
 ///   when the last entry goes. The number of buckets never changes by itself.
 /// - A key and a value are constructed exactly while their node is handed out.
+/// - Nodes never move: a reference to a value holds until its entry goes, whatever is inserted meanwhile.
 ///
 /// What the maps share is VELM_CMapTable; a map adds its kind of node, which knows how a key is hashed, matched and
 /// kept, and the operations whose results have its types.
@@ -24,17 +25,42 @@
 #include "mcl/mfc_carcex.h"
 #include "mcl/mfc_cobj.h"
 #include "mcl/mfc_cplex.h"
+#include "mcl/mfc_memory.h"
 #include "mcl/mfc_template.h"
 
 /// \addtogroup collections
 /// \{
 
+class VELM_LOCAL VELM_CMapIndex;
+
 /// A place in an iteration: the entry that comes next. All bits set: before the first entry; NULL: behind the last.
 struct __POSITION;
 
+/// Room for one node outside of a map: for what is being loaded, or for what a failed check left without an entry.
+///
+/// Key and value are destroyed exactly as far as they are constructed, whatever raises in between.
+template <class ASSOC> class VELM_LOCAL VELM_CAssocRoom : public VELM_CHeld {
+public:
+    VELM_CAssocRoom() : m_nBuilt(0) {}
+    ~VELM_CAssocRoom() override { Node().Destruct(m_nBuilt); }
+    /// The node, with a new key and value.
+    ASSOC& Renew()
+    {
+        Node().Destruct(m_nBuilt);
+        Node().Construct(m_nBuilt);
+        return Node();
+    }
+
+private:
+    ASSOC& Node() { return *reinterpret_cast<ASSOC*>(m_room); }
+    int m_nBuilt;
+    alignas(ASSOC) unsigned char m_room[sizeof(ASSOC)];
+};
+
 /// The structure that the maps share. ASSOC is the node, ARG_KEY the type in which keys are passed in.
 ///
-/// An operation whose check fails changes nothing and delivers NULL or 0. Exhausted memory: see `AfxMemoryExhausted`.
+/// An operation whose check fails changes nothing and delivers NULL or 0. Exhausted memory, and whatever else raises
+/// while an entry is made, leaves the map as it was.
 template <class ASSOC, class ARG_KEY> class VELM_API VELM_CMapTable : public VELM_CObject {
 public:
     typedef ASSOC VELM_CAssoc; ///< The node.
@@ -84,21 +110,47 @@ protected:
     VELM_CAssoc* AssocAtPosition(__POSITION* position) const;
     /// The position behind the node.
     __POSITION* PositionBehind(const VELM_CAssoc* pAssoc) const;
+    /// A node of no map, with a new value, for where a failed check left no entry.
+    VELM_CAssoc& SpareAssoc();
 
 private:
+    friend class VELM_CMapIndex;
+
+    // Behind the chains, which are the truth: what finds entries of a large map without walking them. Kept by the
+    // maps that the library exports; see mfc_cmapindex_p.h.
+    mutable VELM_CMapIndex* m_pIndex;
+    VELM_CAssocRoom<VELM_CAssoc>* m_pSpare;
+    int m_nBuilt;            // parts of the first free node that are constructed: not 0 only after a raise
+    mutable bool m_bTouched; // by NewAssoc or FreeAssoc, since the map was empty
+
     static __POSITION* BeforeFirst() { return reinterpret_cast<__POSITION*>(~uintptr_t(0)); }
     unsigned Bucket(ARG_KEY key) const
     {
         const unsigned nHash = VELM_CAssoc::Hash(key);
         return m_nHashTableSize == 0 ? 0 : nHash % m_nHashTableSize;
     }
-    VELM_CAssoc** LinkTo(unsigned nBucket, ARG_KEY key) const;
     VELM_CAssoc* FirstFrom(unsigned nBucket) const;
+    void AbandonBuilt()
+    {
+        if (m_nBuilt != 0 && m_pFreeList != NULL)
+            m_pFreeList->Destruct(m_nBuilt);
+        m_nBuilt = 0;
+    }
+    bool BuildFirstFree();
+    VELM_CAssoc* TakeFirstFree();
+    void PutBack(VELM_CAssoc* pAssoc);
+
+    // These four keep the index, where there is one. There must be a table.
+    VELM_CAssoc** FindLink(unsigned nBucket, ARG_KEY key) const;
+    void LinkFirst(VELM_CAssoc* pAssoc);
+    void Unlink(VELM_CAssoc** ppLink);
+    void DropIndex(bool bTouched) const;
 };
 
 template <class ASSOC, class ARG_KEY>
 VELM_CMapTable<ASSOC, ARG_KEY>::VELM_CMapTable(int nBlockSize)
-    : m_pHashTable(NULL), m_nHashTableSize(17), m_nCount(0), m_pFreeList(NULL), m_pBlocks(NULL), m_nBlockSize(1)
+    : m_pHashTable(NULL), m_nHashTableSize(17), m_nCount(0), m_pFreeList(NULL), m_pBlocks(NULL), m_nBlockSize(1),
+      m_pIndex(NULL), m_pSpare(NULL), m_nBuilt(0), m_bTouched(false)
 {
     if (VELM_ASSERT(nBlockSize > 0))
         m_nBlockSize = nBlockSize;
@@ -107,6 +159,7 @@ VELM_CMapTable<ASSOC, ARG_KEY>::VELM_CMapTable(int nBlockSize)
 template <class ASSOC, class ARG_KEY> VELM_CMapTable<ASSOC, ARG_KEY>::~VELM_CMapTable()
 {
     RemoveAll();
+    delete m_pSpare;
     VELM_ASSERT(m_nCount == 0);
 }
 
@@ -117,20 +170,25 @@ void VELM_CMapTable<ASSOC, ARG_KEY>::InitHashTable(unsigned nHashSize, int bAllo
     const bool bSize = VELM_ASSERT(nHashSize > 0);
     if (!bEmpty || !bSize)
         return;
-    delete[] m_pHashTable;
-    m_pHashTable = NULL;
+    VELM_CAssoc** pNew = NULL;
     if (bAllocNow) {
-        m_pHashTable = AfxNewArray<VELM_CAssoc*>(nHashSize);
-        memset(m_pHashTable, 0, nHashSize * sizeof(VELM_CAssoc*));
+        pNew = AfxNewArray<VELM_CAssoc*>(nHashSize);
+        memset(pNew, 0, nHashSize * sizeof(VELM_CAssoc*));
     }
+    delete[] m_pHashTable;
+    m_pHashTable = pNew;
     m_nHashTableSize = nHashSize;
 }
 
 template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::RemoveAll()
 {
-    for (unsigned i = 0; m_pHashTable != NULL && i < m_nHashTableSize; ++i) {
-        for (VELM_CAssoc* pAssoc = m_pHashTable[i]; pAssoc != NULL; pAssoc = pAssoc->pNext)
-            pAssoc->Destruct();
+    DropIndex(false);
+    AbandonBuilt();
+    if (!VELM_CAssoc::bOwnsNothing) {
+        for (unsigned i = 0; m_pHashTable != NULL && i < m_nHashTableSize; ++i) {
+            for (VELM_CAssoc* pAssoc = m_pHashTable[i]; pAssoc != NULL; pAssoc = pAssoc->pNext)
+                pAssoc->Destruct();
+        }
     }
     delete[] m_pHashTable;
     m_pHashTable = NULL;
@@ -140,21 +198,39 @@ template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::Remov
     m_pBlocks = NULL;
 }
 
-// The link that points at the node of the key, or at the NULL that ends its chain.
+// The link that points at the node of the key; NULL when there is none.
 template <class ASSOC, class ARG_KEY>
-ASSOC** VELM_CMapTable<ASSOC, ARG_KEY>::LinkTo(unsigned nBucket, ARG_KEY key) const
+ASSOC** VELM_CMapTable<ASSOC, ARG_KEY>::FindLink(unsigned nBucket, ARG_KEY key) const
 {
     VELM_CAssoc** ppLink = &m_pHashTable[nBucket];
     while (*ppLink != NULL && !(*ppLink)->Matches(key))
         ppLink = &(*ppLink)->pNext;
-    return ppLink;
+    return *ppLink == NULL ? NULL : ppLink;
+}
+
+// Makes the node the head of its bucket's chain.
+template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::LinkFirst(VELM_CAssoc* pAssoc)
+{
+    VELM_CAssoc*& rHead = m_pHashTable[pAssoc->nHashValue];
+    pAssoc->pNext = rHead;
+    rHead = pAssoc;
+}
+
+template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::Unlink(VELM_CAssoc** ppLink)
+{
+    *ppLink = (*ppLink)->pNext;
+}
+
+template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::DropIndex(bool) const
+{
 }
 
 template <class ASSOC, class ARG_KEY>
 ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::GetAssocAt(ARG_KEY key, unsigned& nHash) const
 {
     nHash = Bucket(key);
-    return m_pHashTable == NULL ? NULL : *LinkTo(nHash, key);
+    VELM_CAssoc** ppLink = m_pHashTable == NULL ? NULL : FindLink(nHash, key);
+    return ppLink == NULL ? NULL : *ppLink;
 }
 
 template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::FindOrAdd(ARG_KEY key)
@@ -165,12 +241,14 @@ template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Fin
         return pAssoc;
     if (m_pHashTable == NULL)
         InitHashTable(m_nHashTableSize, 1);
-    if (m_pHashTable == NULL || (pAssoc = NewAssoc()) == NULL)
+    if (m_pHashTable == NULL || !BuildFirstFree())
+        return NULL;
+    m_pFreeList->SetKey(key);
+    pAssoc = TakeFirstFree();
+    if (pAssoc == NULL)
         return NULL;
     pAssoc->nHashValue = nHash;
-    pAssoc->SetKey(key);
-    pAssoc->pNext = m_pHashTable[nHash];
-    m_pHashTable[nHash] = pAssoc;
+    LinkFirst(pAssoc);
     return pAssoc;
 }
 
@@ -178,17 +256,19 @@ template <class ASSOC, class ARG_KEY> int VELM_CMapTable<ASSOC, ARG_KEY>::Remove
 {
     if (m_pHashTable == NULL)
         return 0;
-    VELM_CAssoc** ppLink = LinkTo(Bucket(key), key);
-    VELM_CAssoc* pAssoc = *ppLink;
-    if (pAssoc == NULL)
+    VELM_CAssoc** ppLink = FindLink(Bucket(key), key);
+    if (ppLink == NULL)
         return 0;
-    *ppLink = pAssoc->pNext;
-    FreeAssoc(pAssoc);
+    VELM_CAssoc* pAssoc = *ppLink;
+    Unlink(ppLink);
+    PutBack(pAssoc);
     return 1;
 }
 
-template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::NewAssoc()
+// Constructs key and value of the first free node, while it still is one: what raises there leaves a free node.
+template <class ASSOC, class ARG_KEY> bool VELM_CMapTable<ASSOC, ARG_KEY>::BuildFirstFree()
 {
+    AbandonBuilt();
     if (m_pFreeList == NULL) {
         VELM_CPlex* pBlock = VELM_CPlex::Create(m_pBlocks, static_cast<unsigned>(m_nBlockSize), sizeof(VELM_CAssoc));
         VELM_CAssoc* pNodes = static_cast<VELM_CAssoc*>(pBlock->data());
@@ -198,24 +278,41 @@ template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::New
         }
     }
     if (!VELM_ASSERT(m_pFreeList != NULL))
-        return NULL;
-    VELM_CAssoc* pAssoc = m_pFreeList;
-    m_pFreeList = pAssoc->pNext;
+        return false;
+    m_pFreeList->Construct(m_nBuilt);
+    return true;
+}
+
+// Takes the built node off the free list, and counts it. NULL when no int counts it.
+template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::TakeFirstFree()
+{
     m_nCount = static_cast<int>(static_cast<unsigned>(m_nCount) + 1);
     if (!VELM_ASSERT(m_nCount > 0)) {
         m_nCount = static_cast<int>(static_cast<unsigned>(m_nCount) - 1);
-        pAssoc->pNext = m_pFreeList;
-        m_pFreeList = pAssoc;
         return NULL;
     }
-    pAssoc->Construct();
+    VELM_CAssoc* pAssoc = m_pFreeList;
+    m_pFreeList = pAssoc->pNext;
+    m_nBuilt = 0;
     return pAssoc;
+}
+
+template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::NewAssoc()
+{
+    DropIndex(true);
+    return BuildFirstFree() ? TakeFirstFree() : NULL;
 }
 
 template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::FreeAssoc(VELM_CAssoc* pAssoc)
 {
-    if (pAssoc == NULL)
-        return;
+    DropIndex(true);
+    if (pAssoc != NULL)
+        PutBack(pAssoc);
+}
+
+template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::PutBack(VELM_CAssoc* pAssoc)
+{
+    AbandonBuilt();
     pAssoc->Destruct();
     pAssoc->pNext = m_pFreeList;
     m_pFreeList = pAssoc;
@@ -254,6 +351,13 @@ template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Fir
     return nBucket < m_nHashTableSize ? m_pHashTable[nBucket] : NULL;
 }
 
+template <class ASSOC, class ARG_KEY> ASSOC& VELM_CMapTable<ASSOC, ARG_KEY>::SpareAssoc()
+{
+    if (m_pSpare == NULL)
+        m_pSpare = AfxNew(new (std::nothrow) VELM_CAssocRoom<VELM_CAssoc>);
+    return m_pSpare->Renew();
+}
+
 /// A node of the pointer-keyed map.
 struct VELM_API VELM_CPtrAssoc {
     VELM_CPtrAssoc* pNext; ///< The next node of the chain, or of the free list.
@@ -274,16 +378,24 @@ struct VELM_API VELM_CPtrAssoc {
     bool Matches(void* k) const { return key == k; }
     /// Takes the key.
     void SetKey(void* k) { key = k; }
+    enum { bOwnsNothing = 1 }; ///< Nothing is to be done when a node goes.
     /// Zeroes key and values.
-    void Construct()
+    void Construct(int&)
     {
         key = value = NULL;
         nValue = 0;
     }
     /// Nothing: the map owns neither key nor value.
     void Destruct() {}
+    /// Nothing.
+    void Destruct(int&) {}
 };
 
+// The index of the pointer-keyed map.
+template <> VELM_CPtrAssoc** VELM_CMapTable<VELM_CPtrAssoc, void*>::FindLink(unsigned nBucket, void* key) const;
+template <> void VELM_CMapTable<VELM_CPtrAssoc, void*>::LinkFirst(VELM_CPtrAssoc* pAssoc);
+template <> void VELM_CMapTable<VELM_CPtrAssoc, void*>::Unlink(VELM_CPtrAssoc** ppLink);
+template <> void VELM_CMapTable<VELM_CPtrAssoc, void*>::DropIndex(bool bTouched) const;
 extern template class VELM_CMapTable<VELM_CPtrAssoc, void*>;
 
 /// A map from pointers to pointers, with a second, unsigned value beside each. It owns neither keys nor values.
@@ -317,17 +429,20 @@ template <class KEY, class ARG_KEY, class VALUE> struct VELM_API VELM_CMapAssoc 
     KEY key;               ///< The node's own key.
     VALUE value;           ///< The value.
 
-    /// As `HashKey`.
-    static unsigned Hash(ARG_KEY key) { return HashKey(key); }
+    enum { bOwnsNothing = 0 }; ///< Key and value are destroyed when a node goes.
+    /// As `HashKey`; of a `const char*`, the address.
+    static unsigned Hash(ARG_KEY key) { return VELM_CKeyHash<ARG_KEY>::Hash(key); }
     /// Whether this is the key, as by `CompareElements`.
     bool Matches(ARG_KEY k) const { return CompareElements(&key, &k) != 0; }
     /// Takes a copy of the key.
     void SetKey(ARG_KEY k) { key = k; }
-    /// Constructs key and value by `ConstructElements`.
-    void Construct()
+    /// Constructs key and value by `ConstructElements`; `rBuilt` counts them as they are.
+    void Construct(int& rBuilt)
     {
         ConstructElements(&key, 1);
+        rBuilt = 1;
         ConstructElements(&value, 1);
+        rBuilt = 2;
     }
     /// Destroys key and value by `DestructElements`.
     void Destruct()
@@ -335,25 +450,16 @@ template <class KEY, class ARG_KEY, class VALUE> struct VELM_API VELM_CMapAssoc 
         DestructElements(&key, 1);
         DestructElements(&value, 1);
     }
-};
-
-/// A node outside of a map, for what is being loaded.
-template <class ASSOC> class VELM_LOCAL VELM_CLoadedAssoc : public VELM_CObject {
-public:
-    /// Constructs key and value.
-    VELM_CLoadedAssoc() { Node().Construct(); }
-    ~VELM_CLoadedAssoc() override { Node().Destruct(); }
-    /// The node, with a new key and value.
-    ASSOC& Renew()
+    /// Destroys as many as are constructed.
+    void Destruct(int& rBuilt)
     {
-        Node().Destruct();
-        Node().Construct();
-        return Node();
+        const int nBuilt = rBuilt;
+        rBuilt = 0;
+        if (nBuilt > 1)
+            DestructElements(&value, 1);
+        if (nBuilt > 0)
+            DestructElements(&key, 1);
     }
-
-private:
-    ASSOC& Node() { return *reinterpret_cast<ASSOC*>(m_room); }
-    alignas(ASSOC) unsigned char m_room[sizeof(ASSOC)];
 };
 
 /// A map that owns its keys and values: KEY and VALUE are the stored types, ARG_KEY and ARG_VALUE the types in which
@@ -381,11 +487,7 @@ public:
     VALUE& operator[](ARG_KEY key)
     {
         VELM_CAssoc* pAssoc = this->FindOrAdd(key);
-        if (pAssoc != NULL)
-            return pAssoc->value;
-        static thread_local VALUE spare; // where a failed check left no entry
-        spare = VALUE();
-        return spare;
+        return pAssoc != NULL ? pAssoc->value : this->SpareAssoc().value;
     }
     /// Sets the value of the key.
     void SetAt(ARG_KEY key, ARG_VALUE value) { (*this)[key] = value; }
@@ -419,7 +521,7 @@ template <class KEY, class ARG_KEY, class VALUE, class ARG_VALUE>
 void VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::Serialize(VELM_CArchive& ar)
 {
     VELM_CObject::Serialize(ar);
-    if (ar.m_nMode == VELM_CArchive::store) {
+    if (ar.IsStoring()) {
         ar.WriteCount(static_cast<unsigned long>(this->m_nCount));
         if (this->m_nCount == 0)
             return;
@@ -434,12 +536,9 @@ void VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::Serialize(VELM_CArchive& ar)
         return;
     }
     // The archive holds what is loaded before it is in the map: a raise of an element helper must not lose it.
-    VELM_CLoadedAssoc<VELM_CAssoc>* pLoaded = new (std::nothrow) VELM_CLoadedAssoc<VELM_CAssoc>;
-    if (pLoaded == NULL)
-        AfxMemoryExhausted();
+    VELM_CAssocRoom<VELM_CAssoc>* pLoaded = AfxNew(new (std::nothrow) VELM_CAssocRoom<VELM_CAssoc>);
     ar.Hold(pLoaded);
-    unsigned long n = ar.ReadCount();
-    for (; n > 0; --n) {
+    for (unsigned long n = ar.ReadCount(); n > 0; --n) {
         VELM_CAssoc& entry = pLoaded->Renew();
         SerializeElements(ar, &entry.key, 1);
         if (!ar.IsDataEnded())
@@ -449,9 +548,25 @@ void VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::Serialize(VELM_CArchive& ar)
         (*this)[static_cast<ARG_KEY>(entry.key)] = entry.value;
     }
     ar.DropHeld();
-    if (n > 0)
-        ar.RaiseDataEnded();
+    ar.RaiseDataEnded(); // of a value whose helper does not raise
 }
+
+// The two maps from strings to ints that the library exports, with their indexes.
+#define VELM_TEXT_TABLE(ARG_KEY) VELM_CMapTable<VELM_CMapAssoc<fxStr, ARG_KEY, int>, ARG_KEY>
+template <> VELM_CMapAssoc<fxStr, char*, int>** VELM_TEXT_TABLE(char*)::FindLink(unsigned nBucket, char* key) const;
+template <> void VELM_TEXT_TABLE(char*)::LinkFirst(VELM_CMapAssoc<fxStr, char*, int>* pAssoc);
+template <> void VELM_TEXT_TABLE(char*)::Unlink(VELM_CMapAssoc<fxStr, char*, int>** ppLink);
+template <> void VELM_TEXT_TABLE(char*)::DropIndex(bool bTouched) const;
+template <>
+VELM_CMapAssoc<fxStr, const char*, int>** VELM_TEXT_TABLE(const char*)::FindLink(unsigned nBucket,
+                                                                                 const char* key) const;
+template <> void VELM_TEXT_TABLE(const char*)::LinkFirst(VELM_CMapAssoc<fxStr, const char*, int>* pAssoc);
+template <> void VELM_TEXT_TABLE(const char*)::Unlink(VELM_CMapAssoc<fxStr, const char*, int>** ppLink);
+template <> void VELM_TEXT_TABLE(const char*)::DropIndex(bool bTouched) const;
+extern template class VELM_TEXT_TABLE(char*);
+extern template class VELM_TEXT_TABLE(const char*);
+extern template class VELM_CMap<fxStr, char*, int, int>;
+extern template class VELM_CMap<fxStr, const char*, int, int>;
 
 /// \}
 

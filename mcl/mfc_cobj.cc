@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "mcl/mfc_carccore.h"
+#include "mcl/mfc_memory.h"
 #include "mcl/mfc_template.h"
 
 VELM_CObject::VELM_CObject() : m_pOwned(nullptr)
@@ -31,7 +32,7 @@ VELM_CRuntimeClass* VELM_CObject::GetRuntimeClass() const
 
 void VELM_CObject::Serialize(VELM_CArchive&)
 {
-    std::printf("CObject Serialize NYI\n");
+    std::printf("CObject Serialize NYI\n"); // as it has always been: some programs compare their output
 }
 
 void VELM_CObject::AssertValid() const
@@ -99,28 +100,36 @@ void VELM_CObArray::RemoveAt(int nIndex, int nCount)
         m_list.remove(nIndex);
 }
 
+// An element that has been made and is not in the array yet.
+class VELM_LOCAL VELM_CHeldElement : public VELM_CHeld {
+public:
+    VELM_CObject* pElement = nullptr;
+
+    ~VELM_CHeldElement() override { delete pElement; }
+};
+
 void VELM_CObArray::Serialize(VELM_CArchive& ar)
 {
-    if (ar.m_nMode == VELM_CArchive::store) {
-        int n = GetSize();
+    int n = GetSize();
+    if (ar.IsStoring()) {
         SerializeElements(ar, &n, 1);
         for (int i = 0; i < n; ++i)
             SerializeElements(ar, (*this)[i], 1);
         return;
     }
-    int n = 0;
+    n = 0;
     SerializeElements(ar, &n, 1);
     if (ar.IsDataEnded())
         return;
+    VELM_CHeldElement* pHeld = AfxNew(new (std::nothrow) VELM_CHeldElement);
+    ar.Hold(pHeld);
     for (int i = 0; i < n; ++i) {
-        VELM_CObject* pElement = new (std::nothrow) VELM_CObject;
-        if (pElement == nullptr)
-            AfxMemoryExhausted();
-        SerializeElements(ar, pElement, 1);
-        if (ar.IsDataEnded()) {
-            delete pElement;
-            return;
-        }
-        m_list.append(pElement);
+        pHeld->pElement = AfxNew(new (std::nothrow) VELM_CObject);
+        SerializeElements(ar, pHeld->pElement, 1);
+        if (ar.IsDataEnded())
+            break;
+        m_list.append(pHeld->pElement);
+        pHeld->pElement = nullptr;
     }
+    ar.DropHeld();
 }

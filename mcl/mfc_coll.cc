@@ -1,10 +1,13 @@
 #include "mcl/mfc_coll.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
-#include "mcl/mfc_carcex.h"
+#include "mcl/mfc_cstring_p.h"
+#include "mcl/mfc_memory.h"
 
 // The growth step of an array that holds nSize elements.
 static int GrowthStep(int nSize)
@@ -13,9 +16,10 @@ static int GrowthStep(int nSize)
     return nStep < 4 ? 4 : nStep > 1024 ? 1024 : nStep;
 }
 
-static void** NewSlots(int nSlots)
+// The block, or a new one for NULL, with room for nSlots.
+static void** Slots(void** pSlots, int nSlots)
 {
-    return static_cast<void**>(AfxAllocate(nullptr, static_cast<size_t>(nSlots), sizeof(void*)));
+    return static_cast<void**>(AfxAllocate(pSlots, static_cast<size_t>(nSlots), sizeof(void*)));
 }
 
 static void ClearSlots(void** pSlots, int nFirst, int nEnd)
@@ -44,34 +48,31 @@ void VELM_CPtrArray::SetSize(int nNewSize, int nGrowBy)
 {
     if (!VELM_ASSERT(nNewSize >= 0))
         return;
-    if (nGrowBy != -1)
-        m_grow_by = nGrowBy;
+    const int nGrow = nGrowBy != -1 ? nGrowBy : m_grow_by;
     if (nNewSize == 0) {
         std::free(m_data);
         m_data = nullptr;
         m_size = m_max_size = 0;
     } else if (m_data == nullptr) {
-        m_data = NewSlots(nNewSize);
+        m_data = Slots(nullptr, nNewSize);
         ClearSlots(m_data, 0, nNewSize);
         m_size = m_max_size = nNewSize;
     } else if (nNewSize <= m_max_size) {
         ClearSlots(m_data, m_size, nNewSize);
         m_size = nNewSize;
     } else {
-        const int nStep = m_grow_by != 0 ? m_grow_by : GrowthStep(m_size);
+        const int nStep = nGrow != 0 ? nGrow : GrowthStep(m_size);
         const int nStepped = static_cast<int>(static_cast<unsigned>(m_max_size) + static_cast<unsigned>(nStep));
         const int nNewMax = nStepped > nNewSize ? nStepped : nNewSize;
         if (!VELM_ASSERT(nNewMax >= m_max_size))
             return;
-        void** pNew = NewSlots(nNewMax);
-        MoveSlots(pNew, m_data, m_size);
+        m_data = Slots(m_data, nNewMax);
         VELM_ASSERT(nNewSize > m_size);
-        ClearSlots(pNew, m_size, nNewSize);
-        std::free(m_data);
-        m_data = pNew;
+        ClearSlots(m_data, m_size, nNewSize);
         m_size = nNewSize;
         m_max_size = nNewMax;
     }
+    m_grow_by = nGrow;
 }
 
 // The size after nMore further elements; past the largest int there is no memory for it.
@@ -105,10 +106,12 @@ void VELM_CPtrArray::FreeExtra()
 {
     if (m_size == m_max_size)
         return;
-    void** pNew = m_size == 0 ? nullptr : NewSlots(m_size);
-    MoveSlots(pNew, m_data, m_size);
-    std::free(m_data);
-    m_data = pNew;
+    if (m_size == 0) {
+        std::free(m_data);
+        m_data = nullptr;
+    } else {
+        m_data = Slots(m_data, m_size);
+    }
     m_max_size = m_size;
 }
 
@@ -171,34 +174,145 @@ void VELM_CPtrArray::RemoveAt(int nAt, int nElements)
 
 const int nStringBlock = 16; // strings in a new block, and in each growth by Add
 
-static VELM_CString* NewStrings(int nStrings)
+// A block is laid out as that of `new VELM_CString[n]`, so that `delete[]` could release it too: the number of strings
+// stands before them, and on some machines their size before that.
+#ifdef __ARM_EABI__
+const std::size_t nCookieWords = 2;
+#else
+const std::size_t nCookieWords = 1;
+#endif
+
+static std::size_t* Cookie(VELM_CString* pBlock)
 {
-    return AfxNewArray<VELM_CString>(static_cast<size_t>(nStrings));
+    return reinterpret_cast<std::size_t*>(pBlock) - nCookieWords;
 }
 
-// Moves to a block of nMax strings; the first nSize are assigned, in order.
-static void Reblock(VELM_CStringArray& array, int nMax)
+// NULL when there is no memory.
+static VELM_CString* NewBlock(int nRoom)
 {
-    VELM_CString* pNew = NewStrings(nMax);
-    for (int i = 0; i < array.m_size; ++i)
-        pNew[i] = array.m_data[i];
-    delete[] array.m_data;
-    array.m_data = pNew;
-    array.m_max_size = nMax;
+    const std::size_t nStrings = static_cast<std::size_t>(nRoom), nHead = nCookieWords * sizeof(std::size_t);
+    if (nStrings > PTRDIFF_MAX / sizeof(VELM_CString) - 1)
+        return nullptr;
+    void* pBytes = ::operator new[](nHead + nStrings * sizeof(VELM_CString), std::nothrow);
+    if (pBytes == nullptr)
+        return nullptr;
+    *static_cast<std::size_t*>(pBytes) = sizeof(VELM_CString); // where there is one word, the number takes its place
+    return reinterpret_cast<VELM_CString*>(static_cast<std::size_t*>(pBytes) + nCookieWords);
 }
 
-VELM_CStringArray::VELM_CStringArray() : m_data(NewStrings(nStringBlock)), m_size(0), m_max_size(nStringBlock)
+static void FreeBlock(VELM_CString* pBlock, int nStrings)
 {
+    if (pBlock == nullptr)
+        return;
+    while (nStrings > 0)
+        pBlock[--nStrings].~VELM_CString();
+    ::operator delete[](Cookie(pBlock));
+}
+
+// A block that a caller has put in place by hand has no room behind the capacity.
+void VELM_CStringArray::Adopt()
+{
+    if (m_data == m_pBlock)
+        return;
+    m_pBlock = m_data;
+    m_nBuilt = m_nRoom = m_max_size;
+}
+
+// Leaves in place of a growth that failed what is seen: strings built behind a block are kept, a first block is not.
+void VELM_CStringArray::FailGrowth()
+{
+    if (m_data == nullptr) {
+        FreeBlock(m_pBlock, m_nBuilt);
+        m_pBlock = nullptr;
+        m_nBuilt = m_nRoom = 0;
+    }
+    AfxMemoryExhausted();
+}
+
+// Makes room for so many strings and constructs them, which nobody sees yet. False when there is no memory.
+bool VELM_CStringArray::TryBuildTo(int nStrings)
+{
+    Adopt();
+    if (nStrings > m_nRoom) {
+        const int nTwice = m_nRoom < INT_MAX / 2 ? 2 * m_nRoom : INT_MAX;
+        const int nRoom = nStrings > nTwice ? nStrings : nTwice;
+        VELM_CString* pNew = NewBlock(nRoom);
+        if (pNew == nullptr)
+            return false;
+        // A string is moved by its fields: nothing points at them.
+        if (m_nBuilt > 0)
+            std::memcpy(static_cast<void*>(pNew), m_pBlock, static_cast<std::size_t>(m_nBuilt) * sizeof(VELM_CString));
+        FreeBlock(m_pBlock, 0);
+        if (m_data != nullptr)
+            m_data = pNew;
+        m_pBlock = pNew;
+        m_nRoom = nRoom;
+        m_nLent = -1; // and all that was done by hand
+    }
+    for (; m_nBuilt < nStrings; ++m_nBuilt) {
+        if (!AfxTryConstruct(m_pBlock + m_nBuilt))
+            return false;
+    }
+    return true;
+}
+
+// Lets the growth be seen, once the strings are built: nothing can fail here.
+void VELM_CStringArray::GrowTo(int nMax)
+{
+    for (int i = m_size; i < m_max_size; ++i)
+        AfxTruncate(m_data[i], 0);
+    const int nChecked = m_nLent < 0 ? m_size : m_nLent;
+    for (int i = 0; i < nChecked; ++i) {
+        const int nIndex = m_nLent < 0 ? i : m_pLent[i];
+        if (nIndex < m_size)
+            AfxTruncate(m_data[nIndex], static_cast<int>(std::strlen(m_data[nIndex].m_data)));
+    }
+    m_nLent = 0;
+    m_data = m_pBlock;
+    m_max_size = nMax;
+    Cookie(m_data)[nCookieWords - 1] = static_cast<std::size_t>(nMax);
+}
+
+// Notes that a caller may put a NUL into the element. More notes than elements are no longer worth their memory.
+void VELM_CStringArray::Lend(int nIndex)
+{
+    if (m_nLent < 0 || (m_nLent > 0 && m_pLent[m_nLent - 1] == nIndex))
+        return;
+    if (m_pLent == nullptr || (m_nLent >= nStringBlock && (m_nLent & (m_nLent - 1)) == 0)) { // a power of two: full
+        const std::size_t nMore = static_cast<std::size_t>(m_pLent == nullptr ? nStringBlock : 2 * m_nLent);
+        void* pMore = m_nLent > m_size ? nullptr : std::realloc(m_pLent, nMore * sizeof(int));
+        if (pMore == nullptr) {
+            m_nLent = -1;
+            return;
+        }
+        m_pLent = static_cast<int*>(pMore);
+    }
+    m_pLent[m_nLent++] = nIndex;
+}
+
+VELM_CStringArray::VELM_CStringArray()
+    : m_data(nullptr), m_size(0), m_max_size(0), m_pBlock(nullptr), m_nBuilt(0), m_nRoom(0), m_pLent(nullptr),
+      m_nLent(0), m_pSorting(nullptr), m_pSpare(nullptr)
+{
+    if (!TryBuildTo(nStringBlock))
+        FailGrowth(); // no destructor follows a raise: this leaves nothing
+    GrowTo(nStringBlock);
 }
 
 VELM_CStringArray::~VELM_CStringArray()
 {
     RemoveAll();
+    std::free(m_pLent);
+    std::free(m_pSorting);
+    delete m_pSpare;
 }
 
-VELM_CStringArray::VELM_CStringArray(const VELM_CStringArray& src) : m_data(nullptr), m_size(0), m_max_size(0)
+VELM_CStringArray::VELM_CStringArray(const VELM_CStringArray& src) : VELM_CStringArray()
 {
-    *this = src;
+    if (!TryAssign(src)) { // no destructor follows a raise
+        this->~VELM_CStringArray();
+        AfxMemoryExhausted();
+    }
 }
 
 int VELM_CStringArray::GetSize() const
@@ -217,16 +331,16 @@ void VELM_CStringArray::SetSize(int newSize, int nGrowBy)
         return;
     if (newSize == 0) {
         RemoveAll();
-    } else if (m_data == nullptr) {
-        m_data = NewStrings(newSize);
-        m_size = m_max_size = newSize;
-    } else if (newSize <= m_max_size) {
-        m_size = newSize;
-    } else {
-        const int nStep = nGrowBy == -1 ? GrowthStep(m_size) : nGrowBy;
-        Reblock(*this, SizePlus(newSize, nStep > 0 ? nStep : 0));
-        m_size = newSize;
+        return;
     }
+    if (newSize > m_max_size) {
+        const int nStep = nGrowBy == -1 ? GrowthStep(m_size) : nGrowBy;
+        const int nMax = m_data == nullptr ? newSize : SizePlus(newSize, nStep > 0 ? nStep : 0);
+        if (!TryBuildTo(nMax))
+            FailGrowth();
+        GrowTo(nMax);
+    }
+    m_size = newSize;
 }
 
 VELM_CString VELM_CStringArray::GetAt(int nIndex) const
@@ -249,12 +363,20 @@ void VELM_CStringArray::SetAt(int nIndex, const char* newElement)
 
 VELM_CString& VELM_CStringArray::ElementAt(int nIndex)
 {
-    if (!VELM_ASSERT(nIndex >= 0 && nIndex < m_size)) {
-        static thread_local VELM_CString spare;
-        spare.Empty();
-        return spare;
+    if (VELM_ASSERT(nIndex >= 0 && nIndex < m_size)) {
+        Lend(nIndex);
+        return m_data[nIndex];
     }
-    return m_data[nIndex];
+    if (m_pSpare == nullptr) {
+        VELM_CString* pRoom = AfxNew(static_cast<VELM_CString*>(::operator new(sizeof(VELM_CString), std::nothrow)));
+        if (!AfxTryConstruct(pRoom)) {
+            ::operator delete(pRoom);
+            AfxMemoryExhausted();
+        }
+        m_pSpare = pRoom;
+    }
+    AfxTruncate(*m_pSpare, 0);
+    return *m_pSpare;
 }
 
 VELM_CString& VELM_CStringArray::operator[](int nIndex)
@@ -264,18 +386,14 @@ VELM_CString& VELM_CStringArray::operator[](int nIndex)
 
 void VELM_CStringArray::Add(const char* newElement)
 {
-    if (m_size == m_max_size) {
-        VELM_CString* pOld = m_data; // newElement may lie in it
-        const int nMax = SizePlus(m_max_size, nStringBlock);
-        VELM_CString* pNew = NewStrings(nMax);
-        for (int i = 0; i < m_size; ++i)
-            pNew[i] = pOld[i];
-        pNew[m_size] = newElement;
-        m_data = pNew;
-        m_max_size = nMax;
-        delete[] pOld;
-    } else {
+    if (m_size < m_max_size) {
         m_data[m_size] = newElement;
+    } else {
+        const int nMax = SizePlus(m_max_size, nStringBlock);
+        const char* lpszText = newElement == nullptr ? "" : newElement;
+        if (!TryBuildTo(nMax) || !AfxTryAssign(m_pBlock[m_size], lpszText, std::strlen(lpszText)))
+            FailGrowth();
+        GrowTo(nMax); // not before: it may cut the text, when it is of this array
     }
     ++m_size;
 }
@@ -292,31 +410,63 @@ void VELM_CStringArray::Add(const VELM_CString& newElement)
 
 VELM_CStringArray& VELM_CStringArray::operator=(const VELM_CStringArray& src)
 {
-    if (this == &src)
-        return *this;
-    RemoveAll();
-    SetSize(src.m_size, -1);
-    for (int i = 0; i < m_size; ++i)
-        SetAt(i, src.m_data[i].m_data);
+    if (this != &src && !TryAssign(src))
+        FailGrowth();
     return *this;
+}
+
+// Copies the strings behind those that are there, and moves them to the front when all are whole.
+bool VELM_CStringArray::TryAssign(const VELM_CStringArray& src)
+{
+    const int nStrings = src.m_size;
+    if (nStrings == 0) {
+        RemoveAll();
+        return true;
+    }
+    if (m_max_size > INT_MAX - nStrings || !TryBuildTo(m_max_size + nStrings))
+        return false;
+    for (int i = 0; i < nStrings; ++i) {
+        const char* lpszText = src.m_data[i].m_data;
+        if (!AfxTryAssign(m_pBlock[m_max_size + i], lpszText, std::strlen(lpszText)))
+            return false;
+    }
+    for (int i = 0; i < m_max_size; ++i)
+        m_pBlock[i].~VELM_CString();
+    m_nBuilt -= m_max_size;
+    std::memmove(static_cast<void*>(m_pBlock), m_pBlock + m_max_size,
+                 static_cast<std::size_t>(m_nBuilt) * sizeof(VELM_CString));
+    m_size = m_max_size = 0;
+    GrowTo(nStrings);
+    m_size = nStrings;
+    return true;
 }
 
 void VELM_CStringArray::Sort(VELM_CStringArray& dest) const
 {
-    if (&dest == this) {
-        VELM_CStringArray(*this).Sort(dest); // no growth may destroy what is still to be added
-        return;
-    }
     if (m_size == 0)
         return;
+    // The first bytes decide most comparisons, without a look at the texts.
+    struct Key {
+        std::uint64_t nFirst;
+        int nIndex;
+    };
     const int nCount = m_size;
-    VELM_CString** pSorted = AfxNewArray<VELM_CString*>(static_cast<size_t>(nCount));
+    Key* pKeys = static_cast<Key*>(AfxAllocate(dest.m_pSorting, static_cast<std::size_t>(nCount), sizeof(Key)));
+    dest.m_pSorting = pKeys; // not lost where an Add raises
+    for (int i = 0; i < nCount; ++i) {
+        const char* lpszText = m_data[i].m_data;
+        std::uint64_t nFirst = 0;
+        for (int nShift = 56; nShift >= 0 && *lpszText != '\0'; nShift -= 8)
+            nFirst |= static_cast<std::uint64_t>(static_cast<unsigned char>(*lpszText++)) << nShift;
+        pKeys[i] = Key{nFirst, i};
+    }
+    std::sort(pKeys, pKeys + nCount, [this](const Key& a, const Key& b) {
+        return a.nFirst != b.nFirst ? a.nFirst < b.nFirst : m_data[a.nIndex].Compare(m_data[b.nIndex]) < 0;
+    });
     for (int i = 0; i < nCount; ++i)
-        pSorted[i] = m_data + i;
-    std::qsort(pSorted, static_cast<size_t>(nCount), sizeof(VELM_CString*), CStringCompare);
-    for (int i = 0; i < nCount; ++i)
-        dest.Add(*pSorted[i]);
-    delete[] pSorted;
+        dest.Add(m_data[pKeys[i].nIndex]);
+    std::free(pKeys);
+    dest.m_pSorting = nullptr;
 }
 
 int VELM_CStringArray::Contains(const VELM_CString& str) const
@@ -345,9 +495,10 @@ int VELM_CStringArray::Find(const char* str) const
 
 void VELM_CStringArray::RemoveAll()
 {
-    delete[] m_data;
-    m_data = nullptr;
-    m_size = m_max_size = 0;
+    Adopt();
+    FreeBlock(m_pBlock, m_nBuilt);
+    m_data = m_pBlock = nullptr;
+    m_size = m_max_size = m_nBuilt = m_nRoom = m_nLent = 0;
 }
 
 int CStringCompare(const void* a, const void* b)

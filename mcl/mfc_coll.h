@@ -62,7 +62,8 @@ public:
 /// A growable array of strings, held in place.
 ///
 /// Every string of the block, in use or not, is a constructed one. A reference to an element holds until the array
-/// grows. Where a check fails, nothing changes. Exhausted memory: see `AfxMemoryExhausted`.
+/// grows; a growth cuts the elements at their first NUL, as assigning does, and empties the strings beyond the size.
+/// Where a check fails, or memory is exhausted (see `AfxMemoryExhausted`), nothing changes.
 class VELM_API VELM_CStringArray {
 public:
     VELM_CString* m_data; ///< The block, of operator new[], or NULL.
@@ -113,6 +114,29 @@ public:
     int Find(const char* str) const;
     /// Releases the block: no elements, capacity 0.
     void RemoveAll();
+
+private:
+    // The block has room behind the capacity, so that most growths move nothing; strings are constructed there before
+    // a growth is seen.
+    //
+    //     m_data                    m_size          m_max_size        m_nBuilt             m_nRoom
+    //     | elements ...            | further strings | strings to come | raw ...            |
+    //
+    // m_pBlock is m_data, except within an operation that makes a first block.
+    VELM_CString* m_pBlock;
+    int m_nBuilt;
+    int m_nRoom;
+    int* m_pLent; // indexes handed out by reference since the last growth, in a block of malloc: these may hold a NUL
+    int m_nLent;  // their number; -1 when they are too many to be listed
+    void* m_pSorting;       // what Sort adds to this array, in its order; a block of malloc
+    VELM_CString* m_pSpare; // what ElementAt delivers after a failed check
+
+    VELM_LOCAL void Adopt();
+    VELM_LOCAL bool TryBuildTo(int nStrings);
+    VELM_LOCAL bool TryAssign(const VELM_CStringArray& src);
+    [[noreturn]] VELM_LOCAL void FailGrowth();
+    VELM_LOCAL void GrowTo(int nMax);
+    VELM_LOCAL void Lend(int nIndex);
 };
 
 extern "C" {

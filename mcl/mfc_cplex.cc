@@ -3,7 +3,7 @@
 
 #include <cstdlib>
 
-#include "mcl/mfc_carcex.h"
+#include "mcl/mfc_memory.h"
 
 VELM_CPlex* VELM_CPlex::Create(VELM_CPlex*& pHead, unsigned nMax, unsigned cbElement)
 {

@@ -1,32 +1,43 @@
+// The class record: schema, length of the name, and the name, which has no terminator.
 #include "mcl/mfc_crun.h"
 
 #include <cstring>
 
-#include "mcl/mfc_carcload.h"
+#include "mcl/mfc_carcload_p.h"
 
 void VELM_CRuntimeClass::Store(VELM_CArchive& ar) const
 {
-    const size_t nLength = std::strlen(m_pszName);
-    ar << m_nSchema << static_cast<unsigned long>(nLength);
+    const bool bName = VELM_ASSERT(m_pszName != NULL);
+    const size_t nLength = bName ? std::strlen(m_pszName) : 0;
+    if (!bName || !VELM_ASSERT(nLength <= 0xFFFFFFFF))
+        return;
+    ar.Store32(m_nSchema);
+    ar.Store32(static_cast<uint32_t>(nLength));
     ar.Write(m_pszName, static_cast<unsigned>(nLength));
 }
 
 VELM_CRuntimeClass* VELM_CRuntimeClass::Load(VELM_CArchive& ar, unsigned* pwSchemaNum)
 {
-    unsigned nSchema = 0;
-    if (ar.HasClassTable()) {
-        const VELM_CClassTable::Class* pClass = ar.Loader()->LoadClassRecord(nSchema);
-        if (pClass == nullptr)
-            return nullptr;
-        if (pwSchemaNum != nullptr)
-            *pwSchemaNum = nSchema;
-        return pClass->pClass;
-    }
+    VELM_CArchiveInside& inside = VELM_CArchiveInside::Of(ar);
+    VELM_CArchiveLoader* const pLoader = VELM_CArchiveLoader::WithTable(ar);
+    const unsigned long long nOffset = inside.Offset();
+    uint32_t nSchema, nLength;
     const bool bSchema = ar.Load32(nSchema) != 0;
-    if (bSchema && pwSchemaNum != nullptr)
+    if (pLoader == nullptr && bSchema && pwSchemaNum != nullptr)
         *pwSchemaNum = 0;
-    uint32_t nNameLength;
-    if (!bSchema || !ar.Load32(nNameLength))
+    if (!bSchema || !ar.Load32(nLength)) {
         ar.RaiseDataEnded();
-    return nullptr;
+        return nullptr;
+    }
+    if (pLoader == nullptr || !pLoader->RequireNameLength(nLength, nOffset))
+        return nullptr;
+    char* const pszName = inside.LoadText(nLength);
+    if (pszName == nullptr) {
+        ar.RaiseDataEnded();
+        return nullptr;
+    }
+    VELM_CRuntimeClass* const pClass = pLoader->RequireClass(pszName, nLength, nSchema, nOffset);
+    if (pClass != nullptr && pwSchemaNum != nullptr)
+        *pwSchemaNum = nSchema;
+    return pClass;
 }

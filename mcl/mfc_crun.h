@@ -16,14 +16,18 @@ class VELM_CArchive;
 ///
 /// and handed out by the class's `GetRuntimeClass`. It outlives every archive that its objects go through.
 struct VELM_API VELM_CRuntimeClass {
+    enum : unsigned { nNoSchema = 0xFFFF }; ///< The schema of a class whose objects cannot go through an archive.
+
     const char* m_pszName; ///< The class name that is stored; not owned.
     unsigned m_nClassInfo; ///< The caller's; not used by the library.
-    unsigned m_nSchema;    ///< The version of the stored form; 0xFFFF: objects cannot go through an archive.
+    unsigned m_nSchema;    ///< The version of the stored form, or `nNoSchema`.
 
-    /// Writes the class record: schema, length of the name, name.
+    /// Writes the class record: schema, length of the name, name. Asserts "m_pszName != NULL" and
+    /// "nLength <= 0xFFFFFFFF"; after a failure nothing is written.
     void Store(VELM_CArchive& ar) const;
     /// Reads a class record, stores its schema through `pwSchemaNum`, and returns the class that the archive's class
-    /// table has under the name. Raises 3 when the data ends.
+    /// table has under the name. Raises 3 when the data ends, and 1 for a class or a schema that the table does not
+    /// have.
     ///
     /// Without a class table: reads and drops the two 32-bit values before the name, stores 0 and returns NULL.
     static VELM_CRuntimeClass* Load(VELM_CArchive& ar, unsigned* pwSchemaNum);

@@ -4,7 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "mcl/mfc_carcex.h"
+#include "mcl/mfc_cstring_p.h"
+#include "mcl/mfc_memory.h"
 
 static int TextLength(const char* p)
 {
@@ -22,6 +23,12 @@ static char* NewText(const char* p, int n)
         std::memcpy(pText, p, static_cast<std::size_t>(n));
     pText[n] = '\0';
     return pText;
+}
+
+// Where p points in the string's buffer; beyond its length when it does not.
+static std::size_t OffsetIn(const VELM_CString& string, const char* p)
+{
+    return reinterpret_cast<std::size_t>(p) - reinterpret_cast<std::size_t>(string.m_data);
 }
 
 void VELM_CString::Init(const char* p, int n)
@@ -111,9 +118,15 @@ void VELM_CString::Empty()
 
 void VELM_CString::Set(const char* p, int n)
 {
-    char* pOld = m_data;
-    Init(p, n); // p may lie in the old buffer
-    std::free(pOld);
+    const int nText = n > 0 ? n : 0;
+    if (nText > 0 && OffsetIn(*this, p) <= static_cast<std::size_t>(m_len)) {
+        char* pNew = NewText(p, nText); // the source goes with the old buffer
+        std::free(m_data);
+        m_data = pNew;
+        m_len = nText;
+    } else if (!AfxTryAssign(*this, p, static_cast<std::size_t>(nText))) {
+        AfxMemoryExhausted();
+    }
 }
 
 const VELM_CString& VELM_CString::operator=(const VELM_CString& src)
@@ -167,7 +180,7 @@ const VELM_CString& VELM_CString::Concat(const char* p, int n)
     if (n >= INT_MAX - m_len)
         AfxMemoryExhausted();
     // A source in the own buffer moves with it, and may end with the NUL that is overwritten.
-    const std::size_t nOffset = reinterpret_cast<std::size_t>(p) - reinterpret_cast<std::size_t>(m_data);
+    const std::size_t nOffset = OffsetIn(*this, p);
     const bool bOwn = nOffset <= static_cast<std::size_t>(m_len);
     m_data = static_cast<char*>(AfxAllocate(m_data, static_cast<std::size_t>(m_len + n), 1, 1));
     std::memmove(m_data + m_len, bOwn ? m_data + nOffset : p, static_cast<std::size_t>(n));

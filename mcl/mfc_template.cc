@@ -2,9 +2,9 @@
 
 #include <cstdlib>
 
-#include "mcl/mfc_carcex.h"
+#include "mcl/mfc_carccore_p.h"
 #include "mcl/mfc_cobj.h"
-#include "mcl/mfc_cstring.h"
+#include "mcl/mfc_memory.h"
 
 template <> int CompareElements(const fxStr* pElement1, const char* const* pElement2)
 {
@@ -27,18 +27,14 @@ template <> void ConstructElements(fxStr* pElements, int nCount)
 template <> void SerializeElements(VELM_CArchive& ar, fxStr* pElements, int nCount)
 {
     for (int i = 0; i < nCount; ++i) {
-        if (ar.m_nMode == VELM_CArchive::store) {
+        if (ar.IsStoring()) {
             const char* lpszText = pElements[i];
-            ar.StoreString(lpszText, strlen(lpszText));
+            ar.StorePrefixed(lpszText, strlen(lpszText));
             continue;
         }
-        bool bWhole;
-        {
-            VELM_CString text; // gone before the raise
-            bWhole = ar.LoadString(text);
-            pElements[i] = text.m_data;
-        }
-        if (!bWhole) {
+        const char* lpszText = VELM_CArchiveInside::Of(ar).LoadPrefixed();
+        pElements[i] = lpszText; // NULL gives the empty string
+        if (lpszText == nullptr) {
             ar.RaiseDataEnded();
             return;
         }
@@ -57,10 +53,10 @@ static int StreamForm(int nValue)
 
 static void Transfer(VELM_CArchive& ar, void* pBytes, size_t nBytes)
 {
-    if (ar.m_nMode == VELM_CArchive::store)
+    if (ar.IsStoring())
         ar.Write(pBytes, static_cast<unsigned>(nBytes));
     else
-        ar.Read(pBytes, static_cast<unsigned>(nBytes));
+        ar.LoadWhole(pBytes, static_cast<unsigned>(nBytes));
 }
 
 template <> void SerializeElements(VELM_CArchive& ar, int* pElements, int nCount)
@@ -72,16 +68,28 @@ template <> void SerializeElements(VELM_CArchive& ar, int* pElements, int nCount
         pElements[i] = StreamForm(pElements[i]);
 }
 
+// The images of more objects than a few, which no raise may lose.
+class VELM_LOCAL VELM_CHeldImages : public VELM_CHeld {
+public:
+    void* pImages = nullptr;
+
+    ~VELM_CHeldImages() override { free(pImages); }
+};
+
 template <> void SerializeElements(VELM_CArchive& ar, VELM_CObject*, int nCount)
 {
-    const size_t nImage = 8;
-    unsigned char one[nImage] = {};
-    void* pImages = nCount <= 1 ? one : AfxAllocate(NULL, static_cast<size_t>(nCount), nImage);
-    if (pImages != one)
-        memset(pImages, 0, static_cast<size_t>(nCount) * nImage);
-    Transfer(ar, pImages, static_cast<size_t>(nCount) * nImage);
-    if (pImages != one)
-        free(pImages);
+    const size_t nBytes = 8 * static_cast<size_t>(nCount);
+    unsigned char few[64] = {};
+    if (nBytes <= sizeof few) {
+        Transfer(ar, few, nBytes);
+        return;
+    }
+    VELM_CHeldImages* pHeld = AfxNew(new (std::nothrow) VELM_CHeldImages);
+    ar.Hold(pHeld);
+    pHeld->pImages = AfxAllocate(NULL, nBytes, 1);
+    memset(pHeld->pImages, 0, nBytes);
+    Transfer(ar, pHeld->pImages, nBytes);
+    ar.DropHeld();
 }
 
 template void DestructElements<fxStr>(fxStr*, int);

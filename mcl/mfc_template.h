@@ -42,21 +42,36 @@ template <class TYPE> void DestructElements(TYPE* pElements, int nCount)
 template <class TYPE> void SerializeElements(VELM_CArchive& ar, TYPE* pElements, int nCount)
 {
     for (int i = 0; i < nCount; ++i) {
-        if (ar.m_nMode == VELM_CArchive::store)
+        if (ar.IsStoring())
             ar << pElements[i];
         else
             ar >> pElements[i];
     }
 }
 
-/// The hash value of a key, in general: of its 32 low bits, as an integer or an address, shifted right by 4. The text
-/// behind a `const char*` is not looked at.
+/// The hash value of a key, in general: of its 32 low bits, as an integer or an address, shifted right by 4.
 template <class ARG_KEY> unsigned HashKey(ARG_KEY key)
 {
     return static_cast<uint32_t>((uintptr_t)key) >> 4;
 }
 /// The hash value of a text; NULL counts as the empty text, whose value is 0.
 VELM_API unsigned HashKey(char* key);
+/// The same: the text is left as it is.
+inline unsigned HashKey(const char* key)
+{
+    return HashKey(const_cast<char*>(key));
+}
+
+/// How a map hashes its keys: by `HashKey`.
+template <class ARG_KEY> struct VELM_CKeyHash {
+    /// The hash value.
+    static unsigned Hash(ARG_KEY key) { return HashKey(key); }
+};
+/// A map with `const char*` keys does not look at the text: it hashes the address.
+template <> struct VELM_CKeyHash<const char*> {
+    /// The hash value.
+    static unsigned Hash(const char* key) { return HashKey<const char*>(key); }
+};
 
 /// As the general form; a NULL key counts as the empty text.
 template <> VELM_API int CompareElements(const fxStr* pElement1, const char* const* pElement2);

@@ -13,6 +13,7 @@
 #include "mcl/mfc_cplex.h"
 #include "mcl/mfc_crun.h"
 #include "mcl/mfc_cstring.h"
+#include "mcl/mfc_memory.h"
 #include "mcl/mfc_template.h"
 #include "mcl/mfc_time.h"
 #include "mcl/tavnomcl_init_check.h"

@@ -179,7 +179,7 @@ TEST(Load, WhatIsWrongIsRaisedAndExplained)
         {std::string(node) + empty + "03000000", 2, "raise 5: offset 24: index 3 is not one of the 2 given so far"},
         {"FFFF0000 01000000 04000000 4E6F6443", 1, "raise 1: offset 4: class \"NodC\" is not in the class table"},
         {"FFFF0000 01000000 04000000 4E6F0A22", 1, "raise 1: offset 4: class \"No?\"\" is not in the class table"},
-        {"FFFF0000 01000000 06000000 4E6F6465 0058", 1, "raise 1: offset 4: class \"Node\" is not in the class table"},
+        {"FFFF0000 01000000 06000000 4E6F6465 0058", 1, "raise 1: offset 4: class \"Node?X\" is not in the class table"},
         {"FFFF0000 01000000 FFFFFFFF 4E6F6465", 1,
          "raise 1: offset 4: a class name of 4294967295 bytes is longer than any in the class table"},
         {"FFFF0000 FFFF0000 04000000 4E6F6465", 1,

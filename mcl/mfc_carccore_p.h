@@ -1,0 +1,68 @@
+// What an archive keeps to itself, besides its fields; private to the library.
+#ifndef TAVNOMCL_MFC_CARCCORE_P_H
+#define TAVNOMCL_MFC_CARCCORE_P_H
+
+#include <cstdint>
+
+#include "mcl/mfc_carccore.h"
+
+// Belongs to the byte engine, and lives as long as the archive: also after Abort, which may come in the middle of a
+// load.
+class VELM_LOCAL VELM_CArchiveInside {
+public:
+    static VELM_CArchiveInside& Of(VELM_CArchive& ar) { return *ar.m_pInside; }
+
+    explicit VELM_CArchiveInside(VELM_CArchive& ar) : m_ar(ar) {}
+    ~VELM_CArchiveInside();
+    VELM_CArchiveInside(const VELM_CArchiveInside&) = delete;
+    VELM_CArchiveInside& operator=(const VELM_CArchiveInside&) = delete;
+
+    // Where the next byte stands in the stream.
+    unsigned long long Offset() const;
+    // Notes what went wrong there, and raises the cause.
+    __attribute__((format(printf, 4, 5))) void Fail(int cause, unsigned long long nOffset, const char* lpszFormat, ...);
+    const char* ErrorText() const { return m_errorText; }
+
+    // Reads from the file behind rlpEnd, and advances it with each byte that has come: until the room is full, enough
+    // has come, or nothing more comes. One call is always made.
+    void ReadFile(unsigned char*& rlpEnd, unsigned nRoom, unsigned nEnough);
+    void WriteFile(const unsigned char* lpBuf, unsigned nBytes);
+    // The position of the file has been moved back to the first byte that was not delivered.
+    void GiveBack() { m_nFileBytes = Offset(); }
+    // Loads a text, with a final NUL behind it, into a block of malloc that belongs to the archive until it is taken or
+    // the next text comes: what raises while it arrives loses nothing. NULL when the data ended before. Memory grows
+    // only as data arrives.
+    char* LoadText(uint32_t nLength);
+    char* TakeText();
+    // The same with a text that was stored with its length.
+    const char* LoadPrefixed();
+
+    void Hold(VELM_CHeld* pHeld);
+    void DropHeld();
+
+    // Raises 5 when no index is left; false when that returns.
+    bool RequireIndex();
+    // Gives the next index, once its place is there.
+    unsigned TakeIndex() { return m_ar.m_nIndexCount++; }
+    // Raises 1 when objects are nested as deep as they may be; false when that returns.
+    bool RequireDepth(unsigned long long nOffset);
+    // Calls the object's Serialize, one level deeper.
+    void Serialize(VELM_CObject& ob);
+
+    // The last class that was stored, and its index.
+    const VELM_CRuntimeClass* pLastClass = nullptr;
+    unsigned nLastClass = 0;
+    // The store map as the object that it is: it can be deleted so by who knows nothing of maps.
+    VELM_CObject* pStoreMap = nullptr;
+    unsigned nMaxDepth = 4096;
+
+private:
+    VELM_CArchive& m_ar;
+    unsigned m_nDepth = 0;               // of objects in each other
+    unsigned long long m_nFileBytes = 0; // that went through the file
+    VELM_CHeld* m_pHeld = nullptr;       // innermost first
+    char* m_pText = nullptr;
+    char m_errorText[512] = "";
+};
+
+#endif

@@ -1,0 +1,79 @@
+// What a loading archive does about classes: which one a name means, which schema is known, which one was asked for,
+// who made what; private to the library. The walk along the stream is in mfc_carcobj.cc.
+//
+// The load array has, at index i, the object or class that was stored as index i. The loader's slots say beside it
+// which of the two stands there; what has no slot is an object that the caller mapped:
+//
+//     index            0      1          2          3
+//     m_pLoadArray   NULL   class A   object a   object b
+//     slots            -    class     created    mapped
+//
+// So an index that the file names is looked up in the slots before anything is done with the pointer.
+#ifndef TAVNOMCL_MFC_CARCLOAD_P_H
+#define TAVNOMCL_MFC_CARCLOAD_P_H
+
+#include "mcl/mfc_carccore_p.h"
+#include "mcl/mfc_cclass.h"
+#include "mcl/mfc_coll.h"
+
+// Hangs on the archive that it loads for, as m_pLoader. What is called Require... raises what it finds wrong, and
+// delivers false or NULL when that returns.
+class VELM_LOCAL VELM_CArchiveLoader : public VELM_CObject {
+public:
+    typedef VELM_CClassTable::Class Class;
+    // A class that the archive has met, with the schema that it was stored with.
+    struct Met {
+        const Class* pClass;
+        unsigned nSchema;
+    };
+
+    const VELM_CClassTable* pTable = nullptr; // NULL while loading is switched off
+
+    static VELM_CArchiveLoader* Of(VELM_CArchive& ar) { return static_cast<VELM_CArchiveLoader*>(ar.m_pLoader); }
+    // NULL where nothing is loaded.
+    static VELM_CArchiveLoader* WithTable(VELM_CArchive& ar)
+    {
+        VELM_CArchiveLoader* const pLoader = Of(ar);
+        return pLoader == nullptr || pLoader->pTable == nullptr ? nullptr : pLoader;
+    }
+
+    explicit VELM_CArchiveLoader(VELM_CArchive& ar) : m_ar(ar) {}
+    ~VELM_CArchiveLoader() override;
+
+    bool RequireNameLength(uint32_t nLength, unsigned long long nOffset);
+    VELM_CRuntimeClass* RequireClass(char* pszName, uint32_t nLength, unsigned nSchema, unsigned long long nOffset);
+    bool RequireDerived(const VELM_CRuntimeClass* pClass, const VELM_CRuntimeClass* pRequested,
+                        unsigned long long nOffset);
+    // The class has objects of its own.
+    bool RequireConcrete(const Met& met, unsigned long long nOffset);
+    // The index has been given, to a class or to an object.
+    bool RequireKind(uint32_t nIndex, bool bClass, unsigned long long nOffset);
+
+    // The class at an index that is one's.
+    const Met& ClassAt(uint32_t nIndex) const { return m_met[m_slots[nIndex] / 2]; }
+    // The class of the object at an index.
+    const VELM_CRuntimeClass* ClassOfObjectAt(uint32_t nIndex) const;
+    // Gives the next index to a class.
+    const Met& AddClass(VELM_CRuntimeClass* pClass, unsigned nSchema);
+    // Gives the next index to a new object of the class, which the class's table entry makes.
+    VELM_CObject* CreateObject(const Met& met);
+    void DeleteObjects();
+
+private:
+    // What stands at an index: 0 for what the caller has mapped, else twice the place of a class in m_met, and 1 more
+    // for an object of it. The place 0 is no class's.
+    uint32_t* m_slots = nullptr;
+    uint32_t m_nSlots = 0;
+    uint32_t m_nMaxSlots = 0;
+    Met* m_met = nullptr;
+    uint32_t m_nMet = 1;
+    uint32_t m_nMaxMet = 0;
+
+    VELM_CArchive& m_ar;
+    VELM_CBlockHolder m_creating;
+
+    uint32_t SlotAt(uint32_t nIndex) const { return nIndex < m_nSlots ? m_slots[nIndex] : 0; }
+    void Append(void* pObjectOrClass, uint32_t nSlot);
+};
+
+#endif

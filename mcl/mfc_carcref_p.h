@@ -1,0 +1,72 @@
+// What stands at the start of an object or of a class in the stream: one value, with its store and its load side;
+// private to the library.
+//
+//     nullObject            wNullTag
+//     object      n         n             below wBigObjectTag, else     wBigObjectTag, n
+//     knownClass  n         n | wClassTag below wBigObjectTag, else     wBigObjectTag, n | dwBigClassTag
+//     newClass              wNewClassTag, and the class record follows
+//
+// Behind a class come the data of a new object of it.
+#ifndef TAVNOMCL_MFC_CARCREF_P_H
+#define TAVNOMCL_MFC_CARCREF_P_H
+
+#include "mcl/mfc_carccore_p.h"
+
+struct VELM_LOCAL VELM_CReference {
+    enum Kind { nullObject, object, knownClass, newClass };
+
+    Kind kind;
+    uint32_t nIndex; // of an object or a known class
+
+    void Store(VELM_CArchive& ar) const
+    {
+        const bool bShort = nIndex < VELM_CArchive::wBigObjectTag;
+        if ((kind == object || kind == knownClass) && !bShort)
+            ar.Store32(VELM_CArchive::wBigObjectTag);
+        switch (kind) {
+        case nullObject:
+            ar.Store32(VELM_CArchive::wNullTag);
+            break;
+        case object:
+            ar.Store32(nIndex);
+            break;
+        case knownClass:
+            ar.Store32(nIndex | (bShort ? VELM_CArchive::wClassTag : VELM_CArchive::dwBigClassTag));
+            break;
+        case newClass:
+            ar.Store32(VELM_CArchive::wNewClassTag);
+        }
+    }
+
+    // False after a raise that returned: 3 when the data ends, 5 for a tag that no writer makes.
+    bool Load(VELM_CArchive& ar)
+    {
+        VELM_CArchiveInside& inside = VELM_CArchiveInside::Of(ar);
+        const unsigned long long nOffset = inside.Offset();
+        uint32_t nTag = 0;
+        bool bWhole = ar.Load32(nTag) != 0;
+        nIndex = nTag;
+        if (bWhole && nTag == VELM_CArchive::wBigObjectTag) {
+            bWhole = ar.Load32(nIndex) != 0;
+            kind = (nIndex & VELM_CArchive::dwBigClassTag) != 0 ? knownClass : object;
+            nIndex &= ~uint32_t{VELM_CArchive::dwBigClassTag};
+        } else if (nTag == VELM_CArchive::wNullTag) {
+            kind = nullObject;
+        } else if (nTag < VELM_CArchive::wBigObjectTag) {
+            kind = object;
+        } else if (nTag == VELM_CArchive::wNewClassTag) {
+            kind = newClass;
+        } else if (nTag > VELM_CArchive::wClassTag && nTag < VELM_CArchive::wNewClassTag) {
+            kind = knownClass;
+            nIndex = nTag - VELM_CArchive::wClassTag;
+        } else if (bWhole) {
+            inside.Fail(VELM_CArchiveException::causeBadIndex, nOffset, "tag %u is no reference", nTag);
+            return false;
+        }
+        if (!bWhole)
+            ar.RaiseDataEnded();
+        return bWhole;
+    }
+};
+
+#endif

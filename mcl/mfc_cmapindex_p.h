@@ -1,0 +1,251 @@
+// What finds the entries of a large map without walking its chains; private to the library.
+//
+// The chains are what a caller sees, and the truth. Beside those of a map with many entries stands an index: a table of
+// links, where the link of an entry is the pointer that points at its node, a bucket head or the pNext before it.
+//
+//     m_pHashTable[1] --> node C --> node B --> node A --> NULL
+//          ^                 ^          ^
+//          |                 |          |
+//     | link of C | - | link of B | link of A | - | - | ...      slots; open addressing, linear probing
+//
+// So an entry is found by its hash in constant time, and unlinked without looking for what is before it. A slot holds
+// 48 bits of the link and, above them, 16 of the hash, so that the nodes of other entries are hardly ever looked at.
+//
+// - Every node on a chain has a slot as long as the map keeps an index. A new head moves the link of the old one.
+// - What the index says is believed only as long as the chains bear it out, so that chains changed by hand count: a
+// link
+//   must point at a node of the key, what is before a node that is unlinked must be linked itself, and a bucket's head
+//   must be the one that was left there. Else the index is dropped, and the next insertion makes a new one. A map whose
+//   nodes a caller takes or frees by NewAssoc and FreeAssoc has none until it is empty again.
+// - Nothing but an insertion makes an index. Without memory for it there is none, and the chains are walked.
+#ifndef TAVNOMCL_MFC_CMAPINDEX_P_H
+#define TAVNOMCL_MFC_CMAPINDEX_P_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "mcl/mfc_cmap.h"
+
+class VELM_LOCAL VELM_CMapIndex {
+public:
+    // The members of a map that keep the index, for the nodes of each map that has one.
+    template <class ASSOC, class KEY>
+    static ASSOC** FindLink(const VELM_CMapTable<ASSOC, KEY>& map, unsigned nBucket, KEY key);
+    template <class ASSOC, class KEY> static void LinkFirst(VELM_CMapTable<ASSOC, KEY>& map, ASSOC* pAssoc);
+    template <class ASSOC, class KEY> static void Unlink(VELM_CMapTable<ASSOC, KEY>& map, ASSOC** ppLink);
+    template <class ASSOC, class KEY> static void DropIndex(const VELM_CMapTable<ASSOC, KEY>& map, bool bTouched)
+    {
+        delete map.m_pIndex;
+        map.m_pIndex = nullptr;
+        map.m_bTouched = bTouched;
+    }
+
+    VELM_CMapIndex(const VELM_CMapIndex&) = delete;
+    VELM_CMapIndex& operator=(const VELM_CMapIndex&) = delete;
+    ~VELM_CMapIndex();
+
+private:
+    enum : uint64_t { emptySlot = 0, removedSlot = 1 }; // no link has such an address
+    static const int nFewest = 48;                      // entries from which on an index is kept
+    static const int nLinkBits = 48;
+
+    // Where an entry belongs: in the first free slot from nHome on, modulo their number.
+    struct Hash {
+        uint64_t nHome;
+        uint64_t nTag; // above the bits of the link
+    };
+
+    const void* m_pTable; // the map's, and its number of buckets
+    unsigned m_nBuckets;
+    uint64_t m_seed[2];  // of the hash of texts: no file can hold keys that collide
+    std::size_t m_nMask; // number of slots - 1
+    std::size_t m_nUsed; // slots that are not empty
+    uint64_t* m_pSlots;
+
+    VELM_CMapIndex() = default;
+    static VELM_CMapIndex* Make(std::size_t nEntries);
+    Hash HashOf(unsigned nBucket, const void* key) const;
+    Hash HashOf(unsigned nBucket, const char* lpszKey) const;
+    Hash HashOf(const VELM_CPtrAssoc& assoc) const { return HashOf(assoc.nHashValue, assoc.key); }
+    template <class ASSOC> Hash HashOf(const ASSOC& assoc) const
+    {
+        return HashOf(assoc.nHashValue, static_cast<const char*>(assoc.key));
+    }
+    template <class ASSOC> static ASSOC** LinkIn(uint64_t nSlot)
+    {
+        return reinterpret_cast<ASSOC**>(static_cast<uintptr_t>(nSlot & ((uint64_t{1} << nLinkBits) - 1)));
+    }
+    template <class ASSOC> static uint64_t SlotOf(Hash hash, ASSOC** ppLink)
+    {
+        return hash.nTag | reinterpret_cast<uintptr_t>(ppLink);
+    }
+    template <class ASSOC, class KEY> bool IsOf(const VELM_CMapTable<ASSOC, KEY>& map) const
+    {
+        return m_pTable == map.m_pHashTable && m_nBuckets == map.m_nHashTableSize;
+    }
+    void Put(uint64_t nHome, uint64_t nSlot);
+    template <class MATCHES> uint64_t* Find(Hash hash, MATCHES matches) const;
+    template <class ASSOC> uint64_t* FindNode(const ASSOC* pAssoc, ASSOC** ppLink) const;
+    template <class ASSOC, class KEY> static void Build(const VELM_CMapTable<ASSOC, KEY>& map);
+};
+
+inline VELM_CMapIndex::Hash VELM_CMapIndex::HashOf(unsigned, const void* key) const
+{
+    // Neighbours in memory are often stored one after another: those of one stretch of 4 KiB go to neighbouring slots,
+    // and the stretches are scattered. Units are of 16 bytes; what lies at another place in its unit is scattered too.
+    const uint64_t nAddress = reinterpret_cast<uintptr_t>(key);
+    const uint64_t nStretch = (nAddress >> 12 << 4 | (nAddress & 15)) * 0x9E3779B97F4A7C15;
+    const uint64_t nUnit = nAddress >> 4 & 255;
+    return {(nStretch >> 20) + nUnit, ((nStretch >> 4) + nUnit * 0x9E37) << nLinkBits};
+}
+
+inline void VELM_CMapIndex::Put(uint64_t nHome, uint64_t nSlot)
+{
+    std::size_t i = static_cast<std::size_t>(nHome) & m_nMask;
+    while (m_pSlots[i] > removedSlot)
+        i = (i + 1) & m_nMask;
+    m_nUsed += m_pSlots[i] == emptySlot;
+    m_pSlots[i] = nSlot;
+}
+
+// The first slot with the tag that matches; NULL when there is none.
+template <class MATCHES> uint64_t* VELM_CMapIndex::Find(Hash hash, MATCHES matches) const
+{
+    for (std::size_t i = static_cast<std::size_t>(hash.nHome) & m_nMask;; i = (i + 1) & m_nMask) {
+        const uint64_t nSlot = m_pSlots[i];
+        if (nSlot == emptySlot)
+            return nullptr;
+        if ((nSlot ^ hash.nTag) >> nLinkBits == 0 && nSlot != removedSlot && matches(nSlot))
+            return &m_pSlots[i];
+    }
+}
+
+// The slot of a node that has this link.
+template <class ASSOC> uint64_t* VELM_CMapIndex::FindNode(const ASSOC* pAssoc, ASSOC** ppLink) const
+{
+    const Hash hash = HashOf(*pAssoc);
+    return Find(hash, [=](uint64_t nSlot) { return nSlot == SlotOf(hash, ppLink); });
+}
+
+// Indexes what is on the chains, if there is memory for it, and if a slot can hold their addresses.
+template <class ASSOC, class KEY> void VELM_CMapIndex::Build(const VELM_CMapTable<ASSOC, KEY>& map)
+{
+    DropIndex(map, false);
+    map.m_pIndex = Make(static_cast<std::size_t>(map.m_nCount));
+    VELM_CMapIndex* const pIndex = map.m_pIndex;
+    if (pIndex == nullptr)
+        return;
+    pIndex->m_pTable = map.m_pHashTable;
+    pIndex->m_nBuckets = map.m_nHashTableSize;
+    for (unsigned i = 0; i < map.m_nHashTableSize; ++i) {
+        for (ASSOC** ppLink = &map.m_pHashTable[i]; *ppLink != nullptr; ppLink = &(*ppLink)->pNext) {
+            const uint64_t nLink = reinterpret_cast<uintptr_t>(ppLink);
+            // More nodes than are counted would never leave a slot empty: they are a caller's own.
+            if (nLink >> nLinkBits != 0 || pIndex->m_nUsed > pIndex->m_nMask / 2) {
+                DropIndex(map, true);
+                return;
+            }
+            const Hash hash = pIndex->HashOf(**ppLink);
+            pIndex->Put(hash.nHome, SlotOf(hash, ppLink));
+        }
+    }
+}
+
+template <class ASSOC, class KEY>
+ASSOC** VELM_CMapIndex::FindLink(const VELM_CMapTable<ASSOC, KEY>& map, unsigned nBucket, KEY key)
+{
+    ASSOC** const ppHead = &map.m_pHashTable[nBucket];
+    const auto IsWanted = [=](ASSOC** ppLink) {
+        return *ppLink != nullptr && (*ppLink)->nHashValue == nBucket && (*ppLink)->Matches(key);
+    };
+    if (const VELM_CMapIndex* pIndex = map.m_pIndex) {
+        if (pIndex->IsOf(map)) {
+            const uint64_t* pSlot = pIndex->Find(pIndex->HashOf(nBucket, key),
+                                                 [&](uint64_t nSlot) { return IsWanted(LinkIn<ASSOC>(nSlot)); });
+            if (pSlot != nullptr)
+                return LinkIn<ASSOC>(*pSlot);
+            if (*ppHead == nullptr || pIndex->FindNode(*ppHead, ppHead) != nullptr)
+                return nullptr;
+        }
+        DropIndex(map, false);
+    }
+    ASSOC** ppLink = ppHead;
+    while (*ppLink != nullptr && !(*ppLink)->Matches(key))
+        ppLink = &(*ppLink)->pNext;
+    return *ppLink == nullptr ? nullptr : ppLink;
+}
+
+template <class ASSOC, class KEY> void VELM_CMapIndex::LinkFirst(VELM_CMapTable<ASSOC, KEY>& map, ASSOC* pAssoc)
+{
+    ASSOC** const ppHead = &map.m_pHashTable[pAssoc->nHashValue];
+    ASSOC* const pOldHead = *ppHead;
+    pAssoc->pNext = pOldHead;
+    *ppHead = pAssoc;
+    if (map.m_bTouched || map.m_nCount < nFewest)
+        return;
+    VELM_CMapIndex* const pIndex = map.m_pIndex;
+    uint64_t* pOldSlot = nullptr;
+    if (pIndex != nullptr && pIndex->IsOf(map) && pOldHead != nullptr)
+        pOldSlot = pIndex->FindNode(pOldHead, ppHead);
+    const uint64_t nNewLink = reinterpret_cast<uintptr_t>(&pAssoc->pNext);
+    if (pIndex == nullptr || !pIndex->IsOf(map) || (pOldHead != nullptr && pOldSlot == nullptr) ||
+        nNewLink >> nLinkBits != 0 || pIndex->m_nUsed > pIndex->m_nMask / 2) {
+        Build(map);
+        return;
+    }
+    if (pOldSlot != nullptr)
+        *pOldSlot = (*pOldSlot >> nLinkBits << nLinkBits) | nNewLink;
+    const Hash hash = pIndex->HashOf(*pAssoc);
+    pIndex->Put(hash.nHome, SlotOf(hash, ppHead));
+}
+
+template <class ASSOC, class KEY> void VELM_CMapIndex::Unlink(VELM_CMapTable<ASSOC, KEY>& map, ASSOC** ppLink)
+{
+    ASSOC* const pAssoc = *ppLink;
+    ASSOC** const ppHead = &map.m_pHashTable[pAssoc->nHashValue];
+    if (const VELM_CMapIndex* pIndex = map.m_pIndex) {
+        uint64_t* const pSlot = pIndex->FindNode(pAssoc, ppLink);
+        uint64_t* pNextSlot = nullptr;
+        if (pAssoc->pNext != nullptr)
+            pNextSlot = pIndex->FindNode(pAssoc->pNext, &pAssoc->pNext);
+        bool bLinked = ppLink == ppHead;
+        if (!bLinked) { // what is before it must be where the index has it
+            const ASSOC* const pBefore = reinterpret_cast<ASSOC*>(ppLink); // pNext is the first field
+            bLinked = pIndex->Find(pIndex->HashOf(*pBefore),
+                                   [=](uint64_t nSlot) { return *LinkIn<ASSOC>(nSlot) == pBefore; }) != nullptr;
+        }
+        if (bLinked && pSlot != nullptr && (pAssoc->pNext == nullptr || pNextSlot != nullptr)) {
+            *pSlot = removedSlot;
+            if (pNextSlot != nullptr)
+                *pNextSlot = (*pNextSlot >> nLinkBits << nLinkBits) | reinterpret_cast<uintptr_t>(ppLink);
+        } else {
+            DropIndex(map, false);
+            ppLink = ppHead;
+            while (*ppLink != nullptr && *ppLink != pAssoc)
+                ppLink = &(*ppLink)->pNext;
+        }
+    }
+    if (*ppLink != nullptr)
+        *ppLink = pAssoc->pNext;
+}
+
+// Defines those members of a map as the index has them.
+#define VELM_INDEXED_MAP(ASSOC, KEY)                                                                                   \
+    template <> ASSOC** VELM_CMapTable<ASSOC, KEY>::FindLink(unsigned nBucket, KEY key) const                          \
+    {                                                                                                                  \
+        return VELM_CMapIndex::FindLink(*this, nBucket, key);                                                          \
+    }                                                                                                                  \
+    template <> void VELM_CMapTable<ASSOC, KEY>::LinkFirst(ASSOC* pAssoc)                                              \
+    {                                                                                                                  \
+        VELM_CMapIndex::LinkFirst(*this, pAssoc);                                                                      \
+    }                                                                                                                  \
+    template <> void VELM_CMapTable<ASSOC, KEY>::Unlink(ASSOC** ppLink)                                                \
+    {                                                                                                                  \
+        VELM_CMapIndex::Unlink(*this, ppLink);                                                                         \
+    }                                                                                                                  \
+    template <> void VELM_CMapTable<ASSOC, KEY>::DropIndex(bool bTouched) const                                        \
+    {                                                                                                                  \
+        VELM_CMapIndex::DropIndex(*this, bTouched);                                                                    \
+    }
+
+#endif
