@@ -202,7 +202,10 @@ public:
     /// or a newer one than in the table, or that is not the requested one, and for objects that are nested too deep.
     /// After a raise, `DeleteLoadedObjects` and destruction are all that is left to do with the archive.
     void SetClassTable(const VELM_CClassTable* pTable);
-    /// How deep objects may be nested in each other's `Serialize` while they load; 4096 unless set.
+    /// How deep objects may be nested in each other's `Serialize`, storing and loading; 1,000,000 unless set. Deeper
+    /// ones raise 1, as does a level for which there is no memory. Whatever the caller's stack holds: when the calls of
+    /// an archive have used 64 KiB of it, they go on on memory of the archive's own, which goes back with it. There a
+    /// C++ exception that leaves a `Serialize` ends the process by `std::terminate`.
     void SetMaxDepth(unsigned nMaxDepth);
     /// What went wrong in the last operation that raised, and at which offset in the stream, in one line of printable
     /// characters; "" for nothing. Valid until the next failure, also after `Abort`.

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "mcl/mfc_carccore.h"
+#include "mcl/mfc_cdeep_p.h"
 
 // Belongs to the byte engine, and lives as long as the archive: also after Abort, which may come in the middle of a
 // load.
@@ -44,21 +45,22 @@ public:
     bool RequireIndex();
     // Gives the next index, once its place is there.
     unsigned TakeIndex() { return m_ar.m_nIndexCount++; }
-    // Raises 1 when objects are nested as deep as they may be; false when that returns.
-    bool RequireDepth(unsigned long long nOffset);
+    // Whether one more object can be stored or loaded inside those that are under way, seen from the frame of the
+    // operation; raises 1 when not.
+    bool RequireDepth(unsigned long long nOffset, const void* pFrame);
     // Calls the object's Serialize, one level deeper.
-    void Serialize(VELM_CObject& ob);
+    void Serialize(VELM_CObject& ob, const void* pFrame);
 
     // The last class that was stored, and its index.
     const VELM_CRuntimeClass* pLastClass = nullptr;
     unsigned nLastClass = 0;
     // The store map as the object that it is: it can be deleted so by who knows nothing of maps.
     VELM_CObject* pStoreMap = nullptr;
-    unsigned nMaxDepth = 4096;
+    unsigned nMaxDepth = 1000000;
 
 private:
     VELM_CArchive& m_ar;
-    unsigned m_nDepth = 0;               // of objects in each other
+    VELM_CDeepCalls m_calls;
     unsigned long long m_nFileBytes = 0; // that went through the file
     VELM_CHeld* m_pHeld = nullptr;       // innermost first
     char* m_pText = nullptr;

@@ -72,19 +72,31 @@ bool VELM_CArchiveInside::RequireIndex()
     return false;
 }
 
-bool VELM_CArchiveInside::RequireDepth(unsigned long long nOffset)
+bool VELM_CArchiveInside::RequireDepth(unsigned long long nOffset, const void* pFrame)
 {
-    if (m_nDepth < nMaxDepth)
+    const unsigned nDepth = m_calls.Depth(pFrame);
+    if (nDepth < nMaxDepth && m_calls.Prepare(pFrame))
         return true;
-    Fail(VELM_CArchiveException::causeGeneric, nOffset, "objects are nested deeper than %u", nMaxDepth);
+    Fail(VELM_CArchiveException::causeGeneric, nOffset,
+         nDepth < nMaxDepth ? "there is no memory for objects nested deeper than %u"
+                            : "objects are nested deeper than %u",
+         nDepth);
     return false;
 }
 
-void VELM_CArchiveInside::Serialize(VELM_CObject& ob)
+void VELM_CArchiveInside::Serialize(VELM_CObject& ob, const void* pFrame)
 {
-    ++m_nDepth;
-    ob.Serialize(m_ar);
-    --m_nDepth;
+    struct Arguments {
+        VELM_CObject& ob;
+        VELM_CArchive& ar;
+    } arguments = {ob, m_ar};
+    m_calls.Call(
+        pFrame,
+        [](void* p) {
+            Arguments& a = *static_cast<Arguments*>(p);
+            a.ob.Serialize(a.ar);
+        },
+        &arguments);
 }
 
 void VELM_CArchive::CheckCount()
@@ -159,10 +171,12 @@ void VELM_CArchive::WriteObject(const VELM_CObject* pOb)
         VELM_CReference{VELM_CReference::object, IndexIn(slot)}.Store(*this);
         return;
     }
-    if (!StoreClass(pOb->GetRuntimeClass()) || !m_pInside->RequireIndex())
+    const void* const pFrame = __builtin_frame_address(0);
+    if (!m_pInside->RequireDepth(m_pInside->Offset(), pFrame) || !StoreClass(pOb->GetRuntimeClass()) ||
+        !m_pInside->RequireIndex())
         return;
     slot = AsSlot(m_pInside->TakeIndex());
-    m_pInside->Serialize(*const_cast<VELM_CObject*>(pOb));
+    m_pInside->Serialize(*const_cast<VELM_CObject*>(pOb), pFrame);
 }
 
 void VELM_CArchive::SerializeClass(const VELM_CRuntimeClass* pClassRef)
@@ -259,15 +273,17 @@ VELM_CObject* VELM_CArchive::ReadObject(const VELM_CRuntimeClass* pClassRefReque
             return nullptr;
         return static_cast<VELM_CObject*>(m_pLoadArray->GetAt(static_cast<int>(reference.nIndex)));
     }
+    const void* const pFrame = __builtin_frame_address(0);
     const VELM_CArchiveLoader::Met* const pMet = LoadClass(*this, reference, nOffset);
     if (pMet == nullptr || !pLoader->RequireDerived(pMet->pClass->pClass, pClassRefRequested, nOffset) ||
-        !m_pInside->RequireIndex() || !m_pInside->RequireDepth(nOffset) || !pLoader->RequireConcrete(*pMet, nOffset))
+        !m_pInside->RequireIndex() || !m_pInside->RequireDepth(nOffset, pFrame) ||
+        !pLoader->RequireConcrete(*pMet, nOffset))
         return nullptr;
     const unsigned nSchema = pMet->nSchema, nOuterSchema = m_nCurSchema;
     VELM_CObject* const pOb = pLoader->CreateObject(*pMet);
     // From here on neither the loader nor the load array is touched: Serialize may abort the archive.
     m_nCurSchema = nSchema;
-    m_pInside->Serialize(*pOb);
+    m_pInside->Serialize(*pOb, pFrame);
     m_nCurSchema = nOuterSchema;
     return pOb;
 }

@@ -1,0 +1,63 @@
+// Room on the stack for objects that are stored or loaded inside each other, however deep; private to the library.
+//
+// Each level is a call of a caller's Serialize, which calls WriteObject or ReadObject for the next one. When the calls
+// of one archive have used their share of the stack that they are on, they go on on a segment of memory of their own,
+// and when that is used up on a further one, and come back as the levels return:
+//
+//     the caller's stack          first segment            second segment
+//     | ... | level 0 .. 299 |    | level 300 .. 1500 |    | level 1501 ..        |
+//                      swapcontext ->            swapcontext ->
+//
+// A raise must not jump from one stack to another: the C library may refuse that, and the host's chain of cleanup
+// blocks would lead to frames that are gone. So a block at the base of each segment catches it, and it is raised again
+// on the stack below. A C++ exception cannot be passed on that way: where it comes to the base of a segment, it ends
+// the process by std::terminate.
+#ifndef TAVNOMCL_MFC_CDEEP_P_H
+#define TAVNOMCL_MFC_CDEEP_P_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "mcl/mfc_base.h"
+
+class VELM_LOCAL VELM_CDeepCalls {
+public:
+    VELM_CDeepCalls() = default;
+    ~VELM_CDeepCalls(); // no call is under way; all memory goes back
+    VELM_CDeepCalls(const VELM_CDeepCalls&) = delete;
+    VELM_CDeepCalls& operator=(const VELM_CDeepCalls&) = delete;
+
+    // How many calls are under way, seen from the frame of the next one. What a raise has left no longer counts.
+    unsigned Depth(const void* pFrame);
+    // Makes sure that one more call can be made. False when there is no memory for it.
+    bool Prepare(const void* pFrame);
+    // Calls pfn(pArgument) one level deeper, with room on the stack. It has been prepared for.
+    void Call(const void* pFrame, void (*pfn)(void*), void* pArgument)
+    {
+        m_levels[m_nLevels++] = reinterpret_cast<std::uintptr_t>(pFrame);
+        if (HasRoom(pFrame))
+            pfn(pArgument);
+        else
+            CallOnSegment(pfn, pArgument);
+        --m_nLevels;
+    }
+
+private:
+    struct Segment;
+
+    // The frames of the calls under way. One that a raise has left lies no higher than the frame of a later call on the
+    // same stack: stacks grow downwards.
+    std::uintptr_t* m_levels = nullptr;
+    unsigned m_nLevels = 0;
+    unsigned m_nMaxLevels = 0;
+    Segment* m_pSegment = nullptr; // that the calls are on; NULL on the caller's stack
+    Segment* m_pFirst = nullptr;   // they are kept in the order of their use until the end
+
+    bool HasRoom(const void* pFrame) const;
+    Segment* Next() const;
+    bool AddSegment();
+    void CallOnSegment(void (*pfn)(void*), void* pArgument);
+    static void Base(unsigned nHigh, unsigned nLow);
+};
+
+#endif
