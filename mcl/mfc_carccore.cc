@@ -125,12 +125,6 @@ void VELM_CArchiveInside::WriteFile(const unsigned char* lpBuf, unsigned nBytes)
     m_nFileBytes += nBytes;
 }
 
-unsigned long long VELM_CArchiveInside::Offset() const
-{
-    const unsigned char* const lpEnd = m_ar.IsInbound() ? m_ar.m_lpBufMax : m_ar.m_lpBufStart;
-    return m_nFileBytes + static_cast<unsigned long long>(m_ar.m_lpBufCur - lpEnd); // loading, modulo 2^64
-}
-
 void VELM_CArchiveInside::Fail(int cause, unsigned long long nOffset, const char* lpszFormat, ...)
 {
     const int n = std::snprintf(m_errorText, sizeof m_errorText, "offset %llu: ", nOffset);
@@ -344,6 +338,13 @@ unsigned long VELM_CArchive::ReadCount()
 
 void VELM_CArchive::StorePrefixed(const char* lpch, unsigned long nLength)
 {
+    if (nLength < nStringPrefixShort && IsStoring() && nLength < static_cast<size_t>(m_lpBufMax - m_lpBufCur)) {
+        *m_lpBufCur++ = static_cast<unsigned char>(nLength);
+        if (nLength > 0)
+            std::memcpy(m_lpBufCur, lpch, nLength);
+        m_lpBufCur += nLength;
+        return;
+    }
     if (!VELM_ASSERT(nLength <= 0xFFFFFFFF))
         return;
     if (nLength < nStringPrefixShort) {

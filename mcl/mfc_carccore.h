@@ -289,7 +289,8 @@ private:
     bool IsInbound() const { return (m_nMode & load) != 0; }
     bool HasStoreMap() const { return m_nMode == store; }
     VELM_LOCAL bool CheckBuffer() const;
-    VELM_LOCAL bool MakeMap();
+    bool HasMap() const { return m_pStoreMap != NULL && m_nIndexCount != 0; }
+    VELM_LOCAL void MakeMap();
     VELM_LOCAL bool StoreClass(const VELM_CRuntimeClass* pClassRef);
     VELM_LOCAL bool StartReading(const VELM_CRuntimeClass* pClassRefRequested);
 };

@@ -19,7 +19,11 @@ public:
     VELM_CArchiveInside& operator=(const VELM_CArchiveInside&) = delete;
 
     // Where the next byte stands in the stream.
-    unsigned long long Offset() const;
+    unsigned long long Offset() const
+    {
+        const unsigned char* const lpEnd = m_ar.IsInbound() ? m_ar.m_lpBufMax : m_ar.m_lpBufStart;
+        return m_nFileBytes + static_cast<unsigned long long>(m_ar.m_lpBufCur - lpEnd); // loading, modulo 2^64
+    }
     // Notes what went wrong there, and raises the cause.
     __attribute__((format(printf, 4, 5))) void Fail(int cause, unsigned long long nOffset, const char* lpszFormat, ...);
     const char* ErrorText() const { return m_errorText; }
@@ -42,14 +46,39 @@ public:
     void DropHeld();
 
     // Raises 5 when no index is left; false when that returns.
-    bool RequireIndex();
+    bool RequireIndex()
+    {
+        if (m_ar.m_nIndexCount < VELM_CArchive::nIndexLimit)
+            return true;
+        FailIndex();
+        return false;
+    }
     // Gives the next index, once its place is there.
     unsigned TakeIndex() { return m_ar.m_nIndexCount++; }
-    // Whether one more object can be stored or loaded inside those that are under way, seen from the frame of the
-    // operation; raises 1 when not.
-    bool RequireDepth(unsigned long long nOffset, const void* pFrame);
+    // Raises 1 when no further object can be stored or loaded inside those that are under way, seen from the frame of
+    // the operation; false when that returns. The offset is that of the object's start.
+    bool RequireDepth(unsigned long long nOffset, const void* pFrame)
+    {
+        if (m_calls.Prepare(pFrame, nMaxDepth))
+            return true;
+        FailDepth(nOffset);
+        return false;
+    }
     // Calls the object's Serialize, one level deeper.
-    void Serialize(VELM_CObject& ob, const void* pFrame);
+    void Serialize(VELM_CObject& ob, const void* pFrame)
+    {
+        struct Arguments {
+            VELM_CObject& ob;
+            VELM_CArchive& ar;
+        } arguments = {ob, m_ar};
+        m_calls.Call(
+            pFrame,
+            [](void* p) {
+                Arguments& a = *static_cast<Arguments*>(p);
+                a.ob.Serialize(a.ar);
+            },
+            &arguments);
+    }
 
     // The last class that was stored, and its index.
     const VELM_CRuntimeClass* pLastClass = nullptr;
@@ -59,6 +88,9 @@ public:
     unsigned nMaxDepth = 1000000;
 
 private:
+    void FailIndex();
+    void FailDepth(unsigned long long nOffset);
+
     VELM_CArchive& m_ar;
     VELM_CDeepCalls m_calls;
     unsigned long long m_nFileBytes = 0; // that went through the file

@@ -48,10 +48,10 @@ VELM_CRuntimeClass* VELM_CArchiveLoader::RequireClass(char* pszName, uint32_t nL
     return pClass->pClass;
 }
 
-bool VELM_CArchiveLoader::RequireDerived(const VELM_CRuntimeClass* pClass, const VELM_CRuntimeClass* pRequested,
-                                         unsigned long long nOffset)
+bool VELM_CArchiveLoader::RequireBase(const VELM_CRuntimeClass* pClass, const VELM_CRuntimeClass* pRequested,
+                                      unsigned long long nOffset)
 {
-    if (pRequested == nullptr || pClass == pRequested || pTable->IsDerivedFrom(pClass, pRequested))
+    if (pTable->IsDerivedFrom(pClass, pRequested))
         return true;
     VELM_CArchiveInside::Of(m_ar).Fail(causeGeneric, nOffset, "class \"%s\" is not \"%s\" or derived from it",
                                        pClass == nullptr ? "" : pClass->m_pszName, pRequested->m_pszName);
@@ -67,7 +67,7 @@ bool VELM_CArchiveLoader::RequireConcrete(const Met& met, unsigned long long nOf
     return false;
 }
 
-bool VELM_CArchiveLoader::RequireKind(uint32_t nIndex, bool bClass, unsigned long long nOffset)
+bool VELM_CArchiveLoader::RequireOtherKind(uint32_t nIndex, bool bClass, unsigned long long nOffset)
 {
     VELM_CArchiveInside& inside = VELM_CArchiveInside::Of(m_ar);
     const uint32_t nSlot = SlotAt(nIndex);
@@ -84,16 +84,13 @@ bool VELM_CArchiveLoader::RequireKind(uint32_t nIndex, bool bClass, unsigned lon
     return false;
 }
 
-const VELM_CRuntimeClass* VELM_CArchiveLoader::ClassOfObjectAt(uint32_t nIndex) const
+const VELM_CRuntimeClass* VELM_CArchiveLoader::ClassOfMappedAt(uint32_t nIndex) const
 {
-    const uint32_t nSlot = SlotAt(nIndex);
-    if (nSlot != 0)
-        return m_met[nSlot / 2].pClass->pClass;
     return static_cast<VELM_CObject*>(m_ar.m_pLoadArray->GetAt(static_cast<int>(nIndex)))->GetRuntimeClass();
 }
 
-// Array and slots grow by half, however large the graph.
-void VELM_CArchiveLoader::Append(void* pObjectOrClass, uint32_t nSlot)
+// Makes room for the next index. Array and slots grow by half, however large the graph.
+void VELM_CArchiveLoader::Grow()
 {
     VELM_CPtrArray& array = *m_ar.m_pLoadArray;
     const uint32_t nIndex = m_ar.m_nIndexCount;
@@ -102,15 +99,14 @@ void VELM_CArchiveLoader::Append(void* pObjectOrClass, uint32_t nSlot)
         m_slots = static_cast<uint32_t*>(AfxAllocate(m_slots, nNewMax, sizeof *m_slots));
         m_nMaxSlots = nNewMax;
     }
+    while (m_nSlots < nIndex) // what the caller has mapped
+        m_slots[m_nSlots++] = 0;
     if (static_cast<int>(nIndex) >= array.m_max_size) {
         const int nHalf = array.m_max_size / 2;
         array.m_grow_by = nHalf > m_ar.m_nMapGrowth ? nHalf : m_ar.m_nMapGrowth;
     }
-    array.SetAtGrow(static_cast<int>(nIndex), pObjectOrClass);
-    while (m_nSlots < nIndex)
-        m_slots[m_nSlots++] = 0;
-    m_slots[m_nSlots++] = nSlot;
-    m_ar.m_nIndexCount = nIndex + 1;
+    if (static_cast<int>(nIndex) >= array.m_size)
+        array.SetSize(static_cast<int>(nIndex) + 1);
 }
 
 const VELM_CArchiveLoader::Met& VELM_CArchiveLoader::AddClass(VELM_CRuntimeClass* pClass, unsigned nSchema)

@@ -43,16 +43,29 @@ public:
     bool RequireNameLength(uint32_t nLength, unsigned long long nOffset);
     VELM_CRuntimeClass* RequireClass(char* pszName, uint32_t nLength, unsigned nSchema, unsigned long long nOffset);
     bool RequireDerived(const VELM_CRuntimeClass* pClass, const VELM_CRuntimeClass* pRequested,
-                        unsigned long long nOffset);
+                        unsigned long long nOffset)
+    {
+        return pRequested == nullptr || pClass == pRequested || RequireBase(pClass, pRequested, nOffset);
+    }
     // The class has objects of its own.
     bool RequireConcrete(const Met& met, unsigned long long nOffset);
     // The index has been given, to a class or to an object.
-    bool RequireKind(uint32_t nIndex, bool bClass, unsigned long long nOffset);
+    bool RequireKind(uint32_t nIndex, bool bClass, unsigned long long nOffset)
+    {
+        const uint32_t nSlot = SlotAt(nIndex);
+        if (nSlot != 0 && (nSlot % 2 == 0) == bClass && m_ar.m_pLoadArray->m_data[nIndex] != nullptr)
+            return true;
+        return RequireOtherKind(nIndex, bClass, nOffset);
+    }
 
     // The class at an index that is one's.
     const Met& ClassAt(uint32_t nIndex) const { return m_met[m_slots[nIndex] / 2]; }
     // The class of the object at an index.
-    const VELM_CRuntimeClass* ClassOfObjectAt(uint32_t nIndex) const;
+    const VELM_CRuntimeClass* ClassOfObjectAt(uint32_t nIndex) const
+    {
+        const uint32_t nSlot = SlotAt(nIndex);
+        return nSlot != 0 ? m_met[nSlot / 2].pClass->pClass : ClassOfMappedAt(nIndex);
+    }
     // Gives the next index to a class.
     const Met& AddClass(VELM_CRuntimeClass* pClass, unsigned nSchema);
     // Gives the next index to a new object of the class, which the class's table entry makes.
@@ -72,8 +85,25 @@ private:
     VELM_CArchive& m_ar;
     VELM_CBlockHolder m_creating;
 
+    const VELM_CRuntimeClass* ClassOfMappedAt(uint32_t nIndex) const;
+    bool RequireBase(const VELM_CRuntimeClass* pClass, const VELM_CRuntimeClass* pRequested,
+                     unsigned long long nOffset);
+    bool RequireOtherKind(uint32_t nIndex, bool bClass, unsigned long long nOffset);
     uint32_t SlotAt(uint32_t nIndex) const { return nIndex < m_nSlots ? m_slots[nIndex] : 0; }
-    void Append(void* pObjectOrClass, uint32_t nSlot);
+    void Append(void* pObjectOrClass, uint32_t nSlot)
+    {
+        VELM_CPtrArray& array = *m_ar.m_pLoadArray;
+        const uint32_t nIndex = m_ar.m_nIndexCount;
+        if (nIndex >= m_nMaxSlots || m_nSlots != nIndex || array.m_size != static_cast<int>(nIndex) ||
+            array.m_size >= array.m_max_size)
+            Grow();
+        array.m_data[nIndex] = pObjectOrClass;
+        m_slots[nIndex] = nSlot;
+        m_nSlots = nIndex + 1;
+        array.m_size = array.m_size > static_cast<int>(nIndex) ? array.m_size : static_cast<int>(nIndex) + 1;
+        m_ar.m_nIndexCount = nIndex + 1;
+    }
+    void Grow();
 };
 
 #endif

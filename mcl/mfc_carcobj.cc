@@ -42,12 +42,9 @@ static const char* NameOf(const VELM_CRuntimeClass* pClass)
     return pClass->m_pszName == nullptr ? "" : pClass->m_pszName;
 }
 
-// Makes the store map or the load array, and goes on where an earlier attempt was left by a raise. False when it is
-// there.
-bool VELM_CArchive::MakeMap()
+// Makes the store map or the load array, and goes on where an earlier attempt was left by a raise.
+void VELM_CArchive::MakeMap()
 {
-    if (m_pStoreMap != nullptr && m_nIndexCount != 0)
-        return false;
     if (HasStoreMap()) {
         if (m_pStoreMap == nullptr)
             m_pInside->pStoreMap = m_pStoreMap = AfxNew(new (std::nothrow) VELM_CMapPtrToPtr(m_nMapGrowth));
@@ -60,43 +57,21 @@ bool VELM_CArchive::MakeMap()
         m_pLoadArray->SetAt(0, nullptr);
     }
     m_nIndexCount = 1;
-    return true;
 }
 
-bool VELM_CArchiveInside::RequireIndex()
+void VELM_CArchiveInside::FailIndex()
 {
-    if (m_ar.m_nIndexCount < VELM_CArchive::nIndexLimit)
-        return true;
     Fail(VELM_CArchiveException::causeBadIndex, Offset(), "no index is left: the limit is %u",
          static_cast<unsigned>(VELM_CArchive::nIndexLimit));
-    return false;
 }
 
-bool VELM_CArchiveInside::RequireDepth(unsigned long long nOffset, const void* pFrame)
+void VELM_CArchiveInside::FailDepth(unsigned long long nOffset)
 {
-    const unsigned nDepth = m_calls.Depth(pFrame);
-    if (nDepth < nMaxDepth && m_calls.Prepare(pFrame))
-        return true;
+    const unsigned nDepth = m_calls.Depth();
     Fail(VELM_CArchiveException::causeGeneric, nOffset,
          nDepth < nMaxDepth ? "there is no memory for objects nested deeper than %u"
                             : "objects are nested deeper than %u",
          nDepth);
-    return false;
-}
-
-void VELM_CArchiveInside::Serialize(VELM_CObject& ob, const void* pFrame)
-{
-    struct Arguments {
-        VELM_CObject& ob;
-        VELM_CArchive& ar;
-    } arguments = {ob, m_ar};
-    m_calls.Call(
-        pFrame,
-        [](void* p) {
-            Arguments& a = *static_cast<Arguments*>(p);
-            a.ob.Serialize(a.ar);
-        },
-        &arguments);
 }
 
 void VELM_CArchive::CheckCount()
@@ -106,7 +81,9 @@ void VELM_CArchive::CheckCount()
 
 void VELM_CArchive::MapObject(const VELM_CObject* pOb)
 {
-    const bool bNew = MakeMap();
+    const bool bNew = !HasMap();
+    if (bNew)
+        MakeMap();
     if (pOb == nullptr || (!bNew && !m_pInside->RequireIndex()))
         return;
     if (HasStoreMap()) {
@@ -130,7 +107,8 @@ bool VELM_CArchive::StoreClass(const VELM_CRuntimeClass* pClassRef)
                         "class \"%s\" cannot go through an archive", NameOf(pClassRef));
         return false;
     }
-    MakeMap();
+    if (!HasMap())
+        MakeMap();
     if (pClassRef == m_pInside->pLastClass) {
         VELM_CReference{VELM_CReference::knownClass, m_pInside->nLastClass}.Store(*this);
         return true;
@@ -161,7 +139,8 @@ void VELM_CArchive::WriteObject(const VELM_CObject* pOb)
 {
     if (!VELM_ASSERT(IsStoring()))
         return;
-    MakeMap();
+    if (!HasMap())
+        MakeMap();
     if (pOb == nullptr) {
         VELM_CReference{VELM_CReference::nullObject, 0}.Store(*this);
         return;
@@ -198,7 +177,8 @@ bool VELM_CArchive::StartReading(const VELM_CRuntimeClass* pClassRefRequested)
                         "class \"%s\" cannot go through an archive", NameOf(pClassRefRequested));
         return false;
     }
-    MakeMap();
+    if (!HasMap())
+        MakeMap();
     return true;
 }
 

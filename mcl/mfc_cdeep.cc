@@ -24,8 +24,6 @@ __attribute__((weak)) void __tsan_destroy_fiber(void* pFiber);
 __attribute__((weak)) void __tsan_switch_to_fiber(void* pFiber, unsigned nFlags);
 }
 
-// What one archive's calls use of the caller's stack, of which nothing else is known: a thread may have little.
-const std::size_t nShare = std::size_t{64} << 10;
 // What they leave of a segment, to the last one of them and to archives that it uses in turn.
 const std::size_t nReserve = std::size_t{256} << 10;
 const std::size_t nFirstSegment = 2 * nReserve;
@@ -81,9 +79,18 @@ VELM_CDeepCalls::~VELM_CDeepCalls()
     std::free(m_levels);
 }
 
-unsigned VELM_CDeepCalls::Depth(const void* pFrame)
+bool VELM_CDeepCalls::SegmentHasRoom(std::uintptr_t nFrame) const
 {
-    const std::uintptr_t nFrame = reinterpret_cast<std::uintptr_t>(pFrame);
+    return nFrame - reinterpret_cast<std::uintptr_t>(m_pSegment->pLow) > nReserve;
+}
+
+VELM_CDeepCalls::Segment* VELM_CDeepCalls::Next() const
+{
+    return m_pSegment == nullptr ? m_pFirst : m_pSegment->pNext;
+}
+
+bool VELM_CDeepCalls::PrepareSlowly(std::uintptr_t nFrame, unsigned nMost)
+{
     // A host whose raises go elsewhere than to the cleanup blocks may have left a segment behind.
     while (m_pSegment != nullptr && nFrame - reinterpret_cast<std::uintptr_t>(m_pSegment->pLow) >= m_pSegment->nSize) {
         m_nLevels = m_pSegment->nBaseLevel;
@@ -92,24 +99,8 @@ unsigned VELM_CDeepCalls::Depth(const void* pFrame)
     const unsigned nBase = m_pSegment == nullptr ? 0 : m_pSegment->nBaseLevel + 1;
     while (m_nLevels > nBase && m_levels[m_nLevels - 1] <= nFrame)
         --m_nLevels;
-    return m_nLevels;
-}
-
-bool VELM_CDeepCalls::HasRoom(const void* pFrame) const
-{
-    const std::uintptr_t nFrame = reinterpret_cast<std::uintptr_t>(pFrame);
-    if (m_pSegment != nullptr)
-        return nFrame - reinterpret_cast<std::uintptr_t>(m_pSegment->pLow) > nReserve;
-    return m_nLevels == 0 || m_levels[0] - nFrame < nShare;
-}
-
-VELM_CDeepCalls::Segment* VELM_CDeepCalls::Next() const
-{
-    return m_pSegment == nullptr ? m_pFirst : m_pSegment->pNext;
-}
-
-bool VELM_CDeepCalls::Prepare(const void* pFrame)
-{
+    if (m_nLevels >= nMost)
+        return false;
     if (m_nLevels == m_nMaxLevels) {
         const unsigned nMore = m_nMaxLevels + m_nMaxLevels / 2 + 64;
         void* pMore = std::realloc(m_levels, nMore * sizeof *m_levels);
@@ -118,7 +109,7 @@ bool VELM_CDeepCalls::Prepare(const void* pFrame)
         m_levels = static_cast<std::uintptr_t*>(pMore);
         m_nMaxLevels = nMore;
     }
-    return HasRoom(pFrame) || Next() != nullptr || AddSegment();
+    return HasRoom(nFrame) || Next() != nullptr || AddSegment();
 }
 
 bool VELM_CDeepCalls::AddSegment()

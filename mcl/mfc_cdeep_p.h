@@ -27,15 +27,26 @@ public:
     VELM_CDeepCalls(const VELM_CDeepCalls&) = delete;
     VELM_CDeepCalls& operator=(const VELM_CDeepCalls&) = delete;
 
-    // How many calls are under way, seen from the frame of the next one. What a raise has left no longer counts.
-    unsigned Depth(const void* pFrame);
-    // Makes sure that one more call can be made. False when there is no memory for it.
-    bool Prepare(const void* pFrame);
+    // Makes sure that one more call can be made from the frame. False when there is no memory for it, or when as many
+    // are under way as there may be; what a raise has left does not count.
+    bool Prepare(const void* pFrame, unsigned nMost)
+    {
+        const std::uintptr_t nFrame = reinterpret_cast<std::uintptr_t>(pFrame);
+        if (m_pSegment == nullptr && m_nLevels < m_nMaxLevels && m_nLevels < nMost) {
+            if (m_nLevels == 0)
+                return true;
+            if (m_levels[m_nLevels - 1] > nFrame && m_levels[0] - nFrame < nShare)
+                return true;
+        }
+        return PrepareSlowly(nFrame, nMost);
+    }
+    // How many calls are under way, after Prepare.
+    unsigned Depth() const { return m_nLevels; }
     // Calls pfn(pArgument) one level deeper, with room on the stack. It has been prepared for.
     void Call(const void* pFrame, void (*pfn)(void*), void* pArgument)
     {
         m_levels[m_nLevels++] = reinterpret_cast<std::uintptr_t>(pFrame);
-        if (HasRoom(pFrame))
+        if (HasRoom(reinterpret_cast<std::uintptr_t>(pFrame)))
             pfn(pArgument);
         else
             CallOnSegment(pfn, pArgument);
@@ -43,6 +54,9 @@ public:
     }
 
 private:
+    // What one archive's calls use of the caller's stack, of which nothing else is known: a thread may have little.
+    static const std::uintptr_t nShare = std::uintptr_t{64} << 10;
+
     struct Segment;
 
     // The frames of the calls under way. One that a raise has left lies no higher than the frame of a later call on the
@@ -53,7 +67,12 @@ private:
     Segment* m_pSegment = nullptr; // that the calls are on; NULL on the caller's stack
     Segment* m_pFirst = nullptr;   // they are kept in the order of their use until the end
 
-    bool HasRoom(const void* pFrame) const;
+    bool HasRoom(std::uintptr_t nFrame) const
+    {
+        return m_pSegment == nullptr ? m_nLevels == 0 || m_levels[0] - nFrame < nShare : SegmentHasRoom(nFrame);
+    }
+    bool SegmentHasRoom(std::uintptr_t nFrame) const;
+    bool PrepareSlowly(std::uintptr_t nFrame, unsigned nMost);
     Segment* Next() const;
     bool AddSegment();
     void CallOnSegment(void (*pfn)(void*), void* pArgument);

@@ -31,6 +31,7 @@ VELM_CMapIndex* VELM_CMapIndex::Make(std::size_t nEntries)
     }
     pIndex->m_nMask = nSlots - 1;
     pIndex->m_nUsed = 0;
+    pIndex->m_pLast = nullptr;
     pIndex->m_pSlots = static_cast<uint64_t*>(pSlots);
     return pIndex;
 }

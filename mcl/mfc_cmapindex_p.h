@@ -61,6 +61,8 @@ private:
     std::size_t m_nMask; // number of slots - 1
     std::size_t m_nUsed; // slots that are not empty
     uint64_t* m_pSlots;
+    const void* m_pLast;   // the node that was linked last, which the next one often follows,
+    uint64_t* m_pLastSlot; // and its slot
 
     VELM_CMapIndex() = default;
     static VELM_CMapIndex* Make(std::size_t nEntries);
@@ -83,7 +85,7 @@ private:
     {
         return m_pTable == map.m_pHashTable && m_nBuckets == map.m_nHashTableSize;
     }
-    void Put(uint64_t nHome, uint64_t nSlot);
+    uint64_t* Put(uint64_t nHome, uint64_t nSlot);
     template <class MATCHES> uint64_t* Find(Hash hash, MATCHES matches) const;
     template <class ASSOC> uint64_t* FindNode(const ASSOC* pAssoc, ASSOC** ppLink) const;
     template <class ASSOC, class KEY> static void Build(const VELM_CMapTable<ASSOC, KEY>& map);
@@ -99,13 +101,14 @@ inline VELM_CMapIndex::Hash VELM_CMapIndex::HashOf(unsigned, const void* key) co
     return {(nStretch >> 20) + nUnit, ((nStretch >> 4) + nUnit * 0x9E37) << nLinkBits};
 }
 
-inline void VELM_CMapIndex::Put(uint64_t nHome, uint64_t nSlot)
+inline uint64_t* VELM_CMapIndex::Put(uint64_t nHome, uint64_t nSlot)
 {
     std::size_t i = static_cast<std::size_t>(nHome) & m_nMask;
     while (m_pSlots[i] > removedSlot)
         i = (i + 1) & m_nMask;
     m_nUsed += m_pSlots[i] == emptySlot;
     m_pSlots[i] = nSlot;
+    return &m_pSlots[i];
 }
 
 // The first slot with the tag that matches; NULL when there is none.
@@ -123,6 +126,8 @@ template <class MATCHES> uint64_t* VELM_CMapIndex::Find(Hash hash, MATCHES match
 // The slot of a node that has this link.
 template <class ASSOC> uint64_t* VELM_CMapIndex::FindNode(const ASSOC* pAssoc, ASSOC** ppLink) const
 {
+    if (pAssoc == m_pLast && LinkIn<ASSOC>(*m_pLastSlot) == ppLink)
+        return m_pLastSlot;
     const Hash hash = HashOf(*pAssoc);
     return Find(hash, [=](uint64_t nSlot) { return nSlot == SlotOf(hash, ppLink); });
 }
@@ -196,14 +201,15 @@ template <class ASSOC, class KEY> void VELM_CMapIndex::LinkFirst(VELM_CMapTable<
     if (pOldSlot != nullptr)
         *pOldSlot = (*pOldSlot >> nLinkBits << nLinkBits) | nNewLink;
     const Hash hash = pIndex->HashOf(*pAssoc);
-    pIndex->Put(hash.nHome, SlotOf(hash, ppHead));
+    pIndex->m_pLastSlot = pIndex->Put(hash.nHome, SlotOf(hash, ppHead));
+    pIndex->m_pLast = pAssoc;
 }
 
 template <class ASSOC, class KEY> void VELM_CMapIndex::Unlink(VELM_CMapTable<ASSOC, KEY>& map, ASSOC** ppLink)
 {
     ASSOC* const pAssoc = *ppLink;
     ASSOC** const ppHead = &map.m_pHashTable[pAssoc->nHashValue];
-    if (const VELM_CMapIndex* pIndex = map.m_pIndex) {
+    if (VELM_CMapIndex* const pIndex = map.m_pIndex) {
         uint64_t* const pSlot = pIndex->FindNode(pAssoc, ppLink);
         uint64_t* pNextSlot = nullptr;
         if (pAssoc->pNext != nullptr)
@@ -216,6 +222,7 @@ template <class ASSOC, class KEY> void VELM_CMapIndex::Unlink(VELM_CMapTable<ASS
         }
         if (bLinked && pSlot != nullptr && (pAssoc->pNext == nullptr || pNextSlot != nullptr)) {
             *pSlot = removedSlot;
+            pIndex->m_pLast = nullptr;
             if (pNextSlot != nullptr)
                 *pNextSlot = (*pNextSlot >> nLinkBits << nLinkBits) | reinterpret_cast<uintptr_t>(ppLink);
         } else {
