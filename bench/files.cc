@@ -57,7 +57,8 @@ void GetLines(const char* lpszFile, LineSum& sum)
 
 void ReadStrings(const char* lpszFile, LineSum& sum)
 {
-    VELM_CFile file(lpszFile);
+    VELM_CFile file;
+    file.Open(lpszFile);
     VELM_CArchive ar(&file, VELM_CArchive::load);
     VELM_CString line;
     while (ar.ReadString(line))
@@ -66,7 +67,8 @@ void ReadStrings(const char* lpszFile, LineSum& sum)
 
 void ReadStringsIntoBuffer(const char* lpszFile, LineSum& sum)
 {
-    VELM_CFile file(lpszFile);
+    VELM_CFile file;
+    file.Open(lpszFile);
     VELM_CArchive ar(&file, VELM_CArchive::load);
     char line[128];
     while (ar.ReadString(line, sizeof line) != nullptr)
@@ -226,7 +228,8 @@ size_t ReadStatusPlainly(const char* lpszFile)
 // The number of packages that an archive of the demo begins with.
 size_t StoredPackages(const char* lpszArchive)
 {
-    VELM_CFile file(lpszArchive);
+    VELM_CFile file;
+    file.Open(lpszArchive);
     VELM_CArchive ar(&file, VELM_CArchive::load);
     return ar.ReadCount();
 }

@@ -203,11 +203,12 @@ struct ByHand {
         Node* Reference()
         {
             uint32_t nTag = Get(), nClass;
+            const bool bNewClass = nTag == 0xFFFF;
             if (nTag == 0x7FFF)
                 nTag = Get();
-            else if (nTag > 0x8000 && nTag < 0xFFFF)
+            else if (nTag > 0x8000 && !bNewClass)
                 nTag ^= 0x80008000;
-            if (nTag == 0xFFFF) {
+            if (bNewClass) {
                 m_p += 4;
                 m_p += Get();
                 nClass = m_nClasses++;

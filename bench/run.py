@@ -13,10 +13,10 @@ import tempfile
 
 # name: (what one element is, sizes, sizes with --quick); the first candidate of each is what ours is held against
 WORKLOADS = {
-    "graph": ("object", [1000, 10000, 100000, 1000000, 10000000], [1000, 10000, 100000]),
-    "classes": ("object, of 1,000 classes in turn", [10000, 100000, 1000000], [10000, 100000]),
+    "graph": ("object", [1000, 10000, 100000, 1000000, 10000000], [1000, 100000]),
+    "classes": ("object, of 1,000 classes in turn", [10000, 100000, 1000000], [100000]),
     "pages": ("object, one page apart", [10000, 100000, 1000000], [10000]),
-    "strings": ("string", [1000, 10000, 100000, 1000000, 10000000], [1000, 10000, 100000]),
+    "strings": ("string", [1000, 10000, 100000, 1000000, 10000000], [1000, 100000]),
     "pointers": ("pointer", [100000, 1000000, 10000000], [100000, 1000000]),
     "ptrmap": ("key, first words differ", [1000, 10000, 100000, 1000000], [1000, 100000]),
     "ptrmap1": ("key, objects of one class", [1000, 10000, 100000, 1000000], [100000]),
@@ -38,9 +38,9 @@ def fail(text):
 class Runner:
     def __init__(self, program, quick, directory):
         self.program, self.directory = program, directory
-        self.cap = 1.5 if quick else 20.0  # seconds that one measurement may take
+        self.cap = 1.0 if quick else 20.0  # seconds that one measurement may take
         self.min_time = "0.005" if quick else "0.05"
-        self.wrong = []
+        self.wrong = {}
 
     def run(self, case, size, prefix=(), limit=None):
         """Seconds and peak kilobytes of one measurement, or None: it took too long or went wrong."""
@@ -54,10 +54,11 @@ class Runner:
                                     stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
         except subprocess.TimeoutExpired:
             return None
-        report = json.loads(out.read_text())["benchmarks"] if out.exists() and out.stat().st_size else []
+        # A process that crashed leaves a file cut short.
+        report = json.loads(out.read_text())["benchmarks"] if result.returncode == 0 and out.exists() else []
         if result.returncode != 0 or len(report) != 1 or report[0].get("error_occurred"):
             cause = report[0].get("error_message") if report else result.stderr.strip()[-300:]
-            self.wrong.append(f"{case}, {size}: {cause or 'status %d' % result.returncode}")
+            self.wrong[case, size] = cause or f"status {result.returncode}"
             return None
         assert report[0]["time_unit"] == "ns"
         return report[0]["real_time"] / 1e9, report[0]["peak_kb"]
@@ -74,7 +75,8 @@ class Runner:
                     slow.add(case)
                 if result is not None:
                     runs[case].append(result)
-        return {case: tuple(map(statistics.median, zip(*each))) for case, each in runs.items() if each}
+        return {case: tuple(map(statistics.median, zip(*each))) for case, each in runs.items()
+                if each and (case, size) not in self.wrong}
 
     def instructions(self, case, size):
         out = self.directory / "callgrind.out"
@@ -104,7 +106,7 @@ def table(workload, rows, candidates):
     for (operation, size), row in rows.items():
         cells = [operation, f"{size:,}"]
         for c in candidates:
-            cells.append(number(row[c][0] / size * 1e9) if row.get(c) else "too long")
+            cells.append(number(row[c][0] / size * 1e9) if row.get(c) else "-")
         for c in ours:
             both = row.get(c) and row.get(reference)
             cells.append(f"{row[c][0] / row[reference][0]:.2f}" if both else "")
@@ -117,7 +119,7 @@ def memory_table(rows, candidates):
              "| | N | " + " | ".join(candidates) + " |", "|---|--:|" + "--:|" * len(candidates)]
     for (operation, size), row in rows.items():
         if size >= 100000:
-            cells = [number(row[c][1] / 1024) if row.get(c) else "too long" for c in candidates]
+            cells = [number(row[c][1] / 1024) if row.get(c) else "-" for c in candidates]
             lines.append(f"| {operation} | {size:,} | " + " | ".join(cells) + " |")
     return lines + [""]
 
@@ -175,8 +177,8 @@ def bars(name, title, label, entries, directory, logscale=False):
     script.append("set offsets graph 0, graph 0.12, 0, 0\n"
                   f"plot $data using (0.5*($3+{min(low, 1) / 2 if logscale else 0})):2:({min(low, 1) / 2 if logscale else 0}):3:"
                   "($2-0.35):($2+0.35):4:ytic(1) with boxxyerror lc rgb variable, "
-                  "$data using 3:2:(sprintf(' %.3g', $3)) with labels left")
-    gnuplot(name, (f"760,{90 + 24 * len(entries)}", "\n".join(script) + "\n"), directory)
+                  "$data using 3:2:(sprintf($3 < 100 ? ' %.3g' : ' %.0f', $3)) with labels left offset 0.3,0")
+    gnuplot(name, (f"760,{110 + 24 * len(entries)}", "\n".join(script) + "\n"), directory)
 
 
 def machine():
@@ -206,7 +208,8 @@ def main():
     args.output.mkdir(parents=True, exist_ok=True)
     for old in args.output.glob("*.svg"):
         old.unlink()
-    markdown, records, ratios = [machine(), ""], [], []
+    markdown = [machine(), "", f"A dash: more than {1 if args.quick else 20} seconds, here or at a smaller N.", ""]
+    records, ratios = [], []
     with tempfile.TemporaryDirectory(dir=args.output) as temporary:
         runner = Runner(args.program.resolve(), args.quick, pathlib.Path(temporary).resolve())
         for workload in [args.name] if args.name else names:
@@ -262,7 +265,7 @@ def main():
             images += [f"![{chart.stem}](performance-{chart.name})", ""]
         page.write_text(before + BEGIN + "\n" + text + "\n" + "\n".join(images) + "\n" + END + rest.split(END)[1])
     if runner.wrong:
-        fail("wrong:\n" + "\n".join(runner.wrong))
+        fail("wrong:\n" + "\n".join(f"{case}, {size}: {cause}" for (case, size), cause in runner.wrong.items()))
 
 
 main()
