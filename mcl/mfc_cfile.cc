@@ -55,7 +55,11 @@ int VELM_CFile::Open(const char* lpszFileName, unsigned nOpenFlags, VELM_CFileEx
         m_pStream = nullptr;
     }
     m_strFileName = lpszFileName;
-    const char* lpszMode = (nOpenFlags & 0x2000) != 0 ? "a+" : (nOpenFlags & 0x1003) != 0 ? "w" : "r";
+    const char* lpszMode = "r";
+    if ((nOpenFlags & modeAppend) != 0)
+        lpszMode = "a+";
+    else if ((nOpenFlags & (modeWrite | modeRewrite | modeCreate)) != 0)
+        lpszMode = "w";
     m_pStream = fopen64(m_strFileName.m_data, lpszMode); // the own copy: never NULL
     if (m_pStream != nullptr)
         return 1;

@@ -45,6 +45,24 @@ public:
 /// Failures are results; a failed transfer also sets `ERROR_CODE`. Nothing is raised or asserted.
 class VELM_API VELM_CFile {
 public:
+    enum {
+        /// \name How to open a file: one of these
+        /// \{
+        modeRead = 0,         ///< Reading only; the file must exist.
+        modeWrite = 0x0001,   ///< Writing only; the file is created, or emptied.
+        modeRewrite = 0x0002, ///< The same.
+        modeCreate = 0x1000,  ///< The same.
+        modeAppend =
+            0x2000, ///< Reading, and writing at the end; the file is created when missing. Outweighs the others.
+        /// \}
+        /// \name What `Seek` counts from
+        /// \{
+        seekBegin = 0,   ///< The start of the file.
+        seekCurrent = 1, ///< The position.
+        seekEnd = 2      ///< The end of the file.
+        /// \}
+    };
+
     /// The pending error of all files of the process: 0 for none, 1 after a failed `Read` or `Write`.
     static int ERROR_CODE;
 
@@ -62,20 +80,22 @@ public:
     virtual VELM_CString GetFileName() const;
     /// The path, as passed.
     virtual VELM_CString GetFilePath() const;
-    /// Closes the open stream and opens the path: for reading when `nOpenFlags` has none of the bits 0x0001, 0x0002,
-    /// 0x1000, 0x2000; for reading and appending with 0x2000; else for writing, emptying the file. Returns 1; or 0,
-    /// and the text "Can't open file" in the message of `*pError`. The path is kept in both cases.
+    /// Closes the open stream and opens the path: for reading and appending when `nOpenFlags` has the bit `modeAppend`;
+    /// else for writing, emptying the file, when it has `modeWrite`, `modeRewrite` or `modeCreate`; else for reading.
+    /// Other bits do not count. Returns 1; or 0, and the text "Can't open file" in the message of `*pError`. The path
+    /// is kept in both cases.
     virtual int Open(const char* lpszFileName, unsigned nOpenFlags = 0, VELM_CFileException* pError = NULL);
-    /// Moves the read position by `lOff` from the start, the position or the end (`nFrom` 0, 1 or 2). Returns 0, or -1
-    /// on failure.
+    /// Moves the read position by `lOff` from `nFrom`: `seekBegin`, `seekCurrent` or `seekEnd`. Returns 0, or -1 on
+    /// failure.
     virtual long Seek(long lOff, unsigned nFrom);
     /// Does nothing: the file keeps its length.
     virtual void SetLength(unsigned long nNewLength);
     /// The low 32 bits of the size of the file at the path; 0 when there is none.
     virtual unsigned long GetLength() const;
-    /// Reads up to `nCount` bytes; fewer only at the end of the file or on failure. Returns how many.
+    /// Reads up to `nCount` bytes; fewer only at the end of the file or on failure. Returns how many. The first byte at
+    /// `lpBuf` becomes 0 even when none is read, unless the file is closed or `nCount` is 0.
     virtual unsigned Read(void* lpBuf, unsigned nCount);
-    /// Writes the bytes with one call of `write`. A short write is not noticed.
+    /// Writes the bytes with one call of `write`. A short write is not noticed; `VELM_CSaveFile` does.
     virtual void Write(const void* lpBuf, unsigned nCount);
     /// Closes the stream, if one is open.
     virtual void Close();

@@ -1,0 +1,287 @@
+#include "mcl/mfc_csavefile.h"
+
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+static const int nWriting = O_WRONLY | O_CLOEXEC | O_NOCTTY | O_LARGEFILE;
+
+// The result of a system call, made again when a signal interrupted it.
+template <class CALL> static auto Retry(CALL call) -> decltype(call())
+{
+    for (;;) {
+        const auto nResult = call();
+        if (nResult != -1 || errno != EINTR)
+            return nResult;
+    }
+}
+
+// Fails with that errno.
+static bool FailWith(int nError)
+{
+    errno = nError;
+    return false;
+}
+
+static void CloseDescriptor(int& rDescriptor)
+{
+    if (rDescriptor != -1)
+        close(rDescriptor);
+    rDescriptor = -1;
+}
+
+// Brings a file to the disk. What knows no flushing, such as a pipe, is flushed.
+static bool FlushToDisk(int nDescriptor, int nNoFlushing = EINVAL)
+{
+    return Retry([&] { return fsync(nDescriptor); }) == 0 || errno == EINVAL || errno == EROFS || errno == nNoFlushing;
+}
+
+// The path by which the process reaches what it has opened.
+struct DescriptorPath {
+    char szPath[32];
+
+    explicit DescriptorPath(int nDescriptor) { std::snprintf(szPath, sizeof szPath, "/proc/self/fd/%d", nDescriptor); }
+};
+
+VELM_CSaveFile::VELM_CSaveFile()
+    : m_nFile(-1), m_nFolder(-1), m_nError(0), m_bReplaces(0), m_nMode(0), m_nOwner(0), m_nGroup(0), m_szTarget(),
+      m_szTemporary()
+{
+}
+
+VELM_CSaveFile::~VELM_CSaveFile()
+{
+    VELM_CSaveFile::Close();
+}
+
+int VELM_CSaveFile::Open(const char* lpszFileName, unsigned nOpenFlags, VELM_CFileException* pError)
+{
+    Close();
+    m_strFileName = lpszFileName;
+    m_nError = 0;
+    bool bOpen;
+    struct stat64 status = {};
+    m_bReplaces = Retry([&] { return stat64(m_strFileName.m_data, &status); }) == 0;
+    m_nMode = status.st_mode & 07777;
+    m_nOwner = status.st_uid;
+    m_nGroup = status.st_gid;
+    if ((nOpenFlags & modeAppend) != 0) {
+        bOpen = FailWith(EINVAL);
+    } else if (m_bReplaces && !S_ISREG(status.st_mode)) {
+        m_nFile = Retry([&] { return open(m_strFileName.m_data, nWriting); });
+        bOpen = m_nFile != -1;
+    } else {
+        bOpen = (m_bReplaces || errno == ENOENT) && FindTarget() && OpenBeside();
+    }
+    if (bOpen)
+        return 1;
+    Fail();
+    Close();
+    if (pError != nullptr)
+        pError->m_strMessage = "Can't open file";
+    return 0;
+}
+
+// Follows the path and the links that it leads to; opens the folder and notes the name where they end.
+bool VELM_CSaveFile::FindTarget()
+{
+    char szPath[PATH_MAX];
+    if (m_strFileName.m_len >= static_cast<int>(sizeof szPath))
+        return FailWith(ENAMETOOLONG);
+    std::strcpy(szPath, m_strFileName.m_data);
+    for (int nLinks = 0; nLinks <= 40; ++nLinks) {
+        char* pName = std::strrchr(szPath, '/');
+        pName = pName == nullptr ? szPath : pName + 1;
+        if (std::strlen(pName) >= sizeof m_szTarget)
+            return FailWith(ENAMETOOLONG);
+        std::strcpy(m_szTarget, pName);
+        *pName = '\0'; // leaves the folder
+
+        const int nFrom = m_nFolder == -1 ? AT_FDCWD : m_nFolder;
+        const char* lpszFolder = szPath[0] == '\0' ? "." : szPath;
+        int nFolder = Retry([&] { return openat(nFrom, lpszFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+        if (nFolder == -1 && errno == EACCES) // may be a folder that the process cannot list
+            nFolder = openat(nFrom, lpszFolder, O_PATH | O_DIRECTORY | O_CLOEXEC);
+        const int nError = errno;
+        CloseDescriptor(m_nFolder);
+        m_nFolder = nFolder;
+        if (m_nFolder == -1)
+            return FailWith(nError);
+        if (m_szTarget[0] == '\0')
+            return FailWith(m_strFileName.IsEmpty() ? ENOENT : EISDIR);
+
+        const ssize_t n = Retry([&] { return readlinkat(m_nFolder, m_szTarget, szPath, sizeof szPath); });
+        if (n == -1)
+            return errno == EINVAL || errno == ENOENT; // no link, or nothing there
+        if (n == static_cast<ssize_t>(sizeof szPath))
+            return FailWith(ENAMETOOLONG);
+        szPath[n] = '\0';
+    }
+    return FailWith(ELOOP);
+}
+
+// Begins the new file: without a name where the system has such files, else with that of a temporary. It is locked as
+// long as this process has it, which tells it from what a dead one left.
+bool VELM_CSaveFile::OpenBeside()
+{
+    if (m_bReplaces && Retry([&] { return faccessat(m_nFolder, m_szTarget, W_OK, AT_EACCESS); }) != 0)
+        return false;
+    const mode_t nMode = m_bReplaces ? 0600 : 0666; // until the old file's is known to fit
+    m_nFile = Retry([&] { return openat(m_nFolder, ".", nWriting | O_TMPFILE, nMode); });
+    if (m_nFile != -1 && flock(m_nFile, LOCK_EX | LOCK_NB) == 0 && access(DescriptorPath(m_nFile).szPath, F_OK) == 0)
+        return true;
+    CloseDescriptor(m_nFile);
+    return NameTemporary([&] {
+        m_nFile = Retry([&] { return openat(m_nFolder, m_szTemporary, nWriting | O_CREAT | O_EXCL, nMode); });
+        struct stat64 status;
+        if (m_nFile == -1 || ((flock(m_nFile, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) &&
+                              fstat64(m_nFile, &status) == 0 && status.st_nlink > 0))
+            return m_nFile != -1;
+        CloseDescriptor(m_nFile); // another process took it for a leftover, before it was locked
+        return FailWith(EEXIST);
+    });
+}
+
+// Finds a name beside the target with which `make` succeeds.
+template <class MAKE> bool VELM_CSaveFile::NameTemporary(MAKE make)
+{
+    const int nMostSaving = 100; // at a time
+    for (int i = 0; i < nMostSaving; ++i) {
+        std::snprintf(m_szTemporary, sizeof m_szTemporary, ".%.240s.save%d", m_szTarget, i);
+        if (make() || (errno == EEXIST && RemoveLeftover() && make()))
+            return true;
+        if (errno != EEXIST)
+            break;
+    }
+    m_szTemporary[0] = '\0'; // not this process's to remove
+    return false;
+}
+
+// Removes the file with the temporary's name if its process is dead; else fails with EEXIST.
+bool VELM_CSaveFile::RemoveLeftover()
+{
+    int nLeftover = openat(m_nFolder, m_szTemporary, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    struct stat64 opened, named;
+    // The lock is held before the name is looked at again: whoever removes this file must have it.
+    const bool bRemoved =
+        nLeftover != -1 && flock(nLeftover, LOCK_EX | LOCK_NB) == 0 && fstat64(nLeftover, &opened) == 0 &&
+        S_ISREG(opened.st_mode) && fstatat64(m_nFolder, m_szTemporary, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+        opened.st_ino == named.st_ino && opened.st_dev == named.st_dev && unlinkat(m_nFolder, m_szTemporary, 0) == 0;
+    CloseDescriptor(nLeftover);
+    return bRemoved || FailWith(EEXIST);
+}
+
+unsigned long VELM_CSaveFile::GetLength() const
+{
+    struct stat64 status;
+    if (m_nFile == -1)
+        return VELM_CFile::GetLength();
+    return fstat64(m_nFile, &status) != 0 ? 0 : static_cast<uint32_t>(status.st_size);
+}
+
+void VELM_CSaveFile::Write(const void* lpBuf, unsigned nCount)
+{
+    if (m_nFile == -1 || m_nError != 0 || !WriteWhole(static_cast<const char*>(lpBuf), nCount))
+        ERROR_CODE = 1;
+}
+
+bool VELM_CSaveFile::WriteWhole(const char* pBytes, unsigned nCount)
+{
+    const unsigned nMostAtOnce = 0x40000000;
+    while (nCount > 0) {
+        const unsigned nWanted = nCount < nMostAtOnce ? nCount : nMostAtOnce;
+        const ssize_t n = Retry([&] { return write(m_nFile, pBytes, nWanted); });
+        if (n == 0)
+            errno = EIO; // would go on for ever
+        if (n <= 0)
+            return Fail();
+        pBytes += n;
+        nCount -= static_cast<unsigned>(n);
+    }
+    return true;
+}
+
+void VELM_CSaveFile::Close()
+{
+    if (m_szTemporary[0] != '\0')
+        Retry([&] { return unlinkat(m_nFolder, m_szTemporary, 0); });
+    m_szTemporary[0] = '\0';
+    CloseDescriptor(m_nFile);
+    CloseDescriptor(m_nFolder);
+}
+
+int VELM_CSaveFile::Commit()
+{
+    if (m_nError == 0 && !Finish())
+        Fail();
+    Close();
+    return m_nError == 0;
+}
+
+// Gives the new file what it is to keep of the old one. Nobody gains access by that: the rights of a group are not
+// given to another one.
+void VELM_CSaveFile::KeepStatus()
+{
+    const bool bOwner = Retry([&] { return fchown(m_nFile, m_nOwner, m_nGroup); }) == 0;
+    const bool bGroup = bOwner || Retry([&] { return fchown(m_nFile, static_cast<uid_t>(-1), m_nGroup); }) == 0;
+    unsigned nMode = m_nMode & (bOwner ? 07777 : 0777);
+    if (!bGroup)
+        nMode = (nMode & 0707) | (nMode & 07) << 3;
+    Retry([&] { return fchmod(m_nFile, nMode); });
+}
+
+bool VELM_CSaveFile::Finish()
+{
+    if (m_nFile == -1)
+        return FailWith(EBADF);
+    if (m_nFolder != -1 && m_bReplaces)
+        KeepStatus();
+    if (!FlushToDisk(m_nFile))
+        return false;
+    // Some file systems report at `close` what they could not write. The descriptor itself stays, with its lock.
+    const int nCopy = Retry([&] { return fcntl(m_nFile, F_DUPFD_CLOEXEC, 0); });
+    if (nCopy == -1 || (close(nCopy) != 0 && errno != EINTR))
+        return false;
+    if (m_nFolder == -1)
+        return true;
+    if (m_szTemporary[0] == '\0' && !NameTemporary([&] {
+            const DescriptorPath path(m_nFile);
+            return Retry([&] { return linkat(AT_FDCWD, path.szPath, m_nFolder, m_szTemporary, AT_SYMLINK_FOLLOW); }) ==
+                   0;
+        }))
+        return false;
+    if (Retry([&] { return renameat(m_nFolder, m_szTemporary, m_nFolder, m_szTarget); }) != 0)
+        return false;
+    m_szTemporary[0] = '\0';
+    return FlushToDisk(m_nFolder, EBADF); // EBADF: a folder that the process cannot list
+}
+
+// Keeps the first failure: that of the system call just made.
+bool VELM_CSaveFile::Fail()
+{
+    if (m_nError == 0)
+        m_nError = errno;
+    return false;
+}
+
+int VELM_CSaveFile::GetError() const
+{
+    return m_nError;
+}
+
+VELM_CString VELM_CSaveFile::GetErrorText() const
+{
+    VELM_CString strText;
+    if (m_nError != 0) {
+        strText = m_strFileName;
+        strText += ": ";
+        strText += std::strerror(m_nError);
+    }
+    return strText;
+}

@@ -1,0 +1,19 @@
+// System calls that fail when a test wants it.
+#ifndef TESTS_SUPPORT_FAULTS_H
+#define TESTS_SUPPORT_FAULTS_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+// Special values of nError below.
+enum { comesUpShort = -1, killsProcess = -2 };
+
+// Whether the file system behaves as if it had no files without a name.
+extern bool bNoUnnamedFiles;
+
+// Runs body; the call number nFailing, from 1 on, of those that the library makes of the system fails with that errno.
+// Returns the names of the calls made, in their order.
+std::vector<std::string> WithFault(int nFailing, int nError, const std::function<void()>& body);
+
+#endif
