@@ -4,8 +4,10 @@
 #include <cstdio>
 #include <cstdlib>
 
+#if defined __i386__ || defined __x86_64__
 static_assert(offsetof(pfm_cleanup_block, jump) == 8, "the jump buffer stands at offset 8");
 static_assert(offsetof(pfm_cleanup_block, nJumped) == 528, "the result of sigsetjmp stands at offset 528");
+#endif
 
 static thread_local pfm_cleanup_block* pInnermost = nullptr;
 

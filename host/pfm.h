@@ -31,12 +31,12 @@ struct pfm_cleanup_block {
     /// The next outer block of the thread.
     union {
         pfm_cleanup_block* pOuter; ///< NULL in the outermost block.
-        char hostHead[8];          ///< Keeps `jump` at offset 8 in both data models.
+        char hostHead[8];          ///< Keeps `jump` at offset 8 in both data models of x86.
     };
     /// What `sigsetjmp` fills.
     union {
         sigjmp_buf jump;     ///< The jump buffer.
-        char jumpSpace[512]; ///< Its reserved room.
+        char jumpSpace[512]; ///< Its reserved room; a jump buffer of another machine may take more.
     };
     int nCode;   ///< The code of the raise that came back.
     int nActive; ///< 1 while the block is on the thread's chain.

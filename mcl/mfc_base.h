@@ -3,7 +3,11 @@
 #ifndef TAVNOMCL_MFC_BASE_H
 #define TAVNOMCL_MFC_BASE_H
 
+#include <time.h>
+
 #include "host/pfm.h"
+
+static_assert(sizeof(time_t) == sizeof(long), "the library's times are as wide as long: build without _TIME_BITS=64");
 
 /// Marks what the library exports; everything else is hidden.
 /// \ingroup frame

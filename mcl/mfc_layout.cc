@@ -121,6 +121,8 @@ FIELD(VELM_CClassTable::Class, pfnCreate, 4, 8);
 FIELD(VELM_CClassTable::Class, pBase, 8, 16);
 SIZE(tavnomcl_dll, 4, 8);
 FIELD(tavnomcl_dll, dll_name, 0, 0);
+#if defined __i386__ || defined __x86_64__ // elsewhere a jump buffer has another size
 SIZE(pfm_cleanup_block, 532, 536);
 FIELD(pfm_cleanup_block, jump, 8, 8);
 FIELD(pfm_cleanup_block, nJumped, 528, 528);
+#endif

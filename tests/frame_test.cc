@@ -29,7 +29,7 @@ TEST(Library, GivesNoticeWhenAskedForAndItsVersion)
     reinterpret_cast<int (*)(char*)>(dlsym(pLibrary, "libtavnomcl_sprintf_verid"))(commented);
     const std::string line = plain, upToDate = line.substr(0, line.find('('));
     EXPECT_EQ(upToDate.substr(0, 34) + line.substr(line.find(')')), "libtavnomcl" + std::string(23, ' ') + ")\n");
-    EXPECT_EQ(commented, upToDate + "\"nightly\" (today)\n");
+    EXPECT_EQ(commented, upToDate + "\"a \"b\"; c\\n 5%s #$@d@\" (today)\n");
 }
 
 TEST(Diagnostics, ReportsNameTheFileThatHoldsTheCheck)
