@@ -32,3 +32,7 @@ if(BUILD_SHARED_LIBS)
     install(FILES gdb/tavnomcl_printers.py DESTINATION ${printers_dir} COMPONENT dev
         RENAME libtavnomcl.so.${PROJECT_VERSION}-gdb.py)
 endif()
+
+install(FILES LICENSE README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev
+    FILES_MATCHING PATTERN "*.md" PATTERN "*.cc" PATTERN "*.out")
