@@ -129,9 +129,9 @@ public:
     VELM_CArchive& operator=(const VELM_CArchive&) = delete;
 
     /// Whether the mode is `load` and nothing else.
-    int IsLoading() const { return m_nMode == load; }
+    VELM_INLINE int IsLoading() const { return m_nMode == load; }
     /// Whether the mode is `store` and nothing else.
-    int IsStoring() const { return m_nMode == store; }
+    VELM_INLINE int IsStoring() const { return m_nMode == store; }
 
     /// Forgets the file without flushing and releases what the archive owns. The archive can only be destroyed then.
     void Abort();

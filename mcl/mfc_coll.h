@@ -26,11 +26,14 @@ public:
     VELM_CPtrArray& operator=(const VELM_CPtrArray&) = delete;
 
     /// Number of elements.
-    int GetSize() const { return m_size; }
+    VELM_INLINE int GetSize() const { return m_size; }
     /// The pointer at `nIndex`. Asserts "nIndex >= 0 && nIndex < m_size"; after a failure NULL.
-    void* GetAt(int nIndex) const { return VELM_ASSERT(nIndex >= 0 && nIndex < m_size) ? m_data[nIndex] : nullptr; }
+    VELM_INLINE void* GetAt(int nIndex) const
+    {
+        return VELM_ASSERT(nIndex >= 0 && nIndex < m_size) ? m_data[nIndex] : nullptr;
+    }
     /// Replaces the pointer at `nIndex`. Asserts "nIndex >= 0 && nIndex < m_size".
-    void SetAt(int nIndex, void* newElement)
+    VELM_INLINE void SetAt(int nIndex, void* newElement)
     {
         if (VELM_ASSERT(nIndex >= 0 && nIndex < m_size))
             m_data[nIndex] = newElement;

@@ -1,3 +1,4 @@
+#define VELM_EMIT_INLINES
 #include "mcl/mfc_cstring.h"
 
 #include <climits>
