@@ -4,7 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "mcl/mfc_carcex.h"
+#include "mcl/mfc_memory.h"
 
 VELM_CMemoryFile::VELM_CMemoryFile() : m_pBytes(nullptr), m_nSize(0), m_nCapacity(0), m_nPosition(0), m_bCallerBytes(0)
 {
