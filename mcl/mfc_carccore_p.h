@@ -67,17 +67,21 @@ public:
     // Calls the object's Serialize, one level deeper.
     void Serialize(VELM_CObject& ob, const void* pFrame)
     {
-        struct Arguments {
-            VELM_CObject& ob;
-            VELM_CArchive& ar;
-        } arguments = {ob, m_ar};
-        m_calls.Call(
-            pFrame,
-            [](void* p) {
-                Arguments& a = *static_cast<Arguments*>(p);
-                a.ob.Serialize(a.ar);
-            },
-            &arguments);
+        if (m_calls.Enter(pFrame)) {
+            ob.Serialize(m_ar);
+        } else {
+            struct Arguments {
+                VELM_CObject& ob;
+                VELM_CArchive& ar;
+            } arguments = {ob, m_ar};
+            m_calls.CallOnSegment(
+                [](void* p) {
+                    Arguments& a = *static_cast<Arguments*>(p);
+                    a.ob.Serialize(a.ar);
+                },
+                &arguments);
+        }
+        m_calls.Leave();
     }
 
     // The last class that was stored, and its index.

@@ -109,10 +109,6 @@ bool VELM_CArchive::StoreClass(const VELM_CRuntimeClass* pClassRef)
     }
     if (!HasMap())
         MakeMap();
-    if (pClassRef == m_pInside->pLastClass) {
-        VELM_CReference{VELM_CReference::knownClass, m_pInside->nLastClass}.Store(*this);
-        return true;
-    }
     void*& slot = IndexSlot(*m_pStoreMap, pClassRef);
     if (slot != nullptr) {
         VELM_CReference{VELM_CReference::knownClass, IndexIn(slot)}.Store(*this);
@@ -151,8 +147,15 @@ void VELM_CArchive::WriteObject(const VELM_CObject* pOb)
         return;
     }
     const void* const pFrame = __builtin_frame_address(0);
-    if (!m_pInside->RequireDepth(m_pInside->Offset(), pFrame) || !StoreClass(pOb->GetRuntimeClass()) ||
-        !m_pInside->RequireIndex())
+    if (!m_pInside->RequireDepth(m_pInside->Offset(), pFrame))
+        return;
+    const VELM_CRuntimeClass* const pClassRef = pOb->GetRuntimeClass();
+    if (pClassRef != nullptr && pClassRef == m_pInside->pLastClass &&
+        pClassRef->m_nSchema != VELM_CRuntimeClass::nNoSchema)
+        VELM_CReference{VELM_CReference::knownClass, m_pInside->nLastClass}.Store(*this);
+    else if (!StoreClass(pClassRef))
+        return;
+    if (!m_pInside->RequireIndex())
         return;
     slot = AsSlot(m_pInside->TakeIndex());
     m_pInside->Serialize(*const_cast<VELM_CObject*>(pOb), pFrame);

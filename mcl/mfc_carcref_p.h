@@ -23,19 +23,10 @@ struct VELM_LOCAL VELM_CReference {
         const bool bShort = nIndex < VELM_CArchive::wBigObjectTag;
         if ((kind == object || kind == knownClass) && !bShort)
             ar.Store32(VELM_CArchive::wBigObjectTag);
-        switch (kind) {
-        case nullObject:
-            ar.Store32(VELM_CArchive::wNullTag);
-            break;
-        case object:
-            ar.Store32(nIndex);
-            break;
-        case knownClass:
-            ar.Store32(nIndex | (bShort ? VELM_CArchive::wClassTag : VELM_CArchive::dwBigClassTag));
-            break;
-        case newClass:
-            ar.Store32(VELM_CArchive::wNewClassTag);
-        }
+        ar.Store32(kind == object       ? nIndex
+                   : kind == knownClass ? nIndex | (bShort ? VELM_CArchive::wClassTag : VELM_CArchive::dwBigClassTag)
+                   : kind == newClass   ? uint32_t{VELM_CArchive::wNewClassTag}
+                                        : uint32_t{VELM_CArchive::wNullTag});
     }
 
     // False after a raise that returned: 3 when the data ends, 5 for a tag that no writer makes.

@@ -42,16 +42,15 @@ public:
     }
     // How many calls are under way, after Prepare.
     unsigned Depth() const { return m_nLevels; }
-    // Calls pfn(pArgument) one level deeper, with room on the stack. It has been prepared for.
-    void Call(const void* pFrame, void (*pfn)(void*), void* pArgument)
+    // One level deeper, which has been prepared for: true when the stack at hand has room for it, else CallOnSegment
+    // makes the call. Leave comes after it.
+    bool Enter(const void* pFrame)
     {
         m_levels[m_nLevels++] = reinterpret_cast<std::uintptr_t>(pFrame);
-        if (HasRoom(reinterpret_cast<std::uintptr_t>(pFrame)))
-            pfn(pArgument);
-        else
-            CallOnSegment(pfn, pArgument);
-        --m_nLevels;
+        return HasRoom(reinterpret_cast<std::uintptr_t>(pFrame));
     }
+    void CallOnSegment(void (*pfn)(void*), void* pArgument);
+    void Leave() { --m_nLevels; }
 
 private:
     // What one archive's calls use of the caller's stack, of which nothing else is known: a thread may have little.
@@ -75,7 +74,6 @@ private:
     bool PrepareSlowly(std::uintptr_t nFrame, unsigned nMost);
     Segment* Next() const;
     bool AddSegment();
-    void CallOnSegment(void (*pfn)(void*), void* pArgument);
     static void Base(unsigned nHigh, unsigned nLow);
 };
 

@@ -32,6 +32,7 @@
 /// \{
 
 class VELM_LOCAL VELM_CMapIndex;
+class VELM_CMapPtrToPtr;
 
 /// A place in an iteration: the entry that comes next. All bits set: before the first entry; NULL: behind the last.
 struct __POSITION;
@@ -115,6 +116,7 @@ protected:
 
 private:
     friend class VELM_CMapIndex;
+    friend class VELM_CMapPtrToPtr;
 
     // Behind the chains, which are the truth: what finds entries of a large map without walking them. Kept by the
     // maps that the library exports; see mfc_cmapindex_p.h.

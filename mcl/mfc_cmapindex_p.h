@@ -21,6 +21,7 @@
 #ifndef TAVNOMCL_MFC_CMAPINDEX_P_H
 #define TAVNOMCL_MFC_CMAPINDEX_P_H
 
+#include <climits>
 #include <cstddef>
 #include <cstdint>
 
@@ -39,6 +40,9 @@ public:
         map.m_pIndex = nullptr;
         map.m_bTouched = bTouched;
     }
+
+    // The value of the key, in an entry that is made when there is none; NULL where the usual way has to be gone.
+    static void** ValueOf(VELM_CMapPtrToPtr& map, unsigned nBucket, void* key);
 
     VELM_CMapIndex(const VELM_CMapIndex&) = delete;
     VELM_CMapIndex& operator=(const VELM_CMapIndex&) = delete;
@@ -234,6 +238,41 @@ template <class ASSOC, class KEY> void VELM_CMapIndex::Unlink(VELM_CMapTable<ASS
     }
     if (*ppLink != nullptr)
         *ppLink = pAssoc->pNext;
+}
+
+inline void** VELM_CMapIndex::ValueOf(VELM_CMapPtrToPtr& map, unsigned nBucket, void* key)
+{
+    VELM_CMapIndex* const pIndex = map.m_pIndex;
+    if (pIndex == nullptr || !pIndex->IsOf(map))
+        return nullptr;
+    const Hash hash = pIndex->HashOf(nBucket, key);
+    std::size_t i = static_cast<std::size_t>(hash.nHome) & pIndex->m_nMask;
+    for (; pIndex->m_pSlots[i] != emptySlot; i = (i + 1) & pIndex->m_nMask) {
+        const uint64_t nSlot = pIndex->m_pSlots[i];
+        if ((nSlot ^ hash.nTag) >> nLinkBits != 0 || nSlot == removedSlot)
+            continue;
+        VELM_CPtrAssoc* const pAssoc = *LinkIn<VELM_CPtrAssoc>(nSlot);
+        if (pAssoc != nullptr && pAssoc->key == key && pAssoc->nHashValue == nBucket)
+            return &pAssoc->value;
+    }
+    // A new key, which mostly becomes the head before the one that was linked last: the free slot is its.
+    VELM_CPtrAssoc** const ppHead = &map.m_pHashTable[nBucket];
+    VELM_CPtrAssoc* const pAssoc = map.m_pFreeList;
+    if (*ppHead == nullptr || *ppHead != pIndex->m_pLast || LinkIn<VELM_CPtrAssoc>(*pIndex->m_pLastSlot) != ppHead ||
+        pAssoc == nullptr || static_cast<uint64_t>(reinterpret_cast<uintptr_t>(pAssoc)) >> nLinkBits != 0 ||
+        map.m_nCount == INT_MAX || pIndex->m_nUsed > pIndex->m_nMask / 2)
+        return nullptr;
+    map.m_pFreeList = pAssoc->pNext;
+    ++map.m_nCount;
+    *pAssoc = VELM_CPtrAssoc{*ppHead, nBucket, key, nullptr, 0};
+    *ppHead = pAssoc;
+    *pIndex->m_pLastSlot =
+        (*pIndex->m_pLastSlot >> nLinkBits << nLinkBits) | reinterpret_cast<uintptr_t>(&pAssoc->pNext);
+    pIndex->m_pSlots[i] = SlotOf(hash, ppHead);
+    pIndex->m_pLastSlot = &pIndex->m_pSlots[i];
+    pIndex->m_pLast = pAssoc;
+    ++pIndex->m_nUsed;
+    return &pAssoc->value;
 }
 
 // Defines those members of a map as the index has them.
