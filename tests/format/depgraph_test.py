@@ -26,7 +26,8 @@ def expect(what, found, wanted):
 
 
 def run(command, directory):
-    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, cwd=directory)
+    emulator = os.environ.get("TAVNOMCL_EMULATOR", "").split()
+    done = subprocess.run(emulator + command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, cwd=directory)
     if done.returncode != 0:
         raise Failure("%s: exit status %d: %r" % (" ".join(command), done.returncode, done.stderr))
     return done.stdout
