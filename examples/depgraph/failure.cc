@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "progress.h"
+
 bool Fail(const char* lpszFile, const char* lpszFormat, ...)
 {
     char cause[1024];
@@ -12,6 +14,7 @@ bool Fail(const char* lpszFile, const char* lpszFormat, ...)
     va_start(args, lpszFormat);
     std::vsnprintf(cause, sizeof cause, lpszFormat, args);
     va_end(args);
+    EraseProgress();
     std::fflush(stdout);
     std::fprintf(stderr, "depgraph: %s: %s\n", lpszFile, Printable(cause).m_data);
     return false;

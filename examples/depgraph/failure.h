@@ -5,6 +5,9 @@
 
 #include <mcl/tavnomcl.h>
 
+/// The cause that no text of the library names.
+static const char lpszNoMemory[] = "not enough memory";
+
 /// Prints "depgraph: FILE: CAUSE" with the formatted cause, and returns false.
 __attribute__((format(printf, 2, 3))) bool Fail(const char* lpszFile, const char* lpszFormat, ...);
 

@@ -4,19 +4,7 @@
 #include <cstring>
 
 #include "failure.h"
-
-unsigned CountingFile::Read(void* lpBuf, unsigned nCount)
-{
-    const unsigned nRead = VELM_CFile::Read(lpBuf, nCount);
-    m_nBytes += nRead;
-    return nRead;
-}
-
-void CountingFile::Write(const void* lpBuf, unsigned nCount)
-{
-    VELM_CFile::Write(lpBuf, nCount);
-    m_nBytes += nCount;
-}
+#include "progress.h"
 
 Graph::~Graph()
 {
@@ -61,26 +49,34 @@ bool Graph::Link(const char* lpszFile)
     return true;
 }
 
-const char* Graph::Store(VELM_CFile& file) const
+bool Graph::Store(const char* lpszFile, unsigned long long& rBytes) const
 {
-    VELM_CArchive ar(&file, VELM_CArchive::store);
+    VELM_CSaveFile file;
+    if (!file.Open(lpszFile))
+        return Fail(lpszFile, "%s", std::strerror(file.GetError()));
+    VELM_CProgressFile counter(&file, 0, [](void*, unsigned long long, unsigned long long) {});
+    VELM_CArchive ar(&counter, VELM_CArchive::store);
     const int nRaised = pfm_protect([&] {
         ar.WriteCount(static_cast<unsigned long>(GetCount()));
         for (int i = 0; i < GetCount(); ++i)
             ar.WriteObject(GetAt(i));
         ar.Close();
     });
+    rBytes = counter.GetDone();
+    delete VELM_CFile::getException(); // Commit answers for it
     if (nRaised == 0)
-        return TakeFileError();
+        return file.Commit() || Fail(lpszFile, "%s", std::strerror(file.GetError()));
     ar.Abort();
-    return nRaised == Package::causeTooDeep ? "the chains of dependencies are too long" : "not enough memory";
+    return Fail(lpszFile, "%s",
+                nRaised == Package::causeTooDeep ? "the chains of dependencies are too long" : lpszNoMemory);
 }
 
 bool Graph::Load(const char* lpszFile, unsigned long long& rBytes)
 {
-    CountingFile file;
-    if (!file.Open(lpszFile))
+    VELM_CFile plain;
+    if (!plain.Open(lpszFile))
         return Fail(lpszFile, "%s", std::strerror(errno));
+    WatchedFile file(&plain);
     VELM_CClassTable table;
     table.Add<Package>(&Package::classRecord);
     VELM_CArchive ar(&file, VELM_CArchive::load);
@@ -95,9 +91,11 @@ bool Graph::Load(const char* lpszFile, unsigned long long& rBytes)
     unsigned char surplus;
     const bool bSurplus = nRaised == 0 && ar.Read(&surplus, 1) == 1;
     const char* lpszError = TakeFileError();
+    if (lpszError == nullptr && nRaised != 0)
+        lpszError = *ar.GetErrorText() != '\0' ? ar.GetErrorText() : lpszNoMemory;
     bool bGood = false;
-    if (lpszError != nullptr || nRaised != 0)
-        Fail(lpszFile, "%s", lpszError != nullptr ? lpszError : ar.GetErrorText());
+    if (lpszError != nullptr)
+        Fail(lpszFile, "%s", lpszError);
     else if (bSurplus)
         Fail(lpszFile, "more data follows the last of %d packages", GetCount());
     else
@@ -106,6 +104,6 @@ bool Graph::Load(const char* lpszFile, unsigned long long& rBytes)
         ar.DeleteLoadedObjects();
         m_packages.SetSize(0);
     }
-    rBytes = file.m_nBytes;
+    rBytes = file.GetDone();
     return bGood;
 }

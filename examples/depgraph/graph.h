@@ -7,15 +7,6 @@
 
 #include "package.h"
 
-/// A file that counts the bytes that go through it.
-class CountingFile : public VELM_CFile {
-public:
-    unsigned long long m_nBytes = 0;
-
-    unsigned Read(void* lpBuf, unsigned nCount) override;
-    void Write(const void* lpBuf, unsigned nCount) override;
-};
-
 /// Packages that depend on each other.
 ///
 /// The archive of a graph holds the number of packages and then each of them, in the order of the graph.
@@ -39,8 +30,9 @@ public:
     /// whether the packages of the list, and no others, are each there once; where not, fails in the name of the file.
     bool Link(const char* lpszFile);
 
-    /// Stores the graph in the open file. Returns NULL, or why that failed.
-    const char* Store(VELM_CFile& file) const;
+    /// Stores the graph in the named file, in place of what was there. Returns whether that went well, and the size of
+    /// the archive; where not, fails and the old file is as it was.
+    bool Store(const char* lpszFile, unsigned long long& rBytes) const;
     /// Loads the graph from the named file into this empty one, and links it. Returns whether that went well, and the
     /// size of the archive; where not, fails and the graph is empty.
     bool Load(const char* lpszFile, unsigned long long& rBytes);

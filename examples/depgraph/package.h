@@ -35,10 +35,12 @@ inline Package* PackageAt(const VELM_CPtrArray& packages, int nIndex)
     return static_cast<Package*>(packages.GetAt(nIndex));
 }
 
-/// Appends a pointer to an array.
+/// Appends a pointer to an array, whose capacity doubles when it is full: by itself it grows in fixed steps.
 inline void Append(VELM_CPtrArray& array, void* pNew)
 {
-    array.SetAtGrow(array.GetSize(), pNew);
+    const int nSize = array.GetSize();
+    array.SetSize(nSize + 1, nSize);
+    array.SetAt(nSize, pNew);
 }
 
 #endif

@@ -6,8 +6,10 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "failure.h"
+#include "progress.h"
 
 static const char blanks[] = " \t";
 
@@ -54,7 +56,9 @@ static bool AddPackage(const Stanza& stanza, Graph& graph, VELM_CStringArray& cl
     if (lpszSize[std::strspn(lpszSize, "0123456789")] != '\0' || nSize > UINT32_MAX)
         return false;
 
-    Package* pPackage = new Package;
+    Package* pPackage = new (std::nothrow) Package;
+    if (pPackage == nullptr)
+        AfxMemoryExhausted();
     pPackage->m_strName = stanza.package;
     pPackage->m_strVersion = stanza.version;
     pPackage->m_nInstalledSize = static_cast<unsigned>(nSize);
@@ -90,9 +94,10 @@ static void Resolve(Package* pPackage, const char* lpszClauses, const Graph& gra
 
 bool ReadStatus(const char* lpszFile, Graph& graph)
 {
-    VELM_CFile file;
-    if (!file.Open(lpszFile))
+    VELM_CFile plain;
+    if (!plain.Open(lpszFile))
         return Fail(lpszFile, "%s", std::strerror(errno));
+    WatchedFile file(&plain);
     VELM_CArchive ar(&file, VELM_CArchive::load);
     VELM_CStringArray clauses;
     Stanza stanza;

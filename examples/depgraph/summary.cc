@@ -42,7 +42,7 @@ void PrintSummary(const Graph& graph, unsigned long long nArchiveBytes, double d
 }
 
 // Fails, with a few names that come close to the one that is not there.
-static bool FailWithSuggestions(const Graph& graph, const char* lpszArchive, const char* lpszPackage)
+static void FailWithSuggestions(const Graph& graph, const char* lpszArchive, const char* lpszPackage)
 {
     const int nMost = 8;
     VELM_CStringArray close, sorted;
@@ -57,15 +57,23 @@ static bool FailWithSuggestions(const Graph& graph, const char* lpszArchive, con
         strNames += i == 0 ? "; similar names: " : ", ";
         strNames += sorted.ElementAt(i);
     }
-    return Fail(lpszArchive, "package \"%s\" is not there%s", lpszPackage, strNames.m_data);
+    Fail(lpszArchive, "package \"%s\" is not there%s", lpszPackage, strNames.m_data);
+}
+
+int FindPackage(Graph& graph, const char* lpszArchive, const char* lpszPackage)
+{
+    graph.IndexNames();
+    const int nFound = graph.Find(lpszPackage);
+    if (nFound == -1)
+        FailWithSuggestions(graph, lpszArchive, lpszPackage);
+    return nFound;
 }
 
 bool PrintChain(Graph& graph, const char* lpszArchive, const char* lpszPackage)
 {
-    graph.IndexNames();
-    const int nWanted = graph.Find(lpszPackage);
+    const int nWanted = FindPackage(graph, lpszArchive, lpszPackage);
     if (nWanted == -1)
-        return FailWithSuggestions(graph, lpszArchive, lpszPackage);
+        return false;
 
     // Breadth first, from the wanted package to those that need it. next: from a package's place to its neighbour on
     // the way to the wanted package; that of the wanted package is itself.
