@@ -37,34 +37,22 @@ static void Load(const char* lpszFile, const VELM_CClassTable& classes)
     ar.DeleteLoadedObjects();
 }
 
-// A file that knows how many bytes it was given.
-class CountingFile : public VELM_CFile {
-public:
-    unsigned long long nBytes = 0;
-
-    void Write(const void* lpBuf, unsigned nCount) override
-    {
-        VELM_CFile::Write(lpBuf, nCount);
-        nBytes += nCount;
-    }
-};
-
-// Stores the point. Returns whether every byte has arrived in the file.
+// Stores the point. Returns whether every byte is in the file, and on the disk; else the old file is as it was.
 static bool Store(const char* lpszFile, const Point& point)
 {
-    delete VELM_CFile::getException(); // what is pending from before
-    CountingFile file;
-    if (!file.Open(lpszFile, 1))
+    VELM_CSaveFile file;
+    if (!file.Open(lpszFile))
         return false;
     VELM_CArchive ar(&file, VELM_CArchive::store);
     if (pfm_protect([&] { ar.WriteObject(&point); }) != 0) {
-        ar.Abort(); // nothing more reaches the file
+        ar.Abort(); // the old file stays
         return false;
     }
-    ar.Close(); // only now has everything been written
-    const VELM_CFileException* pError = VELM_CFile::getException();
-    delete pError;
-    return pError == NULL && file.GetLength() == static_cast<uint32_t>(file.nBytes);
+    ar.Close(); // only now has everything been handed to the file
+    if (file.Commit())
+        return true;
+    printf("%s\n", file.GetErrorText().m_data);
+    return false;
 }
 
 int main()

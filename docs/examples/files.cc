@@ -7,13 +7,13 @@ int main()
 {
     VELM_CFile file;
     VELM_CFileException error(0, 0, NULL);
-    if (!file.Open("no-such-directory/file", 1, &error))
+    if (!file.Open("no-such-directory/file", VELM_CFile::modeWrite, &error))
         printf("%s: %s\n", file.GetFilePath().m_data, error.m_strMessage.m_data);
 
-    if (!file.Open("lines.txt", 1)) // 0x0001: writing, emptied
+    if (!file.Open("lines.txt", VELM_CFile::modeWrite)) // emptied
         return 1;
     file.Write("one\n", 4);
-    file.Open("lines.txt", 0x2000); // appending; closes the first stream
+    file.Open("lines.txt", VELM_CFile::modeAppend); // closes the first stream
     file.Write("two\n", 4);
     file.Close();
 
@@ -24,7 +24,7 @@ int main()
     if (!file.Open("lines.txt")) // reading
         return 1;
     char bytes[16];
-    file.Seek(4, 0);
+    file.Seek(4, VELM_CFile::seekBegin);
     printf("read %u bytes\n", file.Read(bytes, sizeof bytes)); // what is left
     file.SeekToBegin();
     VELM_CArchive ar(&file, VELM_CArchive::load); // an archive reads text line by line
@@ -33,7 +33,7 @@ int main()
         printf("line \"%s\"\n", line.m_data);
     ar.Close();
 
-    if (file.Open("/dev/full", 1)) // a disk that is always full
+    if (file.Open("/dev/full", VELM_CFile::modeWrite)) // a disk that is always full
         file.Write("x", 1);
     if (VELM_CFileException* pError = VELM_CFile::getException()) {
         printf("a transfer failed: cause %d\n", pError->m_cause);
