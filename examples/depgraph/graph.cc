@@ -67,8 +67,7 @@ bool Graph::Store(const char* lpszFile, unsigned long long& rBytes) const
     if (nRaised == 0)
         return file.Commit() || Fail(lpszFile, "%s", std::strerror(file.GetError()));
     ar.Abort();
-    return Fail(lpszFile, "%s",
-                nRaised == Package::causeTooDeep ? "the chains of dependencies are too long" : lpszNoMemory);
+    return Fail(lpszFile, "%s", *ar.GetErrorText() != '\0' ? ar.GetErrorText() : lpszNoMemory);
 }
 
 bool Graph::Load(const char* lpszFile, unsigned long long& rBytes)
@@ -81,7 +80,6 @@ bool Graph::Load(const char* lpszFile, unsigned long long& rBytes)
     table.Add<Package>(&Package::classRecord);
     VELM_CArchive ar(&file, VELM_CArchive::load);
     ar.SetClassTable(&table);
-    ar.SetMaxDepth(Package::nMaxDepth);
 
     // A raise leaves the body on the spot, without destructors: it must hold nothing that needs one.
     const int nRaised = pfm_protect([&] {

@@ -8,10 +8,6 @@
 /// An installed package and the packages that it depends on.
 class Package : public VELM_CObject {
 public:
-    /// How deep packages may be stored, or loaded, inside each other.
-    static const unsigned nMaxDepth = 4096;
-    /// What `Serialize` raises when they are to be stored deeper than that.
-    static const int causeTooDeep = 6;
     static VELM_CRuntimeClass classRecord;
 
     VELM_CString m_strName;
