@@ -31,18 +31,20 @@ int main()
     ada.friendOf = &ben;
     ben.friendOf = &ada; // a cycle
 
-    VELM_CFile file;
-    if (!file.Open("people.archive", 1)) // 1: for writing
+    VELM_CSaveFile saved; // the old archive stays until the new one is whole
+    if (!saved.Open("people.archive"))
         return 1;
-    VELM_CArchive out(&file, VELM_CArchive::store);
+    VELM_CArchive out(&saved, VELM_CArchive::store);
     out.WriteObject(&ada); // and all that it refers to
     out.Close();
-    file.Close();
-    if (VELM_CFile::ERROR_CODE != 0) // something could not be written
+    if (!saved.Commit()) { // answers for everything since Open
+        printf("%s\n", saved.GetErrorText().m_data);
         return 1;
+    }
 
     VELM_CClassTable classes; // what may be loaded
     classes.Add<Person>(&Person::classRecord);
+    VELM_CFile file;
     if (!file.Open("people.archive"))
         return 1;
     VELM_CArchive in(&file, VELM_CArchive::load);
