@@ -153,7 +153,7 @@ template <class MAKE> bool VELM_CSaveFile::NameTemporary(MAKE make)
 {
     const int nMostSaving = 100; // at a time
     for (int i = 0; i < nMostSaving; ++i) {
-        std::snprintf(m_szTemporary, sizeof m_szTemporary, ".%.240s.save%d", m_szTarget, i);
+        std::snprintf(m_szTemporary, sizeof m_szTemporary, ".%.230s.save%d", m_szTarget, i);
         if (make() || (errno == EEXIST && RemoveLeftover() && make()))
             return true;
         if (errno != EEXIST)
