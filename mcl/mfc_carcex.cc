@@ -22,9 +22,9 @@ int VELM_CException::ReportError(unsigned, unsigned)
     return 0;
 }
 
-VELM_CArchiveException::VELM_CArchiveException(int cause, const char* lpszName) : m_cause(cause)
+VELM_CArchiveException::VELM_CArchiveException(int cause, const char* lpszName)
+    : m_cause(cause), m_strFileName(lpszName)
 {
-    m_strFileName = lpszName;
 }
 
 VELM_CArchiveException::~VELM_CArchiveException()

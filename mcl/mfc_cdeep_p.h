@@ -6,7 +6,7 @@
 //
 //     the caller's stack          first segment            second segment
 //     | ... | level 0 .. 299 |    | level 300 .. 1500 |    | level 1501 ..        |
-//                      swapcontext ->            swapcontext ->
+//                       setcontext ->             setcontext ->
 //
 // A raise must not jump from one stack to another: the C library may refuse that, and the host's chain of cleanup
 // blocks would lead to frames that are gone. So a block at the base of each segment catches it, and it is raised again

@@ -1,0 +1,246 @@
+// What stands beside the visible structures, against plain models of these; and sizes that nothing quadratic survives.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <memory>
+#include <random>
+
+#include "tests/support/graph.h"
+#include "tests/support/watch.h"
+
+namespace {
+
+const unsigned nMany = 200000;
+
+// A pointer map as its contract has it: chains of keys, the newest first, and free nodes, the last freed first.
+struct Model {
+    std::vector<std::vector<void*>> chains = std::vector<std::vector<void*>>(17);
+    size_t nFree = 0, nBlocks = 0;
+    static const size_t nBlockSize = 5;
+
+    static unsigned Bucket(void* key) { return (*static_cast<uint32_t*>(key) >> 4) % 17; }
+    size_t Count() const
+    {
+        size_t n = 0;
+        for (const auto& chain : chains)
+            n += chain.size();
+        return n;
+    }
+    auto Find(void* key)
+    {
+        auto& chain = chains[Bucket(key)];
+        return std::find(chain.begin(), chain.end(), key);
+    }
+    bool Has(void* key) { return Find(key) != chains[Bucket(key)].end(); }
+    void Insert(void* key, size_t nAt)
+    {
+        if (nFree == 0)
+            ++nBlocks, nFree += nBlockSize;
+        --nFree;
+        auto& chain = chains[Bucket(key)];
+        chain.insert(chain.begin() + static_cast<long>(std::min(nAt, chain.size())), key);
+    }
+    void Remove(void* key)
+    {
+        chains[Bucket(key)].erase(Find(key)), ++nFree;
+        if (Count() == 0)
+            nFree = nBlocks = 0;
+    }
+};
+
+void ExpectSame(const VELM_CMapPtrToPtr& map, Model& model, int nStep)
+{
+    for (unsigned i = 0; map.m_pHashTable != nullptr && i < 17; ++i) {
+        std::vector<void*> chain;
+        for (auto* p = map.m_pHashTable[i]; p != nullptr; p = p->pNext)
+            chain.push_back(p->key);
+        ASSERT_EQ(chain, model.chains[i]) << "step " << nStep << ", bucket " << i;
+    }
+    size_t nFree = 0, nBlocks = 0;
+    for (auto* p = map.m_pFreeList; p != nullptr; p = p->pNext)
+        ++nFree;
+    for (auto* p = map.m_pBlocks; p != nullptr; p = p->pNext)
+        ++nBlocks;
+    ASSERT_EQ(std::make_tuple(static_cast<size_t>(map.m_nCount), nFree, nBlocks),
+              std::make_tuple(model.Count(), model.nFree, model.nBlocks))
+        << "step " << nStep;
+}
+
+} // namespace
+
+TEST(Hidden, ChainsAreAsTheyWouldBeWithoutAnIndex)
+{
+    static std::array<std::array<uint32_t, 4>, 600> keys; // of three classes: three first words
+    for (size_t i = 0; i < keys.size(); ++i)
+        keys[i][0] = static_cast<uint32_t>(i % 3) << 4;
+    std::mt19937 random(7);
+    for (const unsigned nByHand : {0u, 3u, 60u}) { // of 100 steps
+        VELM_CMapPtrToPtr map(Model::nBlockSize);
+        Model model;
+        for (int nStep = 0; nStep < 6000; ++nStep) {
+            void* const key = &keys[random() % keys.size()];
+            unsigned nBucket;
+            auto* const pAssoc = map.GetAssocAt(key, nBucket);
+            ASSERT_EQ(pAssoc != nullptr, model.Has(key)) << nStep;
+            const bool bRemove = pAssoc != nullptr && random() % 100 < (nStep / 1500 % 2 ? 90u : 30u);
+            if (random() % 100 >= nByHand) {
+                if (bRemove) {
+                    ASSERT_EQ(map.RemoveKey(key), 1) << nStep;
+                } else {
+                    map[key] = key;
+                }
+            } else if (bRemove) { // unlinked by hand; sometimes others are looked for before the node is freed
+                auto** ppLink = &map.m_pHashTable[nBucket];
+                while (*ppLink != pAssoc)
+                    ppLink = &(*ppLink)->pNext;
+                *ppLink = pAssoc->pNext;
+                void* pValue;
+                ASSERT_EQ(map.Lookup(key, pValue), 0) << nStep;
+                if (pAssoc->pNext != nullptr && random() % 2) {
+                    void* const pBehind = pAssoc->pNext->key;
+                    ASSERT_EQ(map.RemoveKey(pBehind), 1) << nStep;
+                    model.Remove(pBehind);
+                }
+                map.FreeAssoc(pAssoc);
+            } else if (pAssoc == nullptr && map.m_pHashTable != nullptr) { // linked by hand, at some place
+                auto* const pNew = map.NewAssoc();
+                pNew->key = key, pNew->nHashValue = nBucket;
+                auto** ppLink = &map.m_pHashTable[nBucket];
+                const size_t nAt = random() % 3;
+                for (size_t i = 0; i < nAt && *ppLink != nullptr; ++i)
+                    ppLink = &(*ppLink)->pNext;
+                pNew->pNext = *ppLink, *ppLink = pNew;
+                model.Insert(key, nAt);
+            }
+            if (bRemove)
+                model.Remove(key);
+            else if (pAssoc == nullptr && !model.Has(key) && map.GetAssocAt(key, nBucket) != nullptr)
+                model.Insert(key, 0);
+            if (nStep % 50 == 0)
+                ExpectSame(map, model, nStep);
+        }
+    }
+}
+
+TEST(Hidden, StringArraysGrowAndCutAsWithoutRoom)
+{
+    std::mt19937 random(11);
+    VELM_CStringArray array;
+    std::vector<std::string> strings(16); // the block, each with what its m_len says
+    size_t nSize = 0;
+    const auto grow = [&](size_t nMax) { // to a new block, to which the elements are assigned
+        strings.resize(nSize), strings.resize(nMax);
+        for (std::string& string : strings)
+            string = string.c_str();
+    };
+    for (int nStep = 0; nStep < 20000; ++nStep) {
+        const size_t nAt = nSize == 0 ? 0 : random() % nSize;
+        switch (random() % 8) {
+        case 0: // a NUL inside, through a reference
+            if (nSize > 0)
+                array.ElementAt(static_cast<int>(nAt)).Set("x\0y", 3), strings[nAt] = std::string("x\0y", 3);
+            break;
+        case 1:
+            if (nStep % 29 == 0) {
+                const size_t nNew = random() % 80;
+                array.SetSize(static_cast<int>(nNew));
+                if (nNew == 0) {
+                    strings.clear();
+                } else if (nNew > strings.size()) {
+                    const size_t nStep8 = std::max<size_t>(nSize / 8, 4);
+                    grow(strings.empty() ? nNew : nNew + nStep8);
+                }
+                nSize = nNew;
+            }
+            break;
+        case 2:
+            if (nStep % 97 == 0) {
+                const VELM_CStringArray copy(array);
+                array = copy;
+                grow(nSize);
+            }
+            break;
+        default: {
+            const VELM_CString text(std::to_string(nStep).c_str());
+            array.Add(text);
+            if (nSize == strings.size())
+                grow(nSize + 16);
+            strings[nSize++] = text.m_data;
+        }
+        }
+        ASSERT_EQ(std::make_pair(array.m_size, array.m_max_size),
+                  std::make_pair(static_cast<int>(nSize), static_cast<int>(strings.size())))
+            << nStep;
+        for (size_t i = 0; i < strings.size() && nStep % 20 == 0; ++i)
+            ASSERT_EQ(std::string(array.m_data[i].m_data, static_cast<size_t>(array.m_data[i].m_len)), strings[i])
+                << nStep;
+    }
+}
+
+template <class MAP> static void FillEmptyAndLoad(const char* name)
+{
+    std::vector<std::array<char, 12>> keys(nMany);
+    MAP map;
+    for (unsigned i = 0; i < nMany; ++i) {
+        snprintf(keys[i].data(), keys[i].size(), "k%u", i);
+        map[keys[i].data()] = static_cast<int>(i);
+    }
+    EXPECT_EQ(map.GetCount(), static_cast<int>(nMany)) << name;
+    MemoryFile file;
+    VELM_CArchive to(&file, VELM_CArchive::store), from(&file, VELM_CArchive::load);
+    MAP loaded;
+    Printed([&] { map.Serialize(to), to.Close(), loaded.Serialize(from); });
+    EXPECT_EQ(loaded.GetCount(), static_cast<int>(nMany)) << name;
+    unsigned nRemoved = 0;
+    for (unsigned i = 0; i < nMany; ++i)
+        nRemoved += static_cast<unsigned>(map.RemoveKey(keys[i * 7919u % nMany].data()));
+    EXPECT_EQ(nRemoved, nMany) << name;
+    EXPECT_EQ(map.m_pBlocks, nullptr) << name;
+}
+
+TEST(Large, MapsOfSeventeenBuckets)
+{
+    FillEmptyAndLoad<VELM_CMap<fxStr, char*, int, int>>("hashed by text");
+    FillEmptyAndLoad<VELM_CMap<fxStr, const char*, int, int>>("hashed by address");
+    std::vector<VELM_CObject> objects(nMany); // all in one bucket
+    VELM_CMapPtrToPtr map;
+    for (VELM_CObject& object : objects)
+        map[&object] = &object;
+    unsigned nRemoved = 0;
+    for (unsigned i = 0; i < nMany; ++i)
+        nRemoved += static_cast<unsigned>(map.RemoveKey(&objects[i * 7919u % nMany]));
+    EXPECT_EQ(nRemoved, nMany);
+}
+
+TEST(Large, GraphsAndArrays)
+{
+    std::vector<std::unique_ptr<Node>> nodes;
+    for (unsigned i = 0; i < nMany; ++i) {
+        nodes.push_back(std::make_unique<Node>(i));
+        if (i > 0)
+            nodes[i]->links.push_back(nodes[(i * 31u + 7) % i].get());
+    }
+    MemoryFile file;
+    VELM_CArchive to(&file, VELM_CArchive::store), from(&file, VELM_CArchive::load);
+    Printed([&] {
+        for (const auto& node : nodes)
+            to.WriteObject(node.get());
+    });
+    to.Close();
+    from.SetClassTable(&GraphClasses());
+    unsigned nWrong = 0;
+    for (unsigned i = 0; i < nMany; ++i)
+        nWrong += static_cast<Node*>(from.ReadObject(&Node::record))->value != i;
+    EXPECT_EQ(nWrong, 0u);
+    from.DeleteLoadedObjects();
+
+    VELM_CStringArray strings, sorted;
+    VELM_CPtrArray pointers;
+    for (unsigned i = 0; i < nMany; ++i) {
+        strings.Add(std::to_string(i * 7919u % nMany).c_str());
+        pointers.SetAtGrow(static_cast<int>(i), &strings);
+    }
+    strings.Sort(sorted);
+    EXPECT_STREQ(sorted.ElementAt(static_cast<int>(nMany) - 1).m_data, "99999");
+    EXPECT_EQ(pointers.GetSize(), sorted.GetSize());
+}
