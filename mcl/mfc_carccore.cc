@@ -367,11 +367,20 @@ static bool LoadLength(VELM_CArchive& ar, uint32_t& rLength)
     return nShort != nStringPrefixShort || LoadEscaped(ar, rLength);
 }
 
+int VELM_CArchive::LoadLength(unsigned long& rLength)
+{
+    uint32_t nLength;
+    if (!::LoadLength(*this, nLength))
+        return 0;
+    rLength = nLength;
+    return 1;
+}
+
 int VELM_CArchive::LoadPrefixed(VELM_CString& rString)
 {
     uint32_t nLength;
     char* pText = nullptr;
-    if (LoadLength(*this, nLength)) {
+    if (::LoadLength(*this, nLength)) {
         if (IsLoading() && static_cast<size_t>(m_lpBufMax - m_lpBufCur) >= nLength) { // nothing raises but the memory
             if (!AfxTryAssign(rString, reinterpret_cast<const char*>(m_lpBufCur), nLength))
                 AfxMemoryExhausted();
@@ -535,4 +544,32 @@ void SerializeElements(VELM_CArchive& ar, VELM_CString* pElements, int nCount)
                 return;
         }
     }
+}
+
+int VELM_CArchive::LoadRange(unsigned& rValue, unsigned nFirst, unsigned nLast)
+{
+    uint32_t nValue;
+    if (!Load32(nValue)) {
+        RaiseDataEnded();
+        return 0;
+    }
+    if (nValue - nFirst > nLast - nFirst) {
+        m_pInside->Fail(VELM_CArchiveException::causeGeneric, m_pInside->Offset() - 4,
+                        "the value %d is not one of %d to %d", static_cast<int>(nValue), static_cast<int>(nFirst),
+                        static_cast<int>(nLast));
+        return 0;
+    }
+    rValue = nValue;
+    return 1;
+}
+
+int VELM_CArchive::IsAtEnd()
+{
+    if (!VELM_ASSERT(IsLoading()) || !CheckBuffer() || m_nDataEnd != dataGoesOn)
+        return 1;
+    if (m_lpBufCur == m_lpBufMax) {
+        m_lpBufCur = m_lpBufMax = m_lpBufStart;
+        m_pInside->ReadFile(m_lpBufMax, static_cast<unsigned>(m_nBufSize), 1);
+    }
+    return m_lpBufCur == m_lpBufMax;
 }

@@ -21,7 +21,9 @@
 /// | To move | store by | load by | when the data ends |
 /// |---|---|---|---|
 /// | bytes whose number both sides know | `Write` | `Read` | fewer come |
-/// | a byte, a 32-bit value | `<<` | `>>` | raises 3 |
+/// | a byte, a 32-bit value, another number, a `bool` | `<<` | `>>` | raises 3 |
+/// | a 64-bit value | `WriteUInt64`, `WriteInt64` | `ReadUInt64`, `ReadInt64` | raises 3 |
+/// | an enumeration | `WriteEnum` | `ReadEnum` | raises 3 |
 /// | a number of things that follow | `WriteCount` | `ReadCount` | raises 3 |
 /// | a string with its length | `<<` | `>>` | raises 3 |
 /// | text, line by line | `WriteString`, with the line ends | `ReadString` | NULL, or 0 |
@@ -40,6 +42,9 @@
 #define TAVNOMCL_MFC_CARCCORE_H
 
 #include <stdint.h>
+#include <string.h>
+
+#include <type_traits>
 
 #include "mcl/mfc_base.h"
 #include "mcl/mfc_carcex.h"
@@ -153,6 +158,40 @@ public:
     void WriteCount(unsigned long dwCount);
     /// Loads a count. Raises 3 when the data ends; where that returns, 0.
     unsigned long ReadCount();
+    /// Stores a 64-bit value in 8 bytes. By name: `uint64_t` is `unsigned long` on some machines, which `<<` stores
+    /// in 4.
+    void WriteUInt64(unsigned long long nValue)
+    {
+        Store32(static_cast<uint32_t>(nValue));
+        Store32(static_cast<uint32_t>(nValue >> 32));
+    }
+    /// Stores a 64-bit value in 8 bytes, as two's complement.
+    void WriteInt64(long long nValue) { WriteUInt64(static_cast<unsigned long long>(nValue)); }
+    /// Loads a 64-bit value. Raises 3 when the data ends; where that returns, 0.
+    unsigned long long ReadUInt64()
+    {
+        unsigned long long nValue = 0;
+        if (!Load64(nValue))
+            RaiseDataEnded();
+        return nValue;
+    }
+    /// \copydoc ReadUInt64
+    long long ReadInt64() { return static_cast<long long>(ReadUInt64()); }
+    /// Stores an enumerator in 4 bytes, as two's complement, whatever the width of its type, which is at most 4 bytes.
+    template <class ENUM> void WriteEnum(ENUM nValue)
+    {
+        static_assert(std::is_enum<ENUM>::value && sizeof(ENUM) <= 4, "an enumeration of at most 4 bytes");
+        Store32(static_cast<uint32_t>(nValue));
+    }
+    /// Loads an enumerator from `nFirst` to `nLast`. Raises 3 when the data ends, and 1 for a value outside of these;
+    /// the operand keeps its value then.
+    template <class ENUM> void ReadEnum(ENUM& rValue, ENUM nFirst, ENUM nLast)
+    {
+        static_assert(std::is_enum<ENUM>::value && sizeof(ENUM) <= 4, "an enumeration of at most 4 bytes");
+        uint32_t nValue;
+        if (LoadRange(nValue, static_cast<uint32_t>(nFirst), static_cast<uint32_t>(nLast)))
+            rValue = static_cast<ENUM>(static_cast<typename std::underlying_type<ENUM>::type>(nValue));
+    }
     /// Stores the bytes of the text, of any length, without a length or a terminator.
     void WriteString(const char* lpsz);
     /// Loads one line: up to `nMax` bytes before a line feed, or a carriage return and the byte behind it. The line
@@ -217,6 +256,9 @@ public:
     unsigned GetObjectSchema();
     /// Raises 5 when no index is left.
     void CheckCount();
+    /// Loading: 1 when nothing is left, or a value came up short; else 0. Reads ahead where it must, and delivers
+    /// nothing. Raises nothing; 1 where nothing can be loaded, after the assertion "IsLoading()".
+    int IsAtEnd();
 
     /// \name For readers and writers of further types
     /// \{
@@ -260,6 +302,20 @@ public:
         else
             Write(bytes, 4);
     }
+    /// Loads a 64-bit value. Returns 1; 0 when the data ended.
+    int Load64(unsigned long long& rValue)
+    {
+        uint32_t nLow, nHigh;
+        if (!Load32(nLow) || !Load32(nHigh))
+            return 0;
+        rValue = nLow | static_cast<unsigned long long>(nHigh) << 32;
+        return 1;
+    }
+    /// Loads a 32-bit value from `nFirst` to `nLast`, counted upwards from `nFirst` and past 0xFFFFFFFF to 0. Returns
+    /// 1; 0, where the raise returns, of 3 when the data ends and of 1 for a value outside of these.
+    int LoadRange(unsigned& rValue, unsigned nFirst, unsigned nLast);
+    /// Loads the length that stands before the bytes of a string. Returns 1; 0 when the data ended.
+    int LoadLength(unsigned long& rLength);
     /// Stores a string: its length, then its bytes. A length above 0xFFFFFFFF fails "nLength <= 0xFFFFFFFF".
     void StorePrefixed(const char* lpch, unsigned long nLength);
     /// Loads such a string. Returns 1; 0 and the empty string when the data ended. Memory grows only as data arrives.
@@ -320,6 +376,99 @@ VELM_INLINE VELM_CArchive& operator<<(VELM_CArchive& ar, unsigned long dw)
     return ar;
 }
 
+/// How `<<` and `>>` move the numbers that are not unsigned: `nBytes` of two's complement or IEEE 754, 0 for a type
+/// that they do not move by this. The operators for these are templates of exactly these types: what converts to a
+/// number, as a pointer does to `bool` and an enumeration to `int`, means what it did without them, and a program's own
+/// operators go before.
+template <class TYPE> struct VELM_CValueForm {
+    enum { nBytes = 0 };
+};
+/// \cond
+template <class TYPE, int BYTES> struct VELM_CIntegerForm {
+    enum { nBytes = BYTES };
+    static bool Fits(TYPE) { return true; }
+    static unsigned long long Bits(TYPE value) { return static_cast<unsigned long long>(value); }
+    static TYPE Value(unsigned long long nBits) { return static_cast<TYPE>(nBits); }
+};
+template <class TYPE, class UINT> struct VELM_CFloatForm {
+    static_assert(sizeof(TYPE) == sizeof(UINT), "IEEE 754");
+    enum { nBytes = sizeof(UINT) };
+    static bool Fits(TYPE) { return true; }
+    static unsigned long long Bits(TYPE value)
+    {
+        UINT nBits;
+        memcpy(&nBits, &value, sizeof nBits);
+        return nBits;
+    }
+    static TYPE Value(unsigned long long nAll)
+    {
+        const UINT nBits = static_cast<UINT>(nAll);
+        TYPE value;
+        memcpy(&value, &nBits, sizeof value);
+        return value;
+    }
+};
+template <> struct VELM_CValueForm<bool> : VELM_CIntegerForm<bool, 1> {
+};
+template <> struct VELM_CValueForm<char> : VELM_CIntegerForm<char, 1> {
+};
+template <> struct VELM_CValueForm<signed char> : VELM_CIntegerForm<signed char, 1> {
+};
+template <> struct VELM_CValueForm<short> : VELM_CIntegerForm<short, 2> {
+};
+template <> struct VELM_CValueForm<unsigned short> : VELM_CIntegerForm<unsigned short, 2> {
+};
+template <> struct VELM_CValueForm<int> : VELM_CIntegerForm<int, 4> {
+};
+template <> struct VELM_CValueForm<long> : VELM_CIntegerForm<long, 4> {
+    static bool Fits(long n) { return VELM_ASSERT(n >= INT32_MIN && n <= INT32_MAX); }
+    static long Value(unsigned long long nBits) { return static_cast<int32_t>(nBits); }
+};
+template <> struct VELM_CValueForm<float> : VELM_CFloatForm<float, uint32_t> {
+};
+template <> struct VELM_CValueForm<double> : VELM_CFloatForm<double, uint64_t> {
+};
+
+// Of pointers, so that a class that is only declared may have operators of its own.
+template <class ARCHIVE, bool bMoved>
+struct VELM_CWhereMoved
+    : std::enable_if<bMoved && std::is_convertible<ARCHIVE*, VELM_CArchive*>::value, VELM_CArchive&> {
+};
+template <class TYPE>
+struct VELM_CIsLongLong : std::integral_constant<bool, std::is_same<TYPE, long long>::value ||
+                                                           std::is_same<TYPE, unsigned long long>::value> {
+};
+/// \endcond
+
+/// Stores a `bool`, `char` or `signed char` in 1 byte, a `short` or `unsigned short` in 2, an `int`, `long` or `float`
+/// in 4, a `double` in 8. A `long` that 4 bytes do not hold fails "n >= INT32_MIN && n <= INT32_MAX" and nothing is
+/// stored.
+template <class ARCHIVE, class TYPE>
+typename VELM_CWhereMoved<ARCHIVE, VELM_CValueForm<TYPE>::nBytes != 0>::type operator<<(ARCHIVE& rArchive, TYPE value)
+{
+    typedef VELM_CValueForm<TYPE> Form;
+    VELM_CArchive& ar = rArchive;
+    if (!Form::Fits(value))
+        return ar;
+    const unsigned long long nBits = Form::Bits(value);
+    switch (static_cast<int>(Form::nBytes)) {
+    case 1:
+        return ar << static_cast<unsigned char>(nBits);
+    case 2:
+        return ar << static_cast<unsigned char>(nBits) << static_cast<unsigned char>(nBits >> 8);
+    case 4:
+        ar.Store32(static_cast<uint32_t>(nBits));
+        return ar;
+    default:
+        ar.WriteUInt64(nBits);
+        return ar;
+    }
+}
+
+/// 64-bit values are stored by `VELM_CArchive::WriteInt64` and `WriteUInt64`.
+template <class ARCHIVE, class TYPE>
+typename VELM_CWhereMoved<ARCHIVE, VELM_CIsLongLong<TYPE>::value>::type operator<<(ARCHIVE&, TYPE) = delete;
+
 /// Stores a string: its length in 1, 5 or 9 bytes, then its bytes.
 VELM_INLINE VELM_CArchive& operator<<(VELM_CArchive& ar, const VELM_CString& str)
 {
@@ -356,6 +505,40 @@ VELM_INLINE VELM_CArchive& operator>>(VELM_CArchive& ar, unsigned long& dw)
         ar.RaiseDataEnded();
     return ar;
 }
+
+/// Loads what the operator for these types stores; a `bool` is whether the byte is not 0. Raises 3 when the data ends;
+/// the operand keeps its value then.
+template <class ARCHIVE, class TYPE>
+typename VELM_CWhereMoved<ARCHIVE, VELM_CValueForm<TYPE>::nBytes != 0>::type operator>>(ARCHIVE& rArchive, TYPE& rValue)
+{
+    VELM_CArchive& ar = rArchive;
+    unsigned char nFirst, nSecond = 0;
+    uint32_t nShort = 0;
+    unsigned long long nBits = 0;
+    int bCame = 0;
+    switch (static_cast<int>(VELM_CValueForm<TYPE>::nBytes)) {
+    case 1:
+    case 2:
+        bCame = ar.LoadByte(nFirst) && (VELM_CValueForm<TYPE>::nBytes == 1 || ar.LoadByte(nSecond));
+        nBits = bCame ? nFirst | static_cast<unsigned>(nSecond) << 8 : 0;
+        break;
+    case 4:
+        bCame = ar.Load32(nShort);
+        nBits = nShort;
+        break;
+    default:
+        bCame = ar.Load64(nBits);
+    }
+    if (bCame)
+        rValue = VELM_CValueForm<TYPE>::Value(nBits);
+    else
+        ar.RaiseDataEnded();
+    return ar;
+}
+
+/// 64-bit values are loaded by `VELM_CArchive::ReadInt64` and `ReadUInt64`.
+template <class ARCHIVE, class TYPE>
+typename VELM_CWhereMoved<ARCHIVE, VELM_CIsLongLong<TYPE>::value>::type operator>>(ARCHIVE&, TYPE&) = delete;
 
 /// Loads a string. Raises 3 when the data ends; the string is empty then.
 VELM_INLINE VELM_CArchive& operator>>(VELM_CArchive& ar, VELM_CString& str)

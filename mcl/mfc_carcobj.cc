@@ -10,13 +10,13 @@
 //       VELM_CObject::Serialize                     VELM_CObject::Serialize
 //
 // What can fail comes before what is remembered: an index is taken when its place is there.
-#include <cstdio>
 #include <new>
 
 #include "mcl/mfc_carcload_p.h"
 #include "mcl/mfc_carcref_p.h"
 #include "mcl/mfc_cmap.h"
 #include "mcl/mfc_cobj.h"
+#include "mcl/mfc_cobj_p.h"
 #include "mcl/mfc_coll.h"
 #include "mcl/mfc_memory.h"
 
@@ -49,7 +49,7 @@ void VELM_CArchive::MakeMap()
         if (m_pStoreMap == nullptr)
             m_pInside->pStoreMap = m_pStoreMap = AfxNew(new (std::nothrow) VELM_CMapPtrToPtr(m_nMapGrowth));
         m_pStoreMap->InitHashTable(m_nMapBuckets, 1);
-        std::printf("SetAt NYI\n"); // part of what a storing program has always printed: some compare their output
+        AfxNotice("SetAt NYI\n"); // part of what a storing program has always printed: some compare their output
     } else {
         if (m_pLoadArray == nullptr)
             m_pLoadArray = AfxNew(new (std::nothrow) VELM_CPtrArray);

@@ -18,8 +18,11 @@
 #ifndef TAVNOMCL_MFC_CMAP_H
 #define TAVNOMCL_MFC_CMAP_H
 
+#include <stddef.h>
 #include <stdint.h>
 #include <string.h>
+
+#include <iterator>
 
 #include "mcl/mfc_base.h"
 #include "mcl/mfc_carcex.h"
@@ -58,6 +61,45 @@ private:
     alignas(ASSOC) unsigned char m_room[sizeof(ASSOC)];
 };
 
+/// An entry of a map, as its iterators deliver it: `for (auto [key, value] : map)`.
+template <class KEY, class VALUE> struct VELM_CMapEntry {
+    const KEY& key; ///< The key.
+    VALUE& value;   ///< The value.
+};
+
+/// What steps along the entries of a map, in the order of `GetNextAssoc`, until an entry is added or removed. TABLE is
+/// the map's structure, VALUE the type of its values, const for a const map.
+template <class TABLE, class VALUE> class VELM_CMapIterator {
+public:
+    /// \cond
+    typedef typename TABLE::VELM_CAssoc Assoc;
+    typedef VELM_CMapEntry<decltype(Assoc::key), VALUE> value_type;
+    typedef std::input_iterator_tag iterator_category;
+    typedef ptrdiff_t difference_type;
+    typedef const value_type* pointer;
+    typedef value_type reference;
+    VELM_CMapIterator(const TABLE* pTable, Assoc* pAssoc) : m_pTable(pTable), m_pAssoc(pAssoc) {}
+    value_type operator*() const { return value_type{m_pAssoc->key, m_pAssoc->value}; }
+    VELM_CMapIterator& operator++()
+    {
+        m_pAssoc = reinterpret_cast<Assoc*>(m_pTable->PositionBehind(m_pAssoc));
+        return *this;
+    }
+    VELM_CMapIterator operator++(int)
+    {
+        VELM_CMapIterator before = *this;
+        ++*this;
+        return before;
+    }
+    bool operator==(const VELM_CMapIterator& other) const { return m_pAssoc == other.m_pAssoc; }
+    bool operator!=(const VELM_CMapIterator& other) const { return m_pAssoc != other.m_pAssoc; }
+
+private:
+    const TABLE* m_pTable;
+    Assoc* m_pAssoc;
+    /// \endcond
+};
+
 /// The structure that the maps share. ASSOC is the node, ARG_KEY the type in which keys are passed in.
 ///
 /// An operation whose check fails changes nothing and delivers NULL or 0. Exhausted memory, and whatever else raises
@@ -85,6 +127,16 @@ public:
     int GetCount() const { return m_nCount; }
     /// 1 when there is no entry, else 0.
     int IsEmpty() const { return m_nCount == 0; }
+    typedef VELM_CMapIterator<VELM_CMapTable, decltype(ASSOC::value)> iterator;             ///< Of the entries.
+    typedef VELM_CMapIterator<VELM_CMapTable, const decltype(ASSOC::value)> const_iterator; ///< Of a const map.
+    /// The first entry.
+    iterator begin() { return iterator(this, m_nCount == 0 ? NULL : FirstFrom(0)); }
+    /// Behind the last entry.
+    iterator end() { return iterator(this, NULL); }
+    /// \copydoc begin()
+    const_iterator begin() const { return const_iterator(this, m_nCount == 0 ? NULL : FirstFrom(0)); }
+    /// \copydoc end()
+    const_iterator end() const { return const_iterator(this, NULL); }
     /// The position before the first entry; NULL when there is none.
     __POSITION* GetStartPosition() const { return m_nCount == 0 ? NULL : BeforeFirst(); }
 
@@ -117,6 +169,7 @@ protected:
 private:
     friend class VELM_CMapIndex;
     friend class VELM_CMapPtrToPtr;
+    template <class TABLE, class VALUE> friend class VELM_CMapIterator;
 
     // Behind the chains, which are the truth: what finds entries of a large map without walking them. Kept by the
     // maps that the library exports; see mfc_cmapindex_p.h.

@@ -1,11 +1,26 @@
 #include "mcl/mfc_cobj.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 
 #include "mcl/mfc_carccore.h"
+#include "mcl/mfc_cobj_p.h"
 #include "mcl/mfc_memory.h"
 #include "mcl/mfc_template.h"
+
+static std::atomic<bool> g_bNotices(true);
+
+void AfxSetNotices(int bPrint)
+{
+    g_bNotices = bPrint != 0;
+}
+
+void AfxNotice(const char* lpsz)
+{
+    if (g_bNotices)
+        std::fputs(lpsz, stdout);
+}
 
 VELM_CObject::VELM_CObject() : m_pOwned(nullptr)
 {
@@ -32,7 +47,7 @@ VELM_CRuntimeClass* VELM_CObject::GetRuntimeClass() const
 
 void VELM_CObject::Serialize(VELM_CArchive&)
 {
-    std::printf("CObject Serialize NYI\n"); // as it has always been: some programs compare their output
+    AfxNotice("CObject Serialize NYI\n"); // as it has always been: some programs compare their output
 }
 
 void VELM_CObject::AssertValid() const

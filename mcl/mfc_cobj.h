@@ -1,13 +1,22 @@
 /// \file
-/// The root of the serialisable classes, and the object array.
+/// The root of the serialisable classes, the object array, and the library's notices.
 #ifndef TAVNOMCL_MFC_COBJ_H
 #define TAVNOMCL_MFC_COBJ_H
+
+#include <stddef.h>
+
+#include <iterator>
 
 #include "host/GenericList.h"
 #include "mcl/mfc_base.h"
 
 class VELM_CArchive;
 struct VELM_CRuntimeClass;
+
+/// Whether the library prints the notices "SetAt NYI\n" and "CObject Serialize NYI\n" on standard output, for the whole
+/// process: 0 for a program whose output is data. It does unless told otherwise.
+/// \ingroup archives
+VELM_API void AfxSetNotices(int bPrint);
 
 /// The root of every class whose objects can go through an archive.
 ///
@@ -49,6 +58,41 @@ public:
     ~VELM_CObArray() override;
     VELM_CObArray(const VELM_CObArray&) = delete;
     VELM_CObArray& operator=(const VELM_CObArray&) = delete;
+
+    /// What steps along the elements, in their order, by index.
+    class const_iterator {
+    public:
+        /// \cond
+        typedef std::input_iterator_tag iterator_category;
+        typedef VELM_CObject* value_type;
+        typedef ptrdiff_t difference_type;
+        typedef VELM_CObject* const* pointer;
+        typedef VELM_CObject* reference;
+        const_iterator(const VELM_CObArray* pArray, int nIndex) : m_pArray(pArray), m_nIndex(nIndex) {}
+        VELM_CObject* operator*() const { return (*m_pArray)[m_nIndex]; }
+        const_iterator& operator++()
+        {
+            ++m_nIndex;
+            return *this;
+        }
+        const_iterator operator++(int)
+        {
+            const_iterator before = *this;
+            ++m_nIndex;
+            return before;
+        }
+        bool operator==(const const_iterator& other) const { return m_nIndex == other.m_nIndex; }
+        bool operator!=(const const_iterator& other) const { return m_nIndex != other.m_nIndex; }
+
+    private:
+        const VELM_CObArray* m_pArray;
+        int m_nIndex;
+        /// \endcond
+    };
+    /// The first element.
+    const_iterator begin() const { return const_iterator(this, 0); }
+    /// Behind the last element.
+    const_iterator end() const { return const_iterator(this, GetSize()); }
 
     /// Number of elements.
     int GetSize() const;

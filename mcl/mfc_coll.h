@@ -25,6 +25,15 @@ public:
     VELM_CPtrArray(const VELM_CPtrArray&) = delete;
     VELM_CPtrArray& operator=(const VELM_CPtrArray&) = delete;
 
+    /// The first slot: as an iterator, until the array grows or gives back slots.
+    void** begin() { return m_data; }
+    /// Behind the last element.
+    void** end() { return m_data + m_size; }
+    /// \copydoc begin()
+    void* const* begin() const { return m_data; }
+    /// \copydoc end()
+    void* const* end() const { return m_data + m_size; }
+
     /// Number of elements.
     VELM_INLINE int GetSize() const { return m_size; }
     /// The pointer at `nIndex`. Asserts "nIndex >= 0 && nIndex < m_size"; after a failure NULL.
@@ -78,6 +87,11 @@ public:
     ~VELM_CStringArray();
     /// An array that holds copies of the strings of `src`.
     VELM_CStringArray(const VELM_CStringArray& src);
+
+    /// The first element: as an iterator, until the array grows. `ElementAt` delivers elements to be changed.
+    const VELM_CString* begin() const { return m_data; }
+    /// Behind the last element.
+    const VELM_CString* end() const { return m_data + m_size; }
 
     /// Number of elements.
     int GetSize() const;

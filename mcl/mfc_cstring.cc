@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "mcl/mfc_cstring_p.h"
 #include "mcl/mfc_memory.h"
@@ -71,6 +72,23 @@ VELM_CString::VELM_CString(const unsigned char* p) : VELM_CString(reinterpret_ca
 VELM_CString::VELM_CString(const VELM_CString& src)
 {
     Init(src.m_data, TextLength(src.m_data));
+}
+
+VELM_CString::VELM_CString(VELM_CString&& src)
+{
+    Init(nullptr, 0);
+    *this = static_cast<VELM_CString&&>(src);
+}
+
+VELM_CString& VELM_CString::operator=(VELM_CString&& src) noexcept
+{
+    if (this == &src)
+        return *this;
+    std::swap(m_data, src.m_data);
+    std::swap(m_len, src.m_len);
+    AfxTruncate(*this, static_cast<int>(std::strlen(m_data))); // what a copy has
+    AfxTruncate(src, 0);
+    return *this;
 }
 
 VELM_CString::~VELM_CString()

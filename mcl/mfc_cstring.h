@@ -3,7 +3,16 @@
 #ifndef TAVNOMCL_MFC_CSTRING_H
 #define TAVNOMCL_MFC_CSTRING_H
 
+#include <limits.h>
+#include <stddef.h>
+
+#include <string>
+#if __cplusplus >= 201703L
+#include <string_view>
+#endif
+
 #include "mcl/mfc_base.h"
+#include "mcl/mfc_memory.h"
 
 /// \addtogroup values
 /// \{
@@ -33,6 +42,31 @@ public:
     VELM_CString(const unsigned char* p);
     /// A copy of the text up to the first NUL.
     VELM_CString(const VELM_CString& src);
+    /// The text of `src` up to its first NUL, without a copy; `src` is empty then. Exhausted memory leaves it as it
+    /// was.
+    VELM_CString(VELM_CString&& src);
+    /// The whole text, NUL bytes included. A template, so that nothing converts to its argument.
+    template <class TRAITS, class ALLOC> explicit VELM_CString(const std::basic_string<char, TRAITS, ALLOC>& src)
+    {
+        Init(src.data(), CheckLength(src.size()));
+    }
+#if __cplusplus >= 201703L
+    /// \copydoc VELM_CString(const std::basic_string<char, TRAITS, ALLOC>&)
+    template <class TRAITS> explicit VELM_CString(const std::basic_string_view<char, TRAITS>& src)
+    {
+        Init(src.data(), CheckLength(src.size()));
+    }
+    /// The whole text, until the string changes.
+    explicit operator std::string_view() const
+    {
+        return std::string_view(m_data, static_cast<size_t>(m_len));
+    }
+#endif
+    /// The whole text, NUL bytes included.
+    explicit operator std::string() const
+    {
+        return std::string(m_data, static_cast<size_t>(m_len));
+    }
     ~VELM_CString();
 
     /// What the constructor with a length does, on an object without a buffer; an old buffer is not released.
@@ -61,6 +95,8 @@ public:
     void Set(const char* p, int n);
     /// Replaces the text by that of `src` up to its first NUL.
     const VELM_CString& operator=(const VELM_CString& src);
+    /// Takes the text of `src` up to its first NUL, without a copy; `src` is empty then, unless it is this string.
+    VELM_CString& operator=(VELM_CString&& src) noexcept;
     /// Replaces the text; NULL gives the empty string.
     const VELM_CString& operator=(const char* p);
     /// \copydoc operator=(const char*)
@@ -77,6 +113,14 @@ public:
     const VELM_CString& Concat(const char* p);
     /// Appends `n` bytes, NUL bytes included; NULL or a length below 1 change nothing.
     const VELM_CString& Concat(const char* p, int n);
+
+private:
+    static int CheckLength(size_t n)
+    {
+        if (n >= INT_MAX)
+            AfxMemoryExhausted();
+        return static_cast<int>(n);
+    }
 };
 
 /// 1 when the texts are equal, as by `strcmp`, else 0.
@@ -92,6 +136,28 @@ VELM_API int operator<=(const VELM_CString& a, const VELM_CString& b);
 /// 1 when `a` does not sort before `b`, as by `strcmp`, else 0.
 VELM_API int operator>=(const VELM_CString& a, const VELM_CString& b);
 
+/// Prints the whole text, as that of a `std::string`. A program's own operator goes before.
+template <class TRAITS>
+std::basic_ostream<char, TRAITS>& operator<<(std::basic_ostream<char, TRAITS>& stream, const VELM_CString& str)
+{
+    return stream << std::basic_string<char, TRAITS>(str.m_data, static_cast<size_t>(str.m_len));
+}
+
 /// \}
+
+namespace std {
+/// The hash value of the text up to its first NUL, as `operator==` compares it.
+/// \ingroup values
+template <> struct hash<VELM_CString> {
+    /// \copydoc hash<VELM_CString>
+    size_t operator()(const VELM_CString& str) const noexcept
+    {
+        size_t nHash = 2166136261u;
+        for (const char* p = str.m_data; *p != '\0'; ++p)
+            nHash = (nHash ^ static_cast<unsigned char>(*p)) * 16777619u;
+        return nHash;
+    }
+};
+} // namespace std
 
 #endif

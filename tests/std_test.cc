@@ -1,0 +1,306 @@
+// What new programs expect: every value, the standard library's containers and habits; and that the old idioms mean
+// what they meant.
+#include "mcl/mfc_std.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <sstream>
+
+#include "tests/support/graph.h"
+#include "tests/support/watch.h"
+
+template <> struct VELM_CClassOf<Node> {
+    static const VELM_CRuntimeClass* Record() { return &Node::record; }
+};
+
+enum Colour { Red = -1, Green, Blue };
+enum class Small : unsigned char { Low = 1, High = 200 };
+enum Word : unsigned { AWord = 7 };
+
+struct ToUnsigned {
+    operator unsigned() const { return 5; }
+};
+
+// Which function a program's own operators are, beside the library's.
+struct Own {};
+static std::string g_called;
+static VELM_CArchive& operator<<(VELM_CArchive& ar, Own)
+{
+    g_called += "own ";
+    return ar;
+}
+
+template <class TYPE, class = void> struct Stores : std::false_type {
+};
+template <class TYPE>
+struct Stores<TYPE, decltype(void(std::declval<VELM_CArchive&>() << std::declval<TYPE>()))> : std::true_type {
+};
+template <class TYPE, class = void> struct Loads : std::false_type {
+};
+template <class TYPE>
+struct Loads<TYPE, decltype(void(std::declval<VELM_CArchive&>() >> std::declval<TYPE&>()))> : std::true_type {
+};
+
+static_assert(!Stores<long long>::value && !Stores<unsigned long long>::value && !Stores<long double>::value, "");
+static_assert(!Loads<long long>::value && !Loads<unsigned long long>::value && !Loads<const char*>::value, "");
+static_assert(!Stores<void*>::value && !Stores<int*>::value && !Stores<Node*>::value && !Stores<Colour>::value, "");
+static_assert(!Stores<Small>::value && !Stores<std::nullptr_t>::value && !Stores<void (*)()>::value, "");
+class Declared;
+Declared& operator<<(Declared& log, int);
+static_assert(std::is_same<decltype(std::declval<Declared&>() << 1), Declared&>::value, "");
+static_assert(!std::is_convertible<VELM_CString, std::string>::value, "");
+static_assert(!std::is_convertible<std::string, VELM_CString>::value, "");
+
+TEST(Std, StoresEachTypeInItsWidthAndOldIdiomsAsEver)
+{
+    const struct {
+        const char* name;
+        std::function<void(VELM_CArchive&)> body;
+        const char* bytes;
+    } rows[] = {
+        {"unsigned char", [](VELM_CArchive& ar) { ar << static_cast<unsigned char>(200); }, "C8"},
+        {"unsigned", [](VELM_CArchive& ar) { ar << 1u << 2ul; }, "01000000 02000000"},
+        {"text", [](VELM_CArchive& ar) { ar << "ab" << VELM_CString("c"); }, "026162 0163"},
+        {"char*", [](VELM_CArchive& ar) { ar << VELM_CString("ab").m_data; }, "026162"},
+        {"converted", [](VELM_CArchive& ar) { ar << ToUnsigned() << AWord; }, "05000000 07000000"},
+        {"own", [](VELM_CArchive& ar) { ar << Own() << 'x'; }, "78"},
+        {"bool", [](VELM_CArchive& ar) { ar << true << false; }, "01 00"},
+        {"char", [](VELM_CArchive& ar) { ar << 'a' << static_cast<signed char>(-2); }, "61 FE"},
+        {"short", [](VELM_CArchive& ar) { ar << short(-2) << static_cast<unsigned short>(0x1234); }, "FEFF 3412"},
+        {"int", [](VELM_CArchive& ar) { ar << -2 << 0 << -3l; }, "FEFFFFFF 00000000 FDFFFFFF"},
+        {"float", [](VELM_CArchive& ar) { ar << 1.0f << -2.0; }, "0000803F 00000000000000C0"},
+        {"64 bits", [](VELM_CArchive& ar) { ar.WriteUInt64(0x0102030405060708); }, "0807060504030201"},
+        {"-64 bits", [](VELM_CArchive& ar) { ar.WriteInt64(-2); }, "FEFFFFFFFFFFFFFF"},
+        {"enum", [](VELM_CArchive& ar) { ar.WriteEnum(Red), ar.WriteEnum(Small::High); }, "FFFFFFFF C8000000"},
+        {"string", [](VELM_CArchive& ar) { ar << std::string("a\0b", 3); }, "03610062"},
+        {"vector",
+         [](VELM_CArchive& ar) {
+             ar << std::vector<short>{1, 2};
+         },
+         "02000000 0100 0200"},
+        {"bits",
+         [](VELM_CArchive& ar) {
+             ar << std::vector<bool>{true, false};
+         },
+         "02000000 01 00"},
+        {"array",
+         [](VELM_CArchive& ar) {
+             ar << std::array<char, 2>{{'a', 'b'}};
+         },
+         "61 62"},
+        {"map",
+         [](VELM_CArchive& ar) {
+             ar << std::map<int, char>{{2, 'b'}, {1, 'a'}};
+         },
+         "02000000 01000000 61 02000000 62"},
+        {"set",
+         [](VELM_CArchive& ar) {
+             ar << std::set<char>{'b', 'a'};
+         },
+         "02000000 61 62"},
+        {"optional", [](VELM_CArchive& ar) { ar << std::optional<char>('a') << std::optional<int>(); }, "01 61 00"},
+        {"pointers", [](VELM_CArchive& ar) { ar << std::vector<Node*>{nullptr}; }, "01000000 00000000"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(Stored(row.body), Bytes(row.bytes)) << row.name;
+    EXPECT_EQ(g_called, "own ");
+    if (sizeof(long) > 4) {
+        const long nTooLarge = std::numeric_limits<long>::max();
+        EXPECT_EQ(Outcome([&] { EXPECT_EQ(Stored([&](VELM_CArchive& ar) { ar << nTooLarge; }), ""); }),
+                  "n >= INT32_MIN && n <= INT32_MAX");
+    }
+}
+
+struct Everything {
+    bool b = true;
+    char c = 'c';
+    signed char sc = -7;
+    short s = -300;
+    unsigned short us = 60000;
+    int i = -70000;
+    long l = -5;
+    float f = -1.5f;
+    double d = 0.1;
+    std::string text = "text";
+    std::vector<std::vector<std::string>> nested{{"a", std::string(300, 'x')}, {}};
+    std::array<int, 2> pair{{1, 2}};
+    std::map<std::string, std::vector<short>> map{{"k", {1, 2}}, {"l", {}}};
+    std::unordered_map<int, std::pair<char, double>> unordered{{1, {'x', 2.5}}};
+    std::set<std::string> set{"p", "q"};
+    std::optional<std::string> some{"some"}, none;
+    Colour colour = Blue;
+    long long big = -1234567890123;
+
+    auto Tie() const
+    {
+        return std::tie(b, c, sc, s, us, i, l, f, d, text, nested, pair, map, unordered, set, some, none, colour, big);
+    }
+    void Serialize(VELM_CArchive& ar)
+    {
+        if (ar.IsStoring()) {
+            ar << b << c << sc << s << us << i << l << f << d;
+            ar << text << nested << pair << map << unordered << set << some << none;
+            ar.WriteEnum(colour);
+            ar.WriteInt64(big);
+        } else {
+            ar >> b >> c >> sc >> s >> us >> i >> l >> f >> d;
+            ar >> text >> nested >> pair >> map >> unordered >> set >> some >> none;
+            ar.ReadEnum(colour, Red, Blue);
+            big = ar.ReadInt64();
+        }
+    }
+};
+
+TEST(Std, EverythingComesBackAndWhatIsCutRaises)
+{
+    Everything all;
+    const std::string bytes = Stored([&](VELM_CArchive& ar) { all.Serialize(ar); });
+    for (size_t n = 0; n <= bytes.size(); ++n) {
+        for (const bool bReturns : {false, true}) {
+            MemoryFile file(bytes.substr(0, n));
+            VELM_CArchive ar(&file, VELM_CArchive::load, 128);
+            Everything loaded;
+            loaded.none = "overwritten";
+            const std::string outcome = Outcome([&] { loaded.Serialize(ar); }, bReturns);
+            if (n < bytes.size()) {
+                EXPECT_EQ(outcome.substr(0, 7), "raise 3") << n;
+            } else {
+                EXPECT_EQ(outcome, "");
+                EXPECT_TRUE(loaded.Tie() == all.Tie());
+            }
+            EXPECT_EQ(ar.IsAtEnd(), 1) << n;
+        }
+    }
+}
+
+// Loads a TYPE from the bytes: the outcome, and into what it holds.
+template <class TYPE> static std::string LoadedAs(const char* hex, TYPE& rValue)
+{
+    MemoryFile file(Bytes(hex));
+    VELM_CArchive ar(&file, VELM_CArchive::load, 128);
+    return Outcome([&] { ar >> rValue; });
+}
+
+TEST(Std, WhatIsCutHoldsWhatWasWholeAndCountsThatLieCostNothing)
+{
+    std::vector<std::string> texts{"old"};
+    EXPECT_EQ(LoadedAs("03000000 0161 0262", texts), "raise 3");
+    EXPECT_EQ(texts, std::vector<std::string>{"a"});
+    std::vector<double> numbers;
+    EXPECT_EQ(LoadedAs("FFFF0000 FFFFFFFF 0000000000000000", numbers), "raise 3");
+    EXPECT_LE(numbers.capacity(), 1u);
+    std::string text = "old";
+    EXPECT_EQ(LoadedAs("FF FFFF0000 FFFFFFFF 61", text), "raise 3");
+    EXPECT_EQ(text, "");
+    EXPECT_LE(text.capacity(), 5000u);
+    std::map<char, char> map;
+    EXPECT_EQ(LoadedAs("02000000 6131 6132", map), "");
+    EXPECT_EQ(map, (std::map<char, char>{{'a', '1'}}));
+    bool b = false;
+    EXPECT_EQ(LoadedAs("80", b), "");
+    EXPECT_EQ(static_cast<int>(b), 1);
+    Colour colour = Green;
+    MemoryFile file(Bytes("02000000"));
+    VELM_CArchive ar(&file, VELM_CArchive::load);
+    EXPECT_EQ(Outcome([&] { ar.ReadEnum(colour, Red, Blue); }), "raise 1");
+    EXPECT_EQ(colour, Green);
+    EXPECT_STREQ(ar.GetErrorText(), "offset 0: the value 2 is not one of -1 to 1");
+}
+
+TEST(Std, ObjectsGoAsReferencesAndAreOfTheirClass)
+{
+    Node a(1), b(2);
+    Other other;
+    const std::string bytes = Stored([&](VELM_CArchive& ar) { ar << std::vector<Node*>{&a, &b, &a, nullptr}; });
+    const std::string wrong = Stored([&](VELM_CArchive& ar) { ar << std::vector<VELM_CObject*>{&a, &other}; });
+    for (const std::string& data : {bytes, wrong}) {
+        MemoryFile file(data);
+        VELM_CArchive ar(&file, VELM_CArchive::load);
+        ar.SetClassTable(&GraphClasses());
+        std::vector<Node*> nodes;
+        EXPECT_EQ(Outcome([&] { ar >> nodes; }), data == bytes ? "" : "raise 1");
+        EXPECT_EQ(nodes.size(), data == bytes ? 4u : 1u);
+        EXPECT_EQ(nodes.front()->value, 1u);
+        EXPECT_TRUE(data != bytes || nodes[2] == nodes[0]);
+        ar.DeleteLoadedObjects();
+    }
+}
+
+TEST(Std, ContainersOfTheLibraryAreRanges)
+{
+    VELM_CPtrArray pointers;
+    int numbers[] = {1, 2, 3};
+    for (const int i : {2, 0, 1})
+        pointers.SetAtGrow(pointers.GetSize(), numbers + i);
+    std::sort(pointers.begin(), pointers.end());
+    EXPECT_EQ(std::vector<void*>(pointers.begin(), pointers.end()),
+              (std::vector<void*>{numbers, numbers + 1, numbers + 2}));
+    VELM_CStringArray texts;
+    EXPECT_EQ(std::find(texts.begin(), texts.end(), VELM_CString("b")), texts.end());
+    texts.Add("a");
+    texts.Add("b");
+    EXPECT_EQ(std::find(texts.begin(), texts.end(), VELM_CString("b")) - texts.begin(), 1);
+    Node a, b;
+    VELM_CObArray objects;
+    objects.InsertAt(0, &a);
+    objects.InsertAt(1, &b);
+    EXPECT_EQ(std::vector<VELM_CObject*>(objects.begin(), objects.end()), (std::vector<VELM_CObject*>{&a, &b}));
+
+    VELM_CMap<fxStr, const char*, int, int> map;
+    std::map<std::string, int> seen;
+    EXPECT_TRUE(map.begin() == map.end());
+    map["x"] = 1;
+    map["y"] = 2;
+    for (auto [key, value] : map)
+        value *= 10;
+    const auto& constMap = map;
+    for (const auto [key, value] : constMap)
+        seen[static_cast<const char*>(key)] = value;
+    EXPECT_EQ(seen, (std::map<std::string, int>{{"x", 10}, {"y", 20}}));
+    VELM_CMapPtrToPtr byPointer;
+    byPointer[numbers] = &a;
+    EXPECT_EQ((*std::find_if(byPointer.begin(), byPointer.end(), [&](auto e) { return e.value == &a; })).key, numbers);
+}
+
+TEST(Std, StringsConvertMoveHashAndPrint)
+{
+    const std::string nul("a\0b", 3);
+    const VELM_CString whole(nul), view{std::string_view(nul)};
+    EXPECT_EQ(std::string(whole), nul);
+    EXPECT_EQ(std::string_view(view), nul);
+    std::ostringstream printed;
+    printed << whole << '|' << "text";
+    EXPECT_EQ(printed.str(), nul + "|text");
+    EXPECT_EQ(std::hash<VELM_CString>()(whole), std::hash<VELM_CString>()("a"));
+    EXPECT_NE(std::hash<VELM_CString>()("ab"), std::hash<VELM_CString>()("ba"));
+
+    VELM_CString source("long enough"), old("old");
+    const char* const pBuffer = source.m_data;
+    VELM_CString moved(std::move(source));
+    EXPECT_TRUE(moved.m_len == 11 && source.m_len == 0 && source.m_data[0] == '\0');
+    old = std::move(moved);
+    EXPECT_STREQ(old.m_data, "long enough");
+    EXPECT_EQ(old.m_data, pBuffer);
+    EXPECT_TRUE(moved.m_len == 0 && moved.m_data[0] == '\0');
+    VELM_CString& self = old;
+    old = std::move(self);
+    EXPECT_STREQ(old.m_data, "long enough");
+    old = VELM_CString("a\0b", 3); // as a copy
+    EXPECT_EQ(old.m_len, 1);
+}
+
+TEST(Std, NoticesCanBeSwitchedOff)
+{
+    Node a;
+    const auto Print = [&] {
+        Stored([&](VELM_CArchive& ar) { ar.WriteObject(&a); });
+        Stored([&](VELM_CArchive& ar) { VELM_CObject().Serialize(ar); });
+    };
+    AfxSetNotices(0);
+    EXPECT_EQ(Printed(Print), "");
+    AfxSetNotices(1);
+    EXPECT_EQ(Printed(Print), "SetAt NYI\nCObject Serialize NYI\n");
+}
