@@ -8,11 +8,28 @@
 #include <cstdlib>
 #include <fstream>
 
+#include "mcl/mfc_std.h"
 #include "tests/support/graph.h"
+
+template <> struct VELM_CClassOf<Node> {
+    static const VELM_CRuntimeClass* Record() { return &Node::record; }
+};
 
 namespace {
 
-enum Reader { objects, classes, values, lines, textMap, addressMap, objectArray, strings, readerCount };
+enum Reader {
+    objects,
+    classes,
+    values,
+    lines,
+    textMap,
+    addressMap,
+    objectArray,
+    strings,
+    newValues,
+    containers,
+    readerCount
+};
 
 class BytesFile : public VELM_CFile {
 public:
@@ -83,6 +100,30 @@ template <class Map> void ReadMap(VELM_CArchive& ar)
     Require(nEntries == map.GetCount());
 }
 
+enum Colour { Red = -1, Green, Blue };
+
+struct Containers {
+    std::vector<std::vector<std::string>> nested;
+    std::map<std::string, std::array<short, 2>> map;
+    std::unordered_map<int, std::pair<bool, double>> unordered;
+    std::set<std::string> set;
+    std::optional<std::vector<bool>> optional;
+    std::vector<Node*> nodes;
+};
+
+// Whatever was cut, the values can be stored again.
+void ReadContainers(VELM_CArchive& ar)
+{
+    ar.SetClassTable(&GraphClasses());
+    Containers c;
+    pfm_protect([&] { ar >> c.nested >> c.map >> c.unordered >> c.set >> c.optional >> c.nodes; });
+    BytesFile again;
+    VELM_CArchive storing(&again, VELM_CArchive::store);
+    storing << c.nested << c.map << c.unordered << c.set << c.optional << c.nodes;
+    storing.Close();
+    ar.DeleteLoadedObjects();
+}
+
 void ReadOther(Reader reader, VELM_CArchive& ar)
 {
     unsigned nSchema;
@@ -122,6 +163,26 @@ void ReadOther(Reader reader, VELM_CArchive& ar)
         pfm_protect([&] { array.Serialize(ar); });
         for (int i = 0; i < array.GetSize(); ++i)
             delete array[i];
+        break;
+    case newValues:
+        pfm_protect([&] {
+            bool b;
+            char c;
+            short s;
+            long l;
+            float f;
+            double d;
+            Colour colour;
+            while (!ar.IsAtEnd()) {
+                ar >> b >> c >> s >> l >> f >> d;
+                ar.ReadEnum(colour, Red, Blue);
+                Require(colour >= Red && colour <= Blue);
+                ar.ReadInt64();
+            }
+        });
+        break;
+    case containers:
+        ReadContainers(ar);
         break;
     default:
         pfm_protect([&] { SerializeElements(ar, texts, 3); });
@@ -167,6 +228,18 @@ void WriteSeeds(const std::string& directory)
             break;
         case strings:
             SerializeElements(ar, texts, 3);
+            break;
+        case newValues:
+            ar << true << 'c' << static_cast<short>(-1) << -2l << 1.5f << 2.5;
+            ar.WriteEnum(Blue);
+            ar.WriteInt64(-3);
+            break;
+        case containers:
+            ar << std::vector<std::vector<std::string>>{{"a", "b"}, {}};
+            ar << std::map<std::string, std::array<short, 2>>{{"k", {{1, 2}}}};
+            ar << std::unordered_map<int, std::pair<bool, double>>{{1, {true, 2.5}}};
+            ar << std::set<std::string>{"p"} << std::optional<std::vector<bool>>({true, false});
+            ar << std::vector<Node*>{&a, nullptr, &b};
             break;
         default:
             map.Serialize(ar);
