@@ -149,7 +149,7 @@ namespace std {
 /// The hash value of the text up to its first NUL, as `operator==` compares it.
 /// \ingroup values
 template <> struct hash<VELM_CString> {
-    /// \copydoc hash<VELM_CString>
+    /// The hash value.
     size_t operator()(const VELM_CString& str) const noexcept
     {
         size_t nHash = 2166136261u;

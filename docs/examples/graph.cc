@@ -27,6 +27,7 @@ VELM_CRuntimeClass Person::classRecord = {"Person", 0, 1}; // name, a field of y
 
 int main()
 {
+    AfxSetNotices(0); // what the program prints is its own
     Person ada("Ada"), ben("Ben");
     ada.friendOf = &ben;
     ben.friendOf = &ada; // a cycle

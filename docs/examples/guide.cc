@@ -1,7 +1,6 @@
 // A list of things to do, in a file that survives: the program of the guide.
 #include <stdio.h>
 
-#include <mcl/mfc_csavefile.h>
 #include <mcl/mfc_std.h>
 #include <mcl/tavnomcl.h>
 
