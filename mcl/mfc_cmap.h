@@ -446,12 +446,14 @@ struct VELM_API VELM_CPtrAssoc {
     void Destruct(int&) {}
 };
 
+/// \cond
 // The index of the pointer-keyed map.
 template <> VELM_CPtrAssoc** VELM_CMapTable<VELM_CPtrAssoc, void*>::FindLink(unsigned nBucket, void* key) const;
 template <> void VELM_CMapTable<VELM_CPtrAssoc, void*>::LinkFirst(VELM_CPtrAssoc* pAssoc);
 template <> void VELM_CMapTable<VELM_CPtrAssoc, void*>::Unlink(VELM_CPtrAssoc** ppLink);
 template <> void VELM_CMapTable<VELM_CPtrAssoc, void*>::DropIndex(bool bTouched) const;
 extern template class VELM_CMapTable<VELM_CPtrAssoc, void*>;
+/// \endcond
 
 /// A map from pointers to pointers, with a second, unsigned value beside each. It owns neither keys nor values.
 ///
@@ -606,6 +608,7 @@ void VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::Serialize(VELM_CArchive& ar)
     ar.RaiseDataEnded(); // of a value whose helper does not raise
 }
 
+/// \cond
 // The two maps from strings to ints that the library exports, with their indexes.
 #define VELM_TEXT_TABLE(ARG_KEY) VELM_CMapTable<VELM_CMapAssoc<fxStr, ARG_KEY, int>, ARG_KEY>
 template <> VELM_CMapAssoc<fxStr, char*, int>** VELM_TEXT_TABLE(char*)::FindLink(unsigned nBucket, char* key) const;
@@ -622,6 +625,8 @@ extern template class VELM_TEXT_TABLE(char*);
 extern template class VELM_TEXT_TABLE(const char*);
 extern template class VELM_CMap<fxStr, char*, int, int>;
 extern template class VELM_CMap<fxStr, const char*, int, int>;
+#undef VELM_TEXT_TABLE
+/// \endcond
 
 /// \}
 
