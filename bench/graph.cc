@@ -12,6 +12,7 @@
 #include <cereal/types/memory.hpp>
 #include <cereal/types/string.hpp>
 #include <cereal/types/vector.hpp>
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -32,6 +33,7 @@ namespace {
 const unsigned nManyClasses = 1000;
 unsigned nClasses = 1; // that take turns
 size_t nStride = 0;    // distance between the objects; 0: as the allocator places them
+bool bChain = false;   // each object refers to the one before it, and the last one comes first: as deep as it is long
 
 // What object number i holds.
 struct Facts {
@@ -41,7 +43,7 @@ struct Facts {
     uint32_t nEarlier; // number of the earlier object; object 0 has none
 
     explicit Facts(uint32_t i)
-        : a(bench::Scatter(i)), b(~i), nNameLength(6 + a % 7), nEarlier(i ? bench::Scatter(a) % i : 0)
+        : a(bench::Scatter(i)), b(~i), nNameLength(6 + a % 7), nEarlier(i == 0 ? 0 : bChain ? i - 1 : bench::Scatter(a) % i)
     {
         for (unsigned k = 0; k < sizeof name; ++k)
             name[k] = static_cast<char>('a' + ((i >> 2 * k) + a + k) % 26);
@@ -459,6 +461,8 @@ template <class PEER> std::vector<typename PEER::Pointer> Make(long n)
         const Facts facts(i);
         nodes.push_back(PEER::New(i, facts, i ? nodes[facts.nEarlier] : nullptr));
     }
+    if (bChain)
+        std::reverse(nodes.begin(), nodes.end());
     return nodes;
 }
 
@@ -469,10 +473,12 @@ template <class PEER> void Delete(std::vector<typename PEER::Pointer>& nodes)
     nodes.clear();
 }
 
-template <class PEER> bool IsRight(const std::vector<typename PEER::Pointer>& nodes, long n)
+template <class PEER> bool IsRight(std::vector<typename PEER::Pointer> nodes, long n)
 {
     if (nodes.size() != static_cast<size_t>(n))
         return false;
+    if (bChain)
+        std::reverse(nodes.begin(), nodes.end());
     for (uint32_t i = 0; i < n; ++i) {
         const Facts facts(i);
         if (nodes[i] == nullptr || nodes[i]->a != facts.a || nodes[i]->b != facts.b ||
@@ -502,7 +508,7 @@ template <class PEER> bool IsStoredRight(const char* lpszFile, long n)
     std::vector<typename PEER::Pointer> nodes;
     if (!PEER::Load(nodes, lpszFile) || !IsRight<PEER>(nodes, n))
         return false;
-    if (std::is_same<PEER, Ours>()) {
+    if (std::is_same<PEER, Ours>() && !bChain) { // a chain is too deep for what is made by hand
         nStride = 0;
         const std::string expected = std::string(lpszFile) + ".expected";
         const bool bGood = ByHand::Store(Make<ByHand>(n), expected.c_str()) && IsSameFile(lpszFile, expected.c_str());
@@ -512,11 +518,12 @@ template <class PEER> bool IsStoredRight(const char* lpszFile, long n)
     return true;
 }
 
-template <class PEER> void AddStore(const std::string& name, unsigned nClassesOfCase, size_t nStrideOfCase)
+template <class PEER> void AddStore(const std::string& name, unsigned nClassesOfCase, size_t nStrideOfCase, bool bChainOfCase = false)
 {
     bench::Add(name, [=](benchmark::State& state, long n) {
         nClasses = nClassesOfCase;
         nStride = nStrideOfCase;
+        bChain = bChainOfCase;
         static const std::string path = bench::TemporaryFile("graph");
         static auto nodes = Make<PEER>(n);
         static bool bChecked = false;
@@ -531,14 +538,17 @@ template <class PEER> void AddStore(const std::string& name, unsigned nClassesOf
     });
 }
 
-template <class PEER> void AddLoad(const std::string& name, unsigned nClassesOfCase)
+template <class PEER> void AddLoad(const std::string& name, unsigned nClassesOfCase, bool bChainOfCase = false)
 {
     bench::Add(name, [=](benchmark::State& state, long n) {
         nClasses = nClassesOfCase;
+        bChain = bChainOfCase;
         static const std::string path = bench::TemporaryFile("graph");
         typedef typename Maker<PEER>::Type MakerOfFile;
-        static const bool bMade =
-            bench::InChild([&] { return MakerOfFile::Store(Make<MakerOfFile>(n), path.c_str()); });
+        static const bool bMade = bench::InChild([&] {
+            return bChain ? PEER::Store(Make<PEER>(n), path.c_str())
+                          : MakerOfFile::Store(Make<MakerOfFile>(n), path.c_str());
+        });
         for (auto _ : state) {
             bool bGood = false;
             std::vector<typename PEER::Pointer> nodes;
@@ -547,6 +557,12 @@ template <class PEER> void AddLoad(const std::string& name, unsigned nClassesOfC
             Delete<PEER>(nodes);
         }
     });
+}
+
+template <class PEER> void AddChain(const std::string& candidate)
+{
+    AddStore<PEER>("depth/store/" + candidate, 1, 0, true);
+    AddLoad<PEER>("depth/load/" + candidate, 1, true);
 }
 
 } // namespace
@@ -569,4 +585,8 @@ void bench::AddGraphs()
     AddLoad<Ours>("classes/load/ours", nManyClasses);
     AddStore<ByHand>("pages/store/by hand", 1, 4096);
     AddStore<Ours>("pages/store/ours", 1, 4096);
+    AddChain<ByHand>("by hand");
+    AddChain<Cereal>("cereal");
+    AddChain<Boost>("Boost");
+    AddChain<Ours>("ours");
 }
