@@ -91,7 +91,9 @@ FIELD(VELM_CFileException, m_strReserved, 12, 24);
 FIELD(VELM_CFileException, m_strMessage, 20, 40);
 SIZE(VELM_CSaveFile, 556, 576);
 SIZE(VELM_CMemoryFile, 36, 72);
+#if defined __i386__ || defined __LP64__ // elsewhere its 64-bit fields stand farther apart
 SIZE(VELM_CProgressFile, 44, 72);
+#endif
 SIZE(VELM_CRuntimeClass, 12, 16);
 FIELD(VELM_CRuntimeClass, m_pszName, 0, 0);
 FIELD(VELM_CRuntimeClass, m_nClassInfo, 4, 8);
