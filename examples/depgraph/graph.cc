@@ -83,7 +83,7 @@ bool Graph::Load(const char* lpszFile, unsigned long long& rBytes)
 
     // A raise leaves the body on the spot, without destructors: it must hold nothing that needs one.
     const int nRaised = pfm_protect([&] {
-        for (unsigned long n = ar.ReadCount(); n > 0; --n)
+        for (unsigned long n = ar.ReadCount(); n > 0 && !ar.IsDataEnded(); --n)
             Append(m_packages, ar.ReadObject(&Package::classRecord));
     });
     unsigned char surplus;

@@ -13,7 +13,7 @@ void Package::Serialize(VELM_CArchive& ar)
             ar.WriteObject(PackageAt(m_dependencies, i));
     } else {
         ar >> m_strName >> m_strVersion >> m_nInstalledSize;
-        for (unsigned long n = ar.ReadCount(); n > 0; --n)
+        for (unsigned long n = ar.ReadCount(); n > 0 && !ar.IsDataEnded(); --n)
             Append(m_dependencies, ar.ReadObject(&classRecord));
     }
 }

@@ -17,7 +17,7 @@ void Node::Serialize(VELM_CArchive& ar)
             ar.WriteObject(pLink);
     } else {
         ar >> value;
-        for (unsigned long n = ar.ReadCount(); n > 0; --n)
+        for (unsigned long n = ar.ReadCount(); n > 0 && !ar.IsDataEnded(); --n)
             links.push_back(ar.ReadObject(&Node::record));
     }
 }
