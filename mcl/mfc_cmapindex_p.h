@@ -53,11 +53,29 @@ private:
     static const int nFewest = 48;                      // entries from which on an index is kept
     static const int nLinkBits = 48;
 
-    // Where an entry belongs: in the first free slot from nHome on, modulo their number.
+    // Where an entry belongs, modulo the number of slots: in nHome or, when that is taken, in the first free one from
+    // nFar on. Keys that lie close together fill their stretch of slots, and what is taken there must not push the rest
+    // along.
     struct Hash {
         uint64_t nHome;
+        uint64_t nFar;
         uint64_t nTag; // above the bits of the link
     };
+    // The slots in that order.
+    struct Probe {
+        std::size_t i;
+        std::size_t nNext;
+
+        void Go(std::size_t nMask)
+        {
+            i = nNext & nMask;
+            nNext = i + 1;
+        }
+    };
+    Probe Start(Hash hash) const
+    {
+        return {static_cast<std::size_t>(hash.nHome) & m_nMask, static_cast<std::size_t>(hash.nFar)};
+    }
 
     const void* m_pTable; // the map's, and its number of buckets
     unsigned m_nBuckets;
@@ -89,7 +107,7 @@ private:
     {
         return m_pTable == map.m_pHashTable && m_nBuckets == map.m_nHashTableSize;
     }
-    uint64_t* Put(uint64_t nHome, uint64_t nSlot);
+    uint64_t* Put(Hash hash, uint64_t nSlot);
     template <class MATCHES> uint64_t* Find(Hash hash, MATCHES matches) const;
     template <class ASSOC> uint64_t* FindNode(const ASSOC* pAssoc, ASSOC** ppLink) const;
     template <class ASSOC, class KEY> static void Build(const VELM_CMapTable<ASSOC, KEY>& map);
@@ -102,28 +120,29 @@ inline VELM_CMapIndex::Hash VELM_CMapIndex::HashOf(unsigned, const void* key) co
     const uint64_t nAddress = reinterpret_cast<uintptr_t>(key);
     const uint64_t nStretch = (nAddress >> 12 << 4 | (nAddress & 15)) * 0x9E3779B97F4A7C15;
     const uint64_t nUnit = nAddress >> 4 & 255;
-    return {(nStretch >> 20) + nUnit, ((nStretch >> 4) + nUnit * 0x9E37) << nLinkBits};
+    return {(nStretch >> 20) + nUnit, nAddress * 0x9E3779B97F4A7C15 >> 24,
+            ((nStretch >> 4) + nUnit * 0x9E37) << nLinkBits};
 }
 
-inline uint64_t* VELM_CMapIndex::Put(uint64_t nHome, uint64_t nSlot)
+inline uint64_t* VELM_CMapIndex::Put(Hash hash, uint64_t nSlot)
 {
-    std::size_t i = static_cast<std::size_t>(nHome) & m_nMask;
-    while (m_pSlots[i] > removedSlot)
-        i = (i + 1) & m_nMask;
-    m_nUsed += m_pSlots[i] == emptySlot;
-    m_pSlots[i] = nSlot;
-    return &m_pSlots[i];
+    Probe at = Start(hash);
+    while (m_pSlots[at.i] > removedSlot)
+        at.Go(m_nMask);
+    m_nUsed += m_pSlots[at.i] == emptySlot;
+    m_pSlots[at.i] = nSlot;
+    return &m_pSlots[at.i];
 }
 
 // The first slot with the tag that matches; NULL when there is none.
 template <class MATCHES> uint64_t* VELM_CMapIndex::Find(Hash hash, MATCHES matches) const
 {
-    for (std::size_t i = static_cast<std::size_t>(hash.nHome) & m_nMask;; i = (i + 1) & m_nMask) {
-        const uint64_t nSlot = m_pSlots[i];
+    for (Probe at = Start(hash);; at.Go(m_nMask)) {
+        const uint64_t nSlot = m_pSlots[at.i];
         if (nSlot == emptySlot)
             return nullptr;
         if ((nSlot ^ hash.nTag) >> nLinkBits == 0 && nSlot != removedSlot && matches(nSlot))
-            return &m_pSlots[i];
+            return &m_pSlots[at.i];
     }
 }
 
@@ -155,7 +174,7 @@ template <class ASSOC, class KEY> void VELM_CMapIndex::Build(const VELM_CMapTabl
                 return;
             }
             const Hash hash = pIndex->HashOf(**ppLink);
-            pIndex->Put(hash.nHome, SlotOf(hash, ppLink));
+            pIndex->Put(hash, SlotOf(hash, ppLink));
         }
     }
 }
@@ -205,7 +224,7 @@ template <class ASSOC, class KEY> void VELM_CMapIndex::LinkFirst(VELM_CMapTable<
     if (pOldSlot != nullptr)
         *pOldSlot = (*pOldSlot >> nLinkBits << nLinkBits) | nNewLink;
     const Hash hash = pIndex->HashOf(*pAssoc);
-    pIndex->m_pLastSlot = pIndex->Put(hash.nHome, SlotOf(hash, ppHead));
+    pIndex->m_pLastSlot = pIndex->Put(hash, SlotOf(hash, ppHead));
     pIndex->m_pLast = pAssoc;
 }
 
@@ -246,30 +265,30 @@ inline void** VELM_CMapIndex::ValueOf(VELM_CMapPtrToPtr& map, unsigned nBucket, 
     if (pIndex == nullptr || !pIndex->IsOf(map))
         return nullptr;
     const Hash hash = pIndex->HashOf(nBucket, key);
-    std::size_t i = static_cast<std::size_t>(hash.nHome) & pIndex->m_nMask;
-    for (; pIndex->m_pSlots[i] != emptySlot; i = (i + 1) & pIndex->m_nMask) {
-        const uint64_t nSlot = pIndex->m_pSlots[i];
+    Probe at = pIndex->Start(hash);
+    for (; pIndex->m_pSlots[at.i] != emptySlot; at.Go(pIndex->m_nMask)) {
+        const uint64_t nSlot = pIndex->m_pSlots[at.i];
         if ((nSlot ^ hash.nTag) >> nLinkBits != 0 || nSlot == removedSlot)
             continue;
         VELM_CPtrAssoc* const pAssoc = *LinkIn<VELM_CPtrAssoc>(nSlot);
         if (pAssoc != nullptr && pAssoc->key == key && pAssoc->nHashValue == nBucket)
             return &pAssoc->value;
     }
-    // A new key, which mostly becomes the head before the one that was linked last: the free slot is its.
+    // A new key, where all is as it was left: the free slot is its, and the old head's link moves.
     VELM_CPtrAssoc** const ppHead = &map.m_pHashTable[nBucket];
     VELM_CPtrAssoc* const pAssoc = map.m_pFreeList;
-    if (*ppHead == nullptr || *ppHead != pIndex->m_pLast || LinkIn<VELM_CPtrAssoc>(*pIndex->m_pLastSlot) != ppHead ||
-        pAssoc == nullptr || static_cast<uint64_t>(reinterpret_cast<uintptr_t>(pAssoc)) >> nLinkBits != 0 ||
-        map.m_nCount == INT_MAX || pIndex->m_nUsed > pIndex->m_nMask / 2)
+    uint64_t* const pOldSlot = *ppHead == nullptr ? nullptr : pIndex->FindNode(*ppHead, ppHead);
+    if (pOldSlot == nullptr || pAssoc == nullptr ||
+        static_cast<uint64_t>(reinterpret_cast<uintptr_t>(pAssoc)) >> nLinkBits != 0 || map.m_nCount == INT_MAX ||
+        pIndex->m_nUsed > pIndex->m_nMask / 2)
         return nullptr;
     map.m_pFreeList = pAssoc->pNext;
     ++map.m_nCount;
     *pAssoc = VELM_CPtrAssoc{*ppHead, nBucket, key, nullptr, 0};
     *ppHead = pAssoc;
-    *pIndex->m_pLastSlot =
-        (*pIndex->m_pLastSlot >> nLinkBits << nLinkBits) | reinterpret_cast<uintptr_t>(&pAssoc->pNext);
-    pIndex->m_pSlots[i] = SlotOf(hash, ppHead);
-    pIndex->m_pLastSlot = &pIndex->m_pSlots[i];
+    *pOldSlot = (*pOldSlot >> nLinkBits << nLinkBits) | reinterpret_cast<uintptr_t>(&pAssoc->pNext);
+    pIndex->m_pSlots[at.i] = SlotOf(hash, ppHead);
+    pIndex->m_pLastSlot = &pIndex->m_pSlots[at.i];
     pIndex->m_pLast = pAssoc;
     ++pIndex->m_nUsed;
     return &pAssoc->value;
