@@ -69,6 +69,9 @@ TEST(Archive, CallsItsFileAndReportsAsPromised)
         // Storing: whole buffers, then whole multiples of them, and the rest at the end.
         {store, 9, "w0 w10 w117 <1 <1", "=0 =10 =127 Write 128 Write 0 |Write 9 ", 127},
         {store, 0, "w1 w127 w128 w1000", "=1 =128 Write 128 Write 128 =0 Write 128 Write 768 =104 |Write 104 ", -5},
+        {store, 9, "w124 <1",
+         "=124 Write 128 Write 0 |Write 1 "}, // a value over the end of the buffer, and one up to it
+        {store, 9, "w123 <1", "=123 |Write 128 "},
         {store, 0, "w150 w500", "=150 Write 200 Write 400 =50 |Write 50 ", 200},
         // Loading: what is read ahead, then whole multiples directly, then a refill until enough has come.
         {load, 300, "r0 R1 r3 r200", "=0 lpBuf != NULL Read 0 Read 128 =3 Read 0 Read 128 =200 |Seek -53 1 "},
@@ -130,14 +133,16 @@ TEST(ArchiveEncoding, IsByteExactAndReadBackAndEveryPrefixRaisesOnce)
         file.nMostPerRead = 7; // so that values lie across the end of what is read ahead
         VELM_CArchive from(&file, load, 128);
         n = kind == 's' ? n : ~n, text = kind == 's' ? "old" : "", Twice(from);
-        EXPECT_TRUE(n == nStored && string(text.m_data, content.size() + 1) == content + '\0') << kind << nStored;
-        EXPECT_TRUE(from.Read(&colon, 1) == 1 && colon == 'z') << kind << nStored;
+        EXPECT_EQ(n, nStored) << kind;
+        EXPECT_TRUE(string(text.m_data, content.size() + 1) == content + '\0') << kind << nStored;
+        EXPECT_EQ(Row() << from.Read(&colon, 1) << colon, "1 z") << kind << nStored;
         for (size_t i = 0; i < 2 * bytes.size(); i += i < 40 || i + 2000 > 2 * bytes.size() ? 1 : 1953) {
             MemoryFile cut(bytes.substr(0, i / 2));
             VELM_CArchive ar(&cut, load, 128);
             text = "old", n = 0x77;
             ASSERT_EQ(Outcome([&] { Transfer(ar, kind, n, text); }, i % 2 != 0), "raise 3") << kind << nStored;
-            ASSERT_TRUE(n == (i % 2 != 0 && kind == 'c' ? 0 : 0x77u) && text == (kind == 's' ? "" : "old")) << kind;
+            ASSERT_EQ(n, i % 2 != 0 && kind == 'c' ? 0 : 0x77u) << kind << nStored << " cut to " << i / 2;
+            ASSERT_STREQ(text.m_data, kind == 's' ? "" : "old") << nStored << " cut to " << i / 2;
         }
     }
 }
@@ -161,7 +166,8 @@ TEST(ArchiveEncoding, RefusesWhatIsTooLargeAndElementsStopWithTheData)
     MemoryFile file(Bytes("01 64 05 65"));
     unsigned char buffers[2][128];
     VELM_CArchive from(&file, load, 128, buffers[0]), small(&file, load, 127, buffers[1]);
-    EXPECT_TRUE(from.m_lpBufStart == buffers[0] && small.m_lpBufStart != buffers[1]); // as that is too small
+    EXPECT_EQ(from.m_lpBufStart, buffers[0]);
+    EXPECT_NE(small.m_lpBufStart, buffers[1]); // as that is too small
     EXPECT_EQ(Outcome([&] { SerializeElements(from, elements, 3); }, true), "raise 3");
     EXPECT_EQ(string(elements[0].m_data) + elements[1].m_data + elements[2].m_data, "dold");
 #if defined(__LP64__)
@@ -186,7 +192,8 @@ TEST(ArchiveLine, EndsAtTheLineEndOrTheRoomOrTheData)
                 const char* lpszRead = ar.ReadString(&line[0], static_cast<unsigned>(nMax));
                 const size_t nEnd = line.find_first_of('#');
                 all += nEnd == 0 ? "-|" : line.substr(0, nEnd - 1) + "|";
-                EXPECT_TRUE(nEnd == 0 ? !lpszRead : lpszRead == line.data() && line[nEnd - 1] == '\0');
+                EXPECT_EQ(lpszRead, nEnd == 0 ? nullptr : line.data()) << nMax;
+                EXPECT_EQ(nEnd == 0 ? '\0' : line[nEnd - 1], '\0') << nMax;
             }
         };
         EXPECT_EQ(Outcome(ReadAll, nCase % 2 != 0), "raise 3; raise 3; raise 3");

@@ -88,8 +88,20 @@ TEST(StringArray, Operations)
           "  b  16 " BOUNDS "; " BOUNDS "; " BOUNDS "; " BOUNDS}});
     Strings found;
     found.Add("a"), found.Add("");
-    EXPECT_TRUE(found.Find("a") == 1 && found.Find(VELM_CString("b")) == 2 && found.Find("") == 4);
-    EXPECT_TRUE(found.Contains("x") == 0 && found.Contains(VELM_CString("b")) == 1 && found.GetUpperBound() == 4);
+    EXPECT_EQ(Row() << found.Find("a") << found.Find(VELM_CString("b")) << found.Find("") << found.Find("x"),
+              "1 2 4 -1");
+    EXPECT_EQ(Row() << found.Contains("b") << found.Contains("x") << found.GetUpperBound(), "1 0 4");
+    EXPECT_EQ(Row() << found.Contains(VELM_CString("b")) << found.Contains(VELM_CString("x")), "1 0");
+    // Copies take the elements, not the capacity; nothing is left of what is removed.
+    found.SetSize(30), found.SetSize(2);
+    Strings assigned;
+    const Strings copied(found);
+    EXPECT_EQ(&(assigned = found), &assigned);
+    for (const Strings* pSame : {static_cast<const Strings*>(&assigned), &copied})
+        EXPECT_EQ(Row() << pSame->m_size << pSame->m_max_size << pSame->m_data[0].m_data << pSame->m_data[1].m_data,
+                  "2 2 xc a");
+    found.RemoveAll();
+    EXPECT_EQ(Row() << found.m_size << found.m_max_size << (found.m_data == nullptr) << found.Find("a"), "0 0 1 -1");
 }
 
 TEST(ObArray, Operations)

@@ -51,10 +51,10 @@ TEST(File, ReadsSeeksAndReopens)
     std::ofstream(path) << "abcd";
     VELM_CFile file(path.c_str());
     char bytes[10] = "#";
-    EXPECT_TRUE(file.Read(bytes, 9) == 0 && file.Seek(0, 0) == -1 && file.SeekToEnd() == 0xFFFFFFFF);
+    EXPECT_EQ(Row() << file.Read(bytes, 9) << file.Seek(0, 0) << file.SeekToEnd(), "0 -1 4294967295");
     file.Write("x", 1), file.SeekToBegin(), file.Close();
-    EXPECT_TRUE(file.Open(path.c_str()) == 1 && file.Read(bytes, 0) == 0 && bytes[0] == '#');
-    EXPECT_TRUE(file.Read(bytes, 9) == 4 && file.Read(bytes, 9) == 0 && bytes[0] == 0);
+    EXPECT_EQ(Row() << file.Open(path.c_str()) << file.Read(bytes, 0) << bytes, "1 0 #");
+    EXPECT_EQ(Row() << file.Read(bytes, 9) << bytes << file.Read(bytes, 9) << int{bytes[0]}, "4 abcd 0 0");
     std::ofstream(path, std::ios::app) << "ef";
     EXPECT_EQ(file.Read(bytes, 9), 2u); // the end is looked for afresh
     std::ostringstream seen;
@@ -62,10 +62,11 @@ TEST(File, ReadsSeeksAndReopens)
         seen << file.Seek(seek.first, seek.second) << (file.Read(bytes, 1) == 1 ? bytes[0] : '-');
     EXPECT_EQ(seen.str(), "0b0e0d-1e-1f-1-0a");
     file.SeekToBegin(), file.SetLength(1);
-    EXPECT_TRUE(file.Read(bytes, 2) == 2 && bytes[0] == 'a' && file.SeekToEnd() == 0 && file.Read(bytes, 2) == 0);
-    EXPECT_TRUE(file.GetLength() == 6 && Error() == "none" && file.Open("/missing") == 0 && !file.m_pStream);
-    EXPECT_TRUE(file.GetFileName() == "/missing" && file.GetFilePath() == "/missing");
-    EXPECT_TRUE(file.GetLength() == 0 && file.Open(nullptr) == 0 && file.GetFileName() == "");
+    EXPECT_EQ(Row() << file.Read(bytes, 2) << bytes[0] << file.SeekToEnd() << file.Read(bytes, 2), "2 a 0 0");
+    EXPECT_EQ(Row() << file.GetLength() << Error() << file.Open("/missing") << !file.m_pStream, "6 none 0 1");
+    EXPECT_EQ(Row() << file.GetFileName().m_data << file.GetFilePath().m_data << file.GetLength(),
+              "/missing /missing 0");
+    EXPECT_EQ(Row() << file.Open(nullptr) << file.GetFileName().m_len, "0 0");
 }
 
 TEST(File, RecordsAFailedTransferUntilItIsTaken)
@@ -74,7 +75,7 @@ TEST(File, RecordsAFailedTransferUntilItIsTaken)
     EXPECT_EQ(file.Open("/dev/full", 1), 1);
     VELM_CArchive(&file, VELM_CArchive::store).WriteString("lost");
     file.Open(path.c_str(), 1), file.Write("", 1);
-    EXPECT_TRUE(Error() == "1-1" && Error() == "none"); // a success changes nothing
+    EXPECT_EQ(Row() << Error() << Error(), "1-1 none"); // a success changes nothing
 }
 
 TEST(File, TellsStatus)
@@ -84,11 +85,13 @@ TEST(File, TellsStatus)
     std::ofstream{path};
     const utimbuf times = {1000, 2000}; // access, modification
     for (const long long nSize : {0LL, (1LL << 32) - 1, (1LL << 32) + 5}) {
-        ASSERT_TRUE(truncate64(path.c_str(), nSize) == 0 && utime(path.c_str(), &times) == 0);
-        EXPECT_TRUE(file.GetStatus(status) == 1 && file.GetLength() == static_cast<uint32_t>(nSize));
-        EXPECT_TRUE(static_cast<uint32_t>(status.m_size) == file.GetLength() && status.m_attribute == 0);
-        EXPECT_TRUE(status.m_atime == 1000l && status.m_mtime == 2000l && status.m_ctime > 3000l);
+        ASSERT_EQ(Row() << truncate64(path.c_str(), nSize) << utime(path.c_str(), &times), "0 0") << nSize;
+        EXPECT_EQ(Row() << file.GetStatus(status) << int{status.m_attribute}, "1 0") << nSize;
+        EXPECT_EQ(file.GetLength(), static_cast<uint32_t>(nSize));
+        EXPECT_EQ(static_cast<uint32_t>(status.m_size), static_cast<uint32_t>(nSize));
+        EXPECT_EQ(Row() << status.m_atime.GetTime() << status.m_mtime.GetTime(), "1000 2000") << nSize;
+        EXPECT_GT(status.m_ctime.GetTime(), 3000);
     }
-    EXPECT_TRUE(!file.GetStatus("/missing", status) && !file.GetStatus(nullptr, status) && status.m_size == 5);
-    EXPECT_TRUE(VELM_CFile::GetStatus("/", status) == 1 && status.m_attribute == 0x10);
+    EXPECT_EQ(Row() << file.GetStatus("/missing", status) << file.GetStatus(nullptr, status) << status.m_size, "0 0 5");
+    EXPECT_EQ(Row() << VELM_CFile::GetStatus("/", status) << int{status.m_attribute}, "1 16");
 }

@@ -30,6 +30,13 @@ TEST(Library, GivesNoticeWhenAskedForAndItsVersion)
     EXPECT_EQ(commented, upToDate + "\"a \"b\"; c\\n 5%s #$@d@\" (today)\n");
 }
 
+TEST(Library, TheVersionStandsBehindTheNameAndBlanksAtColumn34)
+{
+    char line[256];
+    libtavnomcl_sprintf_verid(line);
+    EXPECT_EQ(std::string(line).find_first_of("0123456789"), 34u) << line;
+}
+
 TEST(Diagnostics, ReportsNameTheFileThatHoldsTheCheck)
 {
     static VELM_CPlex* pHead;
@@ -52,9 +59,10 @@ TEST(Diagnostics, ReportsNameTheFileThatHoldsTheCheck)
 TEST(Exceptions, RecordsAndRaises)
 {
     VELM_CArchiveException named(3, "a.dat"), nameless(5, nullptr);
-    EXPECT_TRUE(nameless.m_strFileName.IsEmpty() && nameless.m_cause == 5 && nameless.m_nFlag == 1);
-    EXPECT_TRUE(named.m_strFileName == "a.dat" && named.GetErrorMessage(nullptr, 9, nullptr) &&
-                !named.ReportError(1, 2));
+    EXPECT_EQ(Row() << nameless.m_strFileName.m_len << nameless.m_cause << nameless.m_nFlag, "0 5 1");
+    EXPECT_EQ(Row() << named.m_strFileName.m_data << named.GetErrorMessage(nullptr, 9, nullptr)
+                    << named.ReportError(1, 2),
+              "a.dat 1 0");
     EXPECT_EQ(Outcome([] { AfxThrowArchiveException(3, "a.dat"); }), "raise 3");
     EXPECT_EQ(Outcome([] { AfxThrowNotSupportedException(), AfxThrowMemoryException(); }, true), "raise 1; raise 1");
     EXPECT_EQ(Outcome([] { AfxAllocate(nullptr, SIZE_MAX, 1, 1); }), "raise 1");
@@ -89,5 +97,7 @@ TEST(ObjectRoot, OwnsItsBlockAlone)
     VELM_CObject object, assigned;
     object.m_pOwned = malloc(8);
     assigned = object;
-    EXPECT_TRUE(assigned.m_pOwned == nullptr && VELM_CObject(object).m_pOwned == nullptr && !object.GetRuntimeClass());
+    EXPECT_EQ(assigned.m_pOwned, nullptr);
+    EXPECT_EQ(VELM_CObject(object).m_pOwned, nullptr);
+    EXPECT_EQ(object.GetRuntimeClass(), nullptr);
 }

@@ -132,6 +132,31 @@ TEST(Load, ObjectsSeeTheSchemaThatTheyWereStoredWith)
     leaf.name = "(schema 1)";
     EXPECT_EQ(Loaded(bytes, 1, outcome), Describe({&leaf}));
     EXPECT_EQ(outcome, "");
+
+    // Also behind an object in it, of another schema.
+    struct Asking : Node {
+        VELM_CRuntimeClass* GetRuntimeClass() const override
+        {
+            static VELM_CRuntimeClass asked = {"Asking", 0, 7};
+            return &asked;
+        }
+        void Serialize(VELM_CArchive& ar) override
+        {
+            Node::Serialize(ar);
+            value = ar.GetObjectSchema();
+        }
+    } asking;
+    Node node(3);
+    asking.links = {&node};
+    VELM_CClassTable table;
+    table.Add<Node>(&Node::record);
+    table.Add<Asking>(asking.GetRuntimeClass(), &Node::record);
+    MemoryFile file(StoredRoots({&asking}));
+    VELM_CArchive ar(&file, VELM_CArchive::load);
+    ar.SetClassTable(&table);
+    EXPECT_EQ(static_cast<Node*>(ar.ReadObject(nullptr))->value, 7u);
+    EXPECT_EQ(ar.GetObjectSchema(), 0xFFFFFFFF); // outside of all objects, as before
+    ar.DeleteLoadedObjects();
 }
 
 TEST(Load, WhatIsWrongIsRaisedAndExplained)

@@ -21,18 +21,20 @@ TEST(PtrMap, NodesArePooledAndIteratedByBucket)
     VELM_CMapPtrToPtr map(3);
     VELM_CMapPtrToPtr::VELM_CAssoc* nodes[4];
     unsigned nHash = 9, nValue = 9;
-    EXPECT_TRUE(map.GetAssocAt(&words[4], nHash) == nullptr && nHash == 15); // no table, a bucket all the same
-    EXPECT_TRUE(map.GetAssocAt(nullptr, nHash) == nullptr && nHash == 0 && map.GetStartPosition() == nullptr);
+    EXPECT_EQ(Row() << !map.GetAssocAt(&words[4], nHash) << nHash, "1 15"); // no table, a bucket all the same
+    EXPECT_EQ(Row() << !map.GetAssocAt(nullptr, nHash) << nHash << !map.GetStartPosition(), "1 0 1");
     for (int i = 0; i < 4; ++i) {
         EXPECT_EQ(map[&words[i]], nullptr);
         nodes[i] = map.GetAssocAt(&words[i], nHash);
         nodes[i]->nValue = 7;
         map.SetAt(&words[i], &words[3 - i]); // finds it again
     }
-    EXPECT_TRUE(map.m_nCount == 4 && map.GetStartPosition() == start && nodes[1] == nodes[0] + 1 &&
-                nodes[2] == nodes[1] + 1);
+    EXPECT_EQ(Row() << map.m_nCount << nodes[1] - nodes[0] << nodes[2] - nodes[1], "4 1 1");
+    EXPECT_EQ(map.GetStartPosition(), start);
     VELM_CPlex *pNewest = map.m_pBlocks, *pOldest = pNewest->pNext;
-    EXPECT_TRUE(nodes[3] == static_cast<void*>(pNewest + 1) && pOldest->data() == nodes[0] && !pOldest->pNext);
+    EXPECT_EQ(static_cast<void*>(nodes[3]), pNewest + 1);
+    EXPECT_EQ(pOldest->data(), nodes[0]);
+    EXPECT_EQ(pOldest->pNext, nullptr);
     std::string order;
     __POSITION* position = start;
     for (void *pKey, *pValue; position != nullptr; order += std::to_string(static_cast<unsigned*>(pKey) - words)) {
@@ -42,11 +44,14 @@ TEST(PtrMap, NodesArePooledAndIteratedByBucket)
     EXPECT_EQ(order, "1203"); // buckets upward, the last inserted first
     EXPECT_EQ(map.RemoveKey(&words[1]) + map.RemoveKey(&words[0]) + map.RemoveKey(&words[0]), 2);
     map[&words[4]] = words;
-    EXPECT_TRUE(map.GetAssocAt(&words[4], nHash) == nodes[0] && map.m_pFreeList == nodes[1]);
-    EXPECT_TRUE(map.LookupUINT(&words[4], nValue) == 1 && nValue == 0 && map.LookupUINT(&words[0], nHash) == 0);
+    EXPECT_EQ(map.GetAssocAt(&words[4], nHash), nodes[0]);
+    EXPECT_EQ(map.m_pFreeList, nodes[1]);
+    EXPECT_EQ(Row() << map.LookupUINT(&words[4], nValue) << nValue << map.LookupUINT(&words[0], nHash), "1 0 0");
     void* pValue = &map;
-    EXPECT_TRUE(map.Lookup(&words[0], pValue) == 0 && pValue == &map && map.Lookup(&words[4], pValue) &&
-                pValue == words);
+    EXPECT_EQ(map.Lookup(&words[0], pValue), 0);
+    EXPECT_EQ(pValue, &map);
+    EXPECT_EQ(map.Lookup(&words[4], pValue), 1);
+    EXPECT_EQ(pValue, words);
 }
 
 // What every map makes of a check that fails. `other` is a key that is not in the map.
@@ -65,9 +70,10 @@ template <class MAP, class KEY> static void CheckFailures(KEY key, KEY other)
         map[key];
         EXPECT_EQ(Outcome([&] { c.first(map); }), c.second);
         unsigned nHash;
-        EXPECT_TRUE(map.GetAssocAt(key, nHash) != nullptr && map.GetAssocAt(other, nHash) == nullptr);
-        EXPECT_TRUE(map.m_nCount == 1 && map.m_nHashTableSize == 17 && map.RemoveKey(key) == 1);
-        EXPECT_TRUE(!map.m_pHashTable && !map.m_pBlocks && !map.m_pFreeList && map.IsEmpty()); // no entry, no memory
+        EXPECT_EQ(Row() << !map.GetAssocAt(key, nHash) << !map.GetAssocAt(other, nHash), "0 1") << c.second;
+        EXPECT_EQ(Row() << map.m_nCount << map.m_nHashTableSize << map.RemoveKey(key), "1 17 1") << c.second;
+        // No entry, no memory.
+        EXPECT_EQ(Row() << !map.m_pHashTable << !map.m_pBlocks << !map.m_pFreeList << map.IsEmpty(), "1 1 1 1");
     }
     MAP map;
     typename MAP::VELM_CAssoc entry; // receives keys and values
@@ -77,12 +83,13 @@ template <class MAP, class KEY> static void CheckFailures(KEY key, KEY other)
     EXPECT_EQ(Outcome(fail), "m_pHashTable != NULL; pAssocRet != NULL; pAssocRet != NULL");
     EXPECT_EQ(position, nullptr);
     map.InitHashTable(101, 0), map[key], position = start, next();
-    EXPECT_TRUE(position == nullptr && entry.Matches(key) && map.m_nHashTableSize == 101);
+    EXPECT_EQ(Row() << !position << entry.Matches(key) << map.m_nHashTableSize, "1 1 101");
 }
 
 TEST(TextMaps, WhatIsOneKey)
 {
-    EXPECT_TRUE(HashKey(ab) == 0xA0 && HashKey(high) == 0xFFFFFFFF && HashKey(empty) + HashKey((char*)nullptr) == 0);
+    char* const pNoKey = nullptr;
+    EXPECT_EQ(Row() << HashKey(ab) << HashKey(high) << HashKey(empty) << HashKey(pNoKey), "160 4294967295 0 0");
     EXPECT_EQ(HashKey<const char*>(abc), static_cast<uint32_t>(reinterpret_cast<uintptr_t>(abc)) / 16);
     alignas(16) static char room[17 * 16 + 16];
     for (const int nDistance : {8, 16, 17 * 16}) { // of two equal texts; by address, only the second is in two buckets
@@ -90,12 +97,13 @@ TEST(TextMaps, WhatIsOneKey)
         AddressMap byAddress;
         strcpy(room, "abc"), strcpy(room + nDistance, "abc");
         byText[room] = byAddress[room] = 5, byText[room + nDistance] += 1, byAddress[room + nDistance] += 1;
-        EXPECT_TRUE(byText.m_nCount == 1 && byAddress[room + nDistance] == (nDistance == 16 ? 1 : 6)) << nDistance;
+        EXPECT_EQ(byText.m_nCount, 1) << nDistance;
+        EXPECT_EQ(byAddress[room + nDistance], nDistance == 16 ? 1 : 6) << nDistance;
         room[0] = 'x'; // the maps have copies
         int nValue = 0;
-        EXPECT_TRUE(byText.Lookup(room, nValue) == 0 && byText.Lookup(abc, nValue) == 1 && nValue == 6);
+        EXPECT_EQ(Row() << byText.Lookup(room, nValue) << byText.Lookup(abc, nValue) << nValue, "0 1 6");
         byText[nullptr] = byAddress[nullptr] = 3; // NULL is the empty text
-        EXPECT_TRUE(byText[empty] == 3 && byText.RemoveKey(nullptr) == 1 && byAddress.RemoveKey(nullptr) == 1);
+        EXPECT_EQ(Row() << byText[empty] << byText.RemoveKey(nullptr) << byAddress.RemoveKey(nullptr), "3 1 1");
     }
 }
 

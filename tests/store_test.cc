@@ -84,11 +84,12 @@ TEST(Store, LoadsNothingWithoutAClassTable)
     VELM_CArchive ar(&file, load);
     unsigned nSchema = 77;
     unsigned long nObTag = 77;
-    EXPECT_TRUE(ar.ReadClass(&shape, &nSchema, &nObTag) == nullptr && nSchema == 77 && nObTag == 0);
-    EXPECT_TRUE(VELM_CRuntimeClass::Load(ar, &nSchema) == nullptr && nSchema == 0 && ar.m_nIndexCount == 1);
+    EXPECT_EQ(Row() << !ar.ReadClass(&shape, &nSchema, &nObTag) << nSchema << nObTag, "1 77 0");
+    EXPECT_EQ(Row() << !VELM_CRuntimeClass::Load(ar, &nSchema) << nSchema << ar.m_nIndexCount, "1 0 1");
     ar.MapObject(nodes), ar.m_nCurSchema = 5;
-    EXPECT_TRUE(ar.ReadObject(&shape) == nullptr && ar.m_pLoadArray->GetAt(1) == nodes && ar.m_nIndexCount == 2);
-    EXPECT_TRUE(ar.GetObjectSchema() == 5 && ar.GetObjectSchema() == 0xFFFFFFFF);
+    EXPECT_EQ(ar.ReadObject(&shape), nullptr);
+    EXPECT_EQ(ar.m_pLoadArray->GetAt(1), nodes);
+    EXPECT_EQ(Row() << ar.m_nIndexCount << ar.GetObjectSchema() << ar.GetObjectSchema(), "2 5 4294967295");
     HostWatch watch;
     ar.WriteObject(nullptr), ar.Write(nullptr, 1);
     EXPECT_EQ(watch.reports[0].file + watch.reports[1].file, "mcl/mfc_carcobj.ccmcl/mfc_carccore.cc");

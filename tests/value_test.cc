@@ -15,6 +15,13 @@ static std::string Text(const String& string)
     return std::string(string.m_data, static_cast<size_t>(string.m_len));
 }
 
+// How a stands to b, when all six operators agree on it.
+template <class A, class B> static std::string Orders(const A& a, const B& b)
+{
+    const std::string all = (Row() << (a < b) << (a <= b) << (a == b) << (a >= b) << (a > b) << (a != b)).Text();
+    return all == "1 1 0 0 0 1" ? "<" : all == "0 1 1 1 0 0" ? "=" : all == "0 0 0 1 1 1" ? ">" : all;
+}
+
 static const String inner("x\0y", 3);
 static char* const pNull = nullptr;
 
@@ -46,12 +53,13 @@ TEST(String, Queries)
     String abc("abc"), empty;
     const char* pBuffer = abc.m_data;
     abc += "", abc += pNull, abc.Concat(pNull, 3), abc.Concat("xyz", 0), abc.Concat("xyz", -1); // none touches it
-    EXPECT_TRUE(abc.m_data == pBuffer && &(abc += "") == &abc);
-    EXPECT_TRUE(abc.Find('c') == 2 && abc.Find('\0') == 3 && abc.Find('x') == -1 && empty.Find('\0') == -1);
-    EXPECT_TRUE(abc.Find("bc") == 1 && abc.Find("bd") == -1 && abc.Find("") == -1 && abc.Find(pNull) == -1);
-    EXPECT_TRUE(abc.Compare(pNull) == 3 && empty.Compare(pNull) == 0 && abc[2] == 'c' && inner == String("x\0z", 3));
-    EXPECT_TRUE(abc < "b" && "ab" <= abc && abc > "ab" && abc >= "abc" && abc <= "abc" && abc != "abd" && abc < "\xFF");
-    EXPECT_FALSE(abc < "abc" || abc > "abc" || abc == "ab" || abc != "abc" || abc <= "ab" || "ab" >= abc);
+    EXPECT_EQ(static_cast<const void*>(abc.m_data), pBuffer);
+    EXPECT_EQ(&(abc += ""), &abc);
+    EXPECT_EQ(Row() << abc.Find('c') << abc.Find('\0') << abc.Find('x') << empty.Find('\0'), "2 3 -1 -1");
+    EXPECT_EQ(Row() << abc.Find("bc") << abc.Find("bd") << abc.Find("") << abc.Find(pNull), "1 -1 -1 -1");
+    EXPECT_EQ(Row() << abc.Compare(pNull) << empty.Compare(pNull) << abc[2] << (inner == String("x\0z", 3)), "3 0 c 1");
+    EXPECT_EQ(Orders(abc, "b") + Orders(abc, "abc") + Orders(abc, "ab") + Orders(abc, "\xFF"), "<=><");
+    EXPECT_EQ(Orders("b", abc) + Orders("abc", abc) + Orders("ab", abc) + Orders("\xFF", abc), ">=<>");
     const auto fail = [&] { abc.Concat(abc.GetAt(-1) == '\0' && abc[3] == '\0' ? "xyz" : "", INT_MAX - 3); };
     EXPECT_EQ(Outcome(fail), "nIndex >= 0; nIndex < m_len; raise 1"); // the length is more than an int can say
 }
@@ -67,11 +75,18 @@ TEST(Time, SpansOrderAndCalendarOfTheZoneInForce)
     const VELM_CTimeSpan hour(3600), minute(60);
     VELM_CTime time(1000);
     const VELM_CTime before = time - hour;
-    EXPECT_TRUE(before.GetTime() == -2600 && (before - time).GetTotalSeconds() == -3600);
-    EXPECT_TRUE((time -= hour).GetTime() == -2600 && (time += minute).GetTime() == -2540);
-    EXPECT_TRUE((hour - minute).m_span == 3540 && (hour + minute).m_span == 3660);
-    EXPECT_TRUE(before < time && before <= time && time > before && time >= before && time != before);
-    EXPECT_FALSE(before == time || before > time || hour == minute || hour < minute || hour <= minute);
+    EXPECT_EQ(Row() << before.GetTime() << (before - time).GetTotalSeconds(), "-2600 -3600");
+    EXPECT_EQ(Row() << (time -= hour).GetTime() << (time += minute).GetTime() << time.GetTime(), "-2600 -2540 -2540");
+    EXPECT_EQ(Row() << (hour - minute).m_span << (hour + minute).m_span, "3540 3660");
+    EXPECT_EQ(Orders(before, time) + Orders(time, time) + Orders(time, before), "<=>");
+    EXPECT_EQ(Orders(minute, hour) + Orders(hour, hour) + Orders(hour, minute), "<=>");
+    VELM_CTimeSpan span;
+    EXPECT_EQ(&(span = hour), &span);
+    EXPECT_EQ(&(span += minute), &span);
+    EXPECT_EQ(Row() << span.m_span << (span -= hour).m_span << span.m_span, "3660 60 60");
+    EXPECT_EQ(&(span -= minute), &span);
+    EXPECT_EQ(&(time = before), &time);
+    EXPECT_EQ(Row() << time.GetTime() << (time = 5L).GetTime() << time.GetTime(), "-2600 5 5");
     EXPECT_LE(std::labs(VELM_CTime::GetCurrentTime().GetTime() - ::time(nullptr)), 2);
 
     const VELM_CTime epoch, far(LONG_MAX);
@@ -81,9 +96,11 @@ TEST(Time, SpansOrderAndCalendarOfTheZoneInForce)
         EXPECT_EQ(local, std::vector<int>({time.GetYear(), time.GetMonth(), time.GetDay(), time.GetHour(),
                                            time.GetMinute(), time.GetSecond(), time.GetDayOfWeek()}));
         struct tm record;
-        EXPECT_TRUE(time.GetLocalTm(&record) == &record && record.tm_hour == local[3]);
-        EXPECT_TRUE(epoch.GetGmtTm(&record) == &record && record.tm_year == 70 && record.tm_wday == 4);
-        EXPECT_TRUE(time.GetGmtTm(nullptr)->tm_hour == 1 && time.GetLocalTm(nullptr)->tm_hour == local[3]);
+        EXPECT_EQ(time.GetLocalTm(&record), &record);
+        EXPECT_EQ(record.tm_hour, local[3]);
+        EXPECT_EQ(epoch.GetGmtTm(&record), &record);
+        EXPECT_EQ(Row() << record.tm_year << record.tm_wday << time.GetGmtTm(nullptr)->tm_hour, "70 4 1");
+        EXPECT_EQ(time.GetLocalTm(nullptr)->tm_hour, local[3]);
         const bool bNoYear = far.GetYear() == 0 && far.GetLocalTm(&record) == nullptr && record.tm_year == 70;
         EXPECT_EQ(bNoYear, sizeof(long) == 8); // no int holds it
     }

@@ -3,12 +3,13 @@
 #define TESTS_SUPPORT_WATCH_H
 
 #include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "mcl/tavnomcl.h"
 
-// While it lives, failed checks and raises are recorded. Outside of one, both fail the test.
+// While it lives, failed checks and raises are recorded. Outside of one, both fail the test; a raise ends it.
 class HostWatch {
 public:
     struct Report {
@@ -27,6 +28,24 @@ public:
 // Runs body and returns what it reported and raised, as in "nIndex >= 0; raise 3"; "" for nothing.
 // With bRaiseReturns, a raise comes back to the raising operation, else it ends the body.
 std::string Outcome(const std::function<void()>& body, bool bRaiseReturns = false);
+
+// Values as text, taken from left to right, a blank between two: EXPECT_EQ(Row() << a << b, "1 2") shows all of them.
+class Row {
+public:
+    template <class VALUE> Row& operator<<(const VALUE& value)
+    {
+        std::ostringstream text;
+        text << value;
+        m_text += (m_text.empty() ? "" : " ") + text.str();
+        return *this;
+    }
+    const std::string& Text() const { return m_text; }
+    friend bool operator==(const Row& row, const std::string& text) { return row.m_text == text; }
+    friend std::ostream& operator<<(std::ostream& to, const Row& row) { return to << row.m_text; }
+
+private:
+    std::string m_text;
+};
 
 // Runs body and returns what it printed on standard output.
 std::string Printed(const std::function<void()>& body);
