@@ -171,8 +171,11 @@ TEST(ArchiveEncoding, RefusesWhatIsTooLargeAndElementsStopWithTheData)
     EXPECT_EQ(Outcome([&] { SerializeElements(from, elements, 3); }, true), "raise 3");
     EXPECT_EQ(string(elements[0].m_data) + elements[1].m_data + elements[2].m_data, "dold");
 #if defined(__LP64__)
-    const auto StoreLarge = [](VELM_CArchive& ar) { ar << 0x100000000ul, ar.WriteCount(0x100000005ul); };
-    EXPECT_EQ(Outcome([&] { EXPECT_EQ(Stored(StoreLarge), ""); }), "dw <= 0xFFFFFFFF; dwCount <= 0xFFFFFFFF");
+    const auto StoreLarge = [](VELM_CArchive& ar) {
+        ar << 0x100000000ul, ar.WriteCount(0x100000000ul), ar.StorePrefixed("", 0x100000000ul);
+    };
+    EXPECT_EQ(Outcome([&] { EXPECT_EQ(Stored(StoreLarge), ""); }),
+              "dw <= 0xFFFFFFFF; dwCount <= 0xFFFFFFFF; nLength <= 0xFFFFFFFF");
 #endif
 }
 

@@ -234,6 +234,40 @@ TEST(Load, ClassReferences)
     EXPECT_EQ(Outcome([&] { VELM_CRuntimeClass::Load(ar, &nSchema); }), "raise 3");
 }
 
+TEST(Load, AnObjectMayAbortTheArchiveThatLoadsIt)
+{
+    static VELM_CRuntimeClass quitter = {"Quitter", 0, 1};
+    struct Quitter : Node {
+        VELM_CRuntimeClass* GetRuntimeClass() const override { return &quitter; }
+        void Serialize(VELM_CArchive& ar) override
+        {
+            if (ar.IsLoading())
+                ar.Abort();
+        }
+    } inner;
+    Node outer(1);
+    outer.links = {&inner};
+    VELM_CClassTable table;
+    table.Add<Node>(&Node::record);
+    table.Add<Quitter>(&quitter, &Node::record);
+    MemoryFile file(StoredRoots({&outer})), none;
+    VELM_CArchive ar(&file, VELM_CArchive::load), empty(&none, VELM_CArchive::load);
+    ar.SetClassTable(&table);
+    VELM_CObject* pLoaded = nullptr;
+    EXPECT_EQ(Outcome([&] { pLoaded = ar.ReadObject(&Node::record); }), "");
+    const std::unique_ptr<Node> pOuter(static_cast<Node*>(pLoaded)); // the program's, since the archive forgot them
+    ASSERT_NE(pOuter, nullptr);
+    const std::unique_ptr<VELM_CObject> pInner(pOuter->links.at(0));
+    EXPECT_NE(dynamic_cast<Quitter*>(pInner.get()), nullptr);
+    ar.DeleteLoadedObjects();
+
+    empty.SetClassTable(&table);
+    EXPECT_EQ(Outcome([&] { empty.ReadObject(nullptr); }), "raise 3");
+    const char* lpszError = empty.GetErrorText();
+    empty.Abort();
+    EXPECT_STREQ(lpszError, "offset 0: the data ends");
+}
+
 TEST(Load, TheTableKeepsNamesApart)
 {
     VELM_CClassTable table;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 
@@ -64,7 +65,10 @@ std::string Printed(const std::function<void()>& body)
 {
     testing::internal::CaptureStdout();
     body();
-    return testing::internal::GetCapturedStdout();
+    const std::string printed = testing::internal::GetCapturedStdout();
+    if (testing::Test::HasFailure()) // the framework reports what fails on standard output, too
+        std::fputs(printed.c_str(), stdout);
+    return printed;
 }
 
 VELM_CString MemoryFile::GetFilePath() const
