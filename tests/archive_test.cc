@@ -223,3 +223,13 @@ TEST(ArchiveLine, HasAnyLength)
         EXPECT_EQ(all + line.m_data, "|" + x + "|" + x + "|" + x + "a|" + x + (n % 128 == 0 ? "" : "|"));
     }
 }
+
+TEST(Archive, LooksForTheEndInsideItsBuffer)
+{
+    MemoryFile file(Pattern(130));
+    VELM_CArchive ar(&file, load, 128);
+    string bytes(130, '#');
+    EXPECT_EQ(Row() << ar.Read(&bytes[0], 128) << ar.IsAtEnd() << ar.m_lpBufMax - ar.m_lpBufStart, "128 0 2");
+    EXPECT_EQ(Row() << ar.Read(&bytes[128], 2) << ar.IsAtEnd(), "2 1");
+    EXPECT_TRUE(bytes == Pattern(130));
+}
