@@ -546,7 +546,7 @@ public:
         VELM_CAssoc* pAssoc = this->FindOrAdd(key);
         return pAssoc != NULL ? pAssoc->value : this->SpareAssoc().value;
     }
-    /// Sets the value of the key.
+    /// Sets the value of the key. Where the value's assignment raises, a new entry stays, with a new value.
     void SetAt(ARG_KEY key, ARG_VALUE value) { (*this)[key] = value; }
     /// Delivers the value of the key. Returns 1, or 0 when there is no entry; `rValue` stays as it is then.
     int Lookup(ARG_KEY key, VALUE& rValue) const

@@ -120,6 +120,7 @@ public:
     /// Replaces the elements by copies of those of `src`; the capacity is the size then.
     VELM_CStringArray& operator=(const VELM_CStringArray& src);
     /// Appends copies of this array's strings to `dest`, which may be this array, in ascending order.
+    /// Where memory is exhausted on the way, those that were appended stay.
     void Sort(VELM_CStringArray& dest) const;
     /// 1 when an element equals the string, as by `VELM_CString::Compare(const char*)`, else 0.
     int Contains(const VELM_CString& str) const;
