@@ -68,7 +68,7 @@ int VELM_CSaveFile::Open(const char* lpszFileName, unsigned nOpenFlags, VELM_CFi
     bool bOpen;
     struct stat64 status = {};
     m_bReplaces = Retry([&] { return stat64(m_strFileName.m_data, &status); }) == 0;
-    m_nMode = status.st_mode & 07777;
+    m_nMode = status.st_mode & ALLPERMS;
     m_nOwner = status.st_uid;
     m_nGroup = status.st_gid;
     if ((nOpenFlags & modeAppend) != 0) {
@@ -132,7 +132,7 @@ bool VELM_CSaveFile::OpenBeside()
 {
     if (m_bReplaces && Retry([&] { return faccessat(m_nFolder, m_szTarget, W_OK, AT_EACCESS); }) != 0)
         return false;
-    const mode_t nMode = m_bReplaces ? 0600 : 0666; // until the old file's is known to fit
+    const mode_t nMode = m_bReplaces ? S_IRUSR | S_IWUSR : DEFFILEMODE; // until the old file's is known to fit
     m_nFile = Retry([&] { return openat(m_nFolder, ".", nWriting | O_TMPFILE, nMode); });
     if (m_nFile != -1 && flock(m_nFile, LOCK_EX | LOCK_NB) == 0 && access(DescriptorPath(m_nFile).szPath, F_OK) == 0)
         return true;
@@ -230,9 +230,9 @@ void VELM_CSaveFile::KeepStatus()
 {
     const bool bOwner = Retry([&] { return fchown(m_nFile, m_nOwner, m_nGroup); }) == 0;
     const bool bGroup = bOwner || Retry([&] { return fchown(m_nFile, static_cast<uid_t>(-1), m_nGroup); }) == 0;
-    unsigned nMode = m_nMode & (bOwner ? 07777 : 0777);
+    unsigned nMode = m_nMode & (bOwner ? ALLPERMS : ACCESSPERMS);
     if (!bGroup)
-        nMode = (nMode & 0707) | (nMode & 07) << 3;
+        nMode = (nMode & ~unsigned{S_IRWXG}) | (nMode & S_IRWXO) << 3;
     Retry([&] { return fchmod(m_nFile, nMode); });
 }
 
