@@ -14,7 +14,7 @@
 
 #include "mcl/mfc_carcload_p.h"
 #include "mcl/mfc_carcref_p.h"
-#include "mcl/mfc_cmap.h"
+#include "mcl/mfc_cmapindex_p.h"
 #include "mcl/mfc_cobj.h"
 #include "mcl/mfc_cobj_p.h"
 #include "mcl/mfc_coll.h"
@@ -24,7 +24,9 @@
 // whatever is inserted meanwhile, since the nodes of a map never move.
 static void*& IndexSlot(VELM_CMapPtrToPtr& map, const void* pObjectOrClass)
 {
-    return map[const_cast<void*>(pObjectOrClass)];
+    void* const key = const_cast<void*>(pObjectOrClass);
+    void** const pValue = VELM_CMapIndex::ValueOf(map, key);
+    return pValue != nullptr ? *pValue : map[key];
 }
 
 static unsigned IndexIn(void* pSlot)

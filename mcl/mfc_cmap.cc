@@ -16,8 +16,7 @@ VELM_CMapPtrToPtr::~VELM_CMapPtrToPtr()
 
 void*& VELM_CMapPtrToPtr::operator[](void* key)
 {
-    // An archive asks this for each object that it stores: with an index that is good, one probe answers it.
-    if (void** pValue = VELM_CMapIndex::ValueOf(*this, Bucket(key), key))
+    if (void** pValue = VELM_CMapIndex::ValueOf(*this, key))
         return *pValue;
     VELM_CAssoc* pAssoc = FindOrAdd(key);
     return pAssoc != nullptr ? pAssoc->value : SpareAssoc().value;

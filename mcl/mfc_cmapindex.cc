@@ -12,20 +12,21 @@ const std::size_t nHugePage = std::size_t{1} << 21;
 VELM_CMapIndex* VELM_CMapIndex::Make(std::size_t nEntries)
 {
     std::size_t nSlots = 256;
-    while (nSlots / 4 < nEntries && nSlots <= SIZE_MAX / 4 / sizeof(uint64_t))
+    while (nSlots / 2 < nEntries && nSlots <= SIZE_MAX / 8 / sizeof(uint64_t))
         nSlots *= 2;
-    const std::size_t nBytes = nSlots * sizeof(uint64_t);
-    void* pSlots = std::aligned_alloc(nBytes < nHugePage ? sizeof(uint64_t) * 8 : nHugePage, nBytes);
+    const std::size_t nBytes = nSlots * sizeof(uint64_t) + (nSlots >> nSampleBits) * sizeof(Sample);
+    const std::size_t nUnit = nBytes < nHugePage ? sizeof(uint64_t) * 8 : nHugePage;
+    const std::size_t nWhole = (nBytes + nUnit - 1) / nUnit * nUnit;
+    void* const pSlots = std::aligned_alloc(nUnit, nWhole);
     VELM_CMapIndex* pIndex = pSlots == nullptr ? nullptr : new (std::nothrow) VELM_CMapIndex;
     if (pIndex == nullptr) {
         std::free(pSlots);
         return nullptr;
     }
     if (nBytes >= nHugePage)
-        madvise(pSlots, nBytes, MADV_HUGEPAGE); // fewer misses of the address cache; it may be refused
+        madvise(pSlots, nWhole, MADV_HUGEPAGE); // fewer misses of the address cache; it may be refused
     std::memset(pSlots, 0, nBytes);
-    if (getentropy(pIndex->m_seed, sizeof pIndex->m_seed) !=
-        0) { // where the system has none: addresses differ at least
+    if (getentropy(pIndex->m_seed, sizeof pIndex->m_seed) != 0) { // addresses differ at least
         pIndex->m_seed[0] = reinterpret_cast<uintptr_t>(pIndex);
         pIndex->m_seed[1] = reinterpret_cast<uintptr_t>(&nSlots);
     }
@@ -33,6 +34,7 @@ VELM_CMapIndex* VELM_CMapIndex::Make(std::size_t nEntries)
     pIndex->m_nUsed = 0;
     pIndex->m_pLast = nullptr;
     pIndex->m_pSlots = static_cast<uint64_t*>(pSlots);
+    pIndex->m_pSamples = reinterpret_cast<Sample*>(pIndex->m_pSlots + nSlots);
     return pIndex;
 }
 

@@ -1,6 +1,6 @@
-// What finds the entries of a large map without walking its chains; private to the library.
+// What finds the entries of a map without walking its chains, where these are long; private to the library.
 //
-// The chains are what a caller sees, and the truth. Beside those of a map with many entries stands an index: a table of
+// The chains are what a caller sees, and the truth. Beside those of a map with a long one stands an index: a table of
 // links, where the link of an entry is the pointer that points at its node, a bucket head or the pNext before it.
 //
 //     m_pHashTable[1] --> node C --> node B --> node A --> NULL
@@ -18,6 +18,10 @@
 //   must be the one that was left there. Else the index is dropped, and the next insertion makes a new one. A map whose
 //   nodes a caller takes or frees by NewAssoc and FreeAssoc has none until it is empty again.
 // - Nothing but an insertion makes an index. Without memory for it there is none, and the chains are walked.
+//
+// Link and node of a far key are far as well, and known only when the slot has come. So that the two need not be waited
+// for one after the other, the index remembers of each stretch of keys the node of one: keys that were inserted as they
+// lie in memory have their nodes as they lie, and where a node should be is asked for ahead. Nothing is believed of it.
 #ifndef TAVNOMCL_MFC_CMAPINDEX_P_H
 #define TAVNOMCL_MFC_CMAPINDEX_P_H
 
@@ -42,7 +46,7 @@ public:
     }
 
     // The value of the key, in an entry that is made when there is none; NULL where the usual way has to be gone.
-    static void** ValueOf(VELM_CMapPtrToPtr& map, unsigned nBucket, void* key);
+    static void** ValueOf(VELM_CMapPtrToPtr& map, void* key);
 
     VELM_CMapIndex(const VELM_CMapIndex&) = delete;
     VELM_CMapIndex& operator=(const VELM_CMapIndex&) = delete;
@@ -50,12 +54,14 @@ public:
 
 private:
     enum : uint64_t { emptySlot = 0, removedSlot = 1 }; // no link has such an address
-    static const int nFewest = 48;                      // entries from which on an index is kept
+    static const int nLongest = 12;                     // a chain without an index
     static const int nLinkBits = 48;
+    static const int nSampleBits = 6;   // fewer than in the number of a slot
+    static const int nStretchBits = 12; // of the address in a stretch of keys that go to neighbouring slots
 
-    // Where an entry belongs, modulo the number of slots: in nHome or, when that is taken, in the first free one from
-    // nFar on. Keys that lie close together fill their stretch of slots, and what is taken there must not push the rest
-    // along.
+    // Where an entry belongs, modulo the number of slots: in one of the four slots around nHome or, when these are
+    // taken, in the first free one from nFar on. Keys that lie close together fill their stretch of slots, and what is
+    // taken there must not push the rest along.
     struct Hash {
         uint64_t nHome;
         uint64_t nFar;
@@ -64,18 +70,24 @@ private:
     // The slots in that order.
     struct Probe {
         std::size_t i;
-        std::size_t nNext;
+        std::size_t nTried;
+        Hash hash;
 
         void Go(std::size_t nMask)
         {
-            i = nNext & nMask;
-            nNext = i + 1;
+            ++nTried;
+            i = static_cast<std::size_t>(nTried < 4 ? hash.nHome ^ nTried : hash.nFar + nTried) & nMask;
         }
     };
-    Probe Start(Hash hash) const
-    {
-        return {static_cast<std::size_t>(hash.nHome) & m_nMask, static_cast<std::size_t>(hash.nFar)};
-    }
+    Probe Start(Hash hash) const { return {static_cast<std::size_t>(hash.nHome) & m_nMask, 0, hash}; }
+
+    // One key of a stretch, its node, and how far the nodes of others are from there, for each byte between the keys,
+    // in units of 2^-16 bytes.
+    struct Sample {
+        uintptr_t nKey;
+        uintptr_t nNode;
+        int32_t nPitch;
+    };
 
     const void* m_pTable; // the map's, and its number of buckets
     unsigned m_nBuckets;
@@ -83,11 +95,23 @@ private:
     std::size_t m_nMask; // number of slots - 1
     std::size_t m_nUsed; // slots that are not empty
     uint64_t* m_pSlots;
+    Sample* m_pSamples;    // of the stretch modulo their number, behind the slots
     const void* m_pLast;   // the node that was linked last, which the next one often follows,
     uint64_t* m_pLastSlot; // and its slot
 
     VELM_CMapIndex() = default;
+    template <class ASSOC, class KEY> static VELM_CMapIndex* Make(const VELM_CMapTable<ASSOC, KEY>& map)
+    {
+        VELM_CMapIndex* const pIndex = Make(static_cast<std::size_t>(map.m_nCount));
+        if (pIndex != nullptr)
+            pIndex->m_pTable = map.m_pHashTable, pIndex->m_nBuckets = map.m_nHashTableSize;
+        return pIndex;
+    }
     static VELM_CMapIndex* Make(std::size_t nEntries);
+    bool IsFull() const { return m_nUsed > m_nMask / 8 * 5; }
+    Sample& SampleOf(uintptr_t nStretch) const { return m_pSamples[nStretch & (m_nMask >> nSampleBits)]; }
+    void Remember(const VELM_CPtrAssoc& assoc);
+    template <class ASSOC> void Remember(const ASSOC&) {} // texts are scattered
     Hash HashOf(unsigned nBucket, const void* key) const;
     Hash HashOf(unsigned nBucket, const char* lpszKey) const;
     Hash HashOf(const VELM_CPtrAssoc& assoc) const { return HashOf(assoc.nHashValue, assoc.key); }
@@ -111,17 +135,32 @@ private:
     template <class MATCHES> uint64_t* Find(Hash hash, MATCHES matches) const;
     template <class ASSOC> uint64_t* FindNode(const ASSOC* pAssoc, ASSOC** ppLink) const;
     template <class ASSOC, class KEY> static void Build(const VELM_CMapTable<ASSOC, KEY>& map);
+    template <class ASSOC, class KEY> static void Grow(const VELM_CMapTable<ASSOC, KEY>& map);
 };
 
 inline VELM_CMapIndex::Hash VELM_CMapIndex::HashOf(unsigned, const void* key) const
 {
-    // Neighbours in memory are often stored one after another: those of one stretch of 4 KiB go to neighbouring slots,
-    // and the stretches are scattered. Units are of 16 bytes; what lies at another place in its unit is scattered too.
+    // Neighbours in memory are often stored one after another: those of one stretch go to neighbouring slots, and the
+    // stretches are scattered. Units are of 16 bytes; what lies at another place in its unit is scattered too.
     const uint64_t nAddress = reinterpret_cast<uintptr_t>(key);
-    const uint64_t nStretch = (nAddress >> 12 << 4 | (nAddress & 15)) * 0x9E3779B97F4A7C15;
-    const uint64_t nUnit = nAddress >> 4 & 255;
+    const uint64_t nStretch = (nAddress >> nStretchBits << 4 | (nAddress & 15)) * 0x9E3779B97F4A7C15;
+    const uint64_t nUnit = (nAddress & ((1 << nStretchBits) - 1)) >> 4;
     return {(nStretch >> 20) + nUnit, nAddress * 0x9E3779B97F4A7C15 >> 24,
             ((nStretch >> 4) + nUnit * 0x9E37) << nLinkBits};
+}
+
+inline void VELM_CMapIndex::Remember(const VELM_CPtrAssoc& assoc)
+{
+    const uintptr_t nKey = reinterpret_cast<uintptr_t>(assoc.key), nStretch = nKey >> nStretchBits;
+    Sample& rSample = SampleOf(nStretch);
+    if (rSample.nKey >> nStretchBits == nStretch)
+        return;
+    rSample = {nKey, reinterpret_cast<uintptr_t>(&assoc), 0};
+    Sample& rBefore = SampleOf(nStretch - 1);
+    const intptr_t nKeys = static_cast<intptr_t>(nKey - rBefore.nKey);
+    const intptr_t nNodes = static_cast<intptr_t>(rSample.nNode - rBefore.nNode);
+    if (rBefore.nKey >> nStretchBits == nStretch - 1 && -0x4000 < nNodes && nNodes < 0x4000) // else in no such order
+        rBefore.nPitch = rSample.nPitch = static_cast<int32_t>(nNodes) * 0x10000 / static_cast<int32_t>(nKeys);
 }
 
 inline uint64_t* VELM_CMapIndex::Put(Hash hash, uint64_t nSlot)
@@ -159,24 +198,54 @@ template <class ASSOC> uint64_t* VELM_CMapIndex::FindNode(const ASSOC* pAssoc, A
 template <class ASSOC, class KEY> void VELM_CMapIndex::Build(const VELM_CMapTable<ASSOC, KEY>& map)
 {
     DropIndex(map, false);
-    map.m_pIndex = Make(static_cast<std::size_t>(map.m_nCount));
+    map.m_pIndex = Make(map);
     VELM_CMapIndex* const pIndex = map.m_pIndex;
     if (pIndex == nullptr)
         return;
-    pIndex->m_pTable = map.m_pHashTable;
-    pIndex->m_nBuckets = map.m_nHashTableSize;
     for (unsigned i = 0; i < map.m_nHashTableSize; ++i) {
         for (ASSOC** ppLink = &map.m_pHashTable[i]; *ppLink != nullptr; ppLink = &(*ppLink)->pNext) {
             const uint64_t nLink = reinterpret_cast<uintptr_t>(ppLink);
             // More nodes than are counted would never leave a slot empty: they are a caller's own.
-            if (nLink >> nLinkBits != 0 || pIndex->m_nUsed > pIndex->m_nMask / 2) {
+            if (nLink >> nLinkBits != 0 || pIndex->IsFull()) {
                 DropIndex(map, true);
                 return;
             }
             const Hash hash = pIndex->HashOf(**ppLink);
             pIndex->Put(hash, SlotOf(hash, ppLink));
+            pIndex->Remember(**ppLink);
         }
     }
+}
+
+// Makes room in a full index. What it has goes over in the order of its slots, in which neighbours follow each other;
+// without memory, or when a link no longer has its node, the index is dropped.
+template <class ASSOC, class KEY> void VELM_CMapIndex::Grow(const VELM_CMapTable<ASSOC, KEY>& map)
+{
+    VELM_CMapIndex *const pOld = map.m_pIndex, *const pNew = Make(map);
+    bool bGood = pNew != nullptr;
+    if (bGood)
+        pNew->m_seed[0] = pOld->m_seed[0], pNew->m_seed[1] = pOld->m_seed[1];
+    for (std::size_t i = 0; bGood && i <= pOld->m_nMask; ++i) {
+        const uint64_t nSlot = pOld->m_pSlots[i];
+        if (nSlot <= removedSlot)
+            continue;
+        const ASSOC* const pAssoc = *LinkIn<ASSOC>(nSlot);
+        bGood = pAssoc != nullptr && !pNew->IsFull();
+        if (bGood) {
+            const Hash hash = pNew->HashOf(*pAssoc);
+            bGood = (hash.nTag ^ nSlot) >> nLinkBits == 0;
+            pNew->Put(hash, nSlot);
+        }
+    }
+    for (std::size_t i = 0; bGood && i <= pOld->m_nMask >> nSampleBits; ++i) {
+        const Sample& sample = pOld->m_pSamples[i];
+        pNew->SampleOf(sample.nKey >> nStretchBits) = sample;
+    }
+    DropIndex(map, false);
+    if (bGood)
+        map.m_pIndex = pNew;
+    else
+        delete pNew;
 }
 
 template <class ASSOC, class KEY>
@@ -207,25 +276,35 @@ template <class ASSOC, class KEY> void VELM_CMapIndex::LinkFirst(VELM_CMapTable<
 {
     ASSOC** const ppHead = &map.m_pHashTable[pAssoc->nHashValue];
     ASSOC* const pOldHead = *ppHead;
-    pAssoc->pNext = pOldHead;
-    *ppHead = pAssoc;
-    if (map.m_bTouched || map.m_nCount < nFewest)
-        return;
+    const uint64_t nNewLink = reinterpret_cast<uintptr_t>(&pAssoc->pNext);
+    const bool bHadIndex = map.m_pIndex != nullptr;
+    bool bGood = bHadIndex && map.m_pIndex->IsOf(map) && nNewLink >> nLinkBits == 0;
+    if (bGood && map.m_pIndex->IsFull()) {
+        Grow(map);
+        bGood = map.m_pIndex != nullptr;
+    }
     VELM_CMapIndex* const pIndex = map.m_pIndex;
     uint64_t* pOldSlot = nullptr;
-    if (pIndex != nullptr && pIndex->IsOf(map) && pOldHead != nullptr)
+    if (bGood && pOldHead != nullptr) {
         pOldSlot = pIndex->FindNode(pOldHead, ppHead);
-    const uint64_t nNewLink = reinterpret_cast<uintptr_t>(&pAssoc->pNext);
-    if (pIndex == nullptr || !pIndex->IsOf(map) || (pOldHead != nullptr && pOldSlot == nullptr) ||
-        nNewLink >> nLinkBits != 0 || pIndex->m_nUsed > pIndex->m_nMask / 2) {
-        Build(map);
-        return;
+        bGood = pOldSlot != nullptr;
     }
-    if (pOldSlot != nullptr)
-        *pOldSlot = (*pOldSlot >> nLinkBits << nLinkBits) | nNewLink;
-    const Hash hash = pIndex->HashOf(*pAssoc);
-    pIndex->m_pLastSlot = pIndex->Put(hash, SlotOf(hash, ppHead));
-    pIndex->m_pLast = pAssoc;
+    pAssoc->pNext = pOldHead;
+    *ppHead = pAssoc;
+    if (bGood) {
+        if (pOldSlot != nullptr)
+            *pOldSlot = (*pOldSlot >> nLinkBits << nLinkBits) | nNewLink;
+        const Hash hash = pIndex->HashOf(*pAssoc);
+        pIndex->m_pLastSlot = pIndex->Put(hash, SlotOf(hash, ppHead));
+        pIndex->m_pLast = pAssoc;
+        pIndex->Remember(*pAssoc);
+    } else if (!map.m_bTouched) {
+        int nNodes = bHadIndex ? nLongest : 0;
+        for (const ASSOC* p = pOldHead; nNodes < nLongest && p != nullptr; p = p->pNext)
+            ++nNodes;
+        if (nNodes == nLongest)
+            Build(map);
+    }
 }
 
 template <class ASSOC, class KEY> void VELM_CMapIndex::Unlink(VELM_CMapTable<ASSOC, KEY>& map, ASSOC** ppLink)
@@ -259,12 +338,21 @@ template <class ASSOC, class KEY> void VELM_CMapIndex::Unlink(VELM_CMapTable<ASS
         *ppLink = pAssoc->pNext;
 }
 
-inline void** VELM_CMapIndex::ValueOf(VELM_CMapPtrToPtr& map, unsigned nBucket, void* key)
+inline void** VELM_CMapIndex::ValueOf(VELM_CMapPtrToPtr& map, void* key)
 {
+    const unsigned nBucket = map.Bucket(key);
     VELM_CMapIndex* const pIndex = map.m_pIndex;
     if (pIndex == nullptr || !pIndex->IsOf(map))
         return nullptr;
     const Hash hash = pIndex->HashOf(nBucket, key);
+    const Sample& sample = pIndex->SampleOf(reinterpret_cast<uintptr_t>(key) >> nStretchBits);
+    const uintptr_t nDistance = reinterpret_cast<uintptr_t>(key) - sample.nKey, nStretch = 1 << nStretchBits;
+    if (nDistance + nStretch < 2 * nStretch) {
+        const char* const pForeseen = reinterpret_cast<const char*>(
+            sample.nNode + static_cast<uintptr_t>(int64_t{static_cast<intptr_t>(nDistance)} * sample.nPitch >> 16));
+        __builtin_prefetch(pForeseen + offsetof(VELM_CPtrAssoc, nHashValue));
+        __builtin_prefetch(pForeseen + sizeof(VELM_CPtrAssoc)); // the link in the node behind it
+    }
     Probe at = pIndex->Start(hash);
     for (; pIndex->m_pSlots[at.i] != emptySlot; at.Go(pIndex->m_nMask)) {
         const uint64_t nSlot = pIndex->m_pSlots[at.i];
@@ -280,7 +368,7 @@ inline void** VELM_CMapIndex::ValueOf(VELM_CMapPtrToPtr& map, unsigned nBucket, 
     uint64_t* const pOldSlot = *ppHead == nullptr ? nullptr : pIndex->FindNode(*ppHead, ppHead);
     if (pOldSlot == nullptr || pAssoc == nullptr ||
         static_cast<uint64_t>(reinterpret_cast<uintptr_t>(pAssoc)) >> nLinkBits != 0 || map.m_nCount == INT_MAX ||
-        pIndex->m_nUsed > pIndex->m_nMask / 2)
+        pIndex->IsFull())
         return nullptr;
     map.m_pFreeList = pAssoc->pNext;
     ++map.m_nCount;
@@ -290,6 +378,7 @@ inline void** VELM_CMapIndex::ValueOf(VELM_CMapPtrToPtr& map, unsigned nBucket, 
     pIndex->m_pSlots[at.i] = SlotOf(hash, ppHead);
     pIndex->m_pLastSlot = &pIndex->m_pSlots[at.i];
     pIndex->m_pLast = pAssoc;
+    pIndex->Remember(*pAssoc);
     ++pIndex->m_nUsed;
     return &pAssoc->value;
 }
