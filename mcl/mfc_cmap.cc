@@ -22,10 +22,17 @@ void*& VELM_CMapPtrToPtr::operator[](void* key)
     return pAssoc != nullptr ? pAssoc->value : SpareAssoc().value;
 }
 
+static const VELM_CPtrAssoc* AssocOf(const VELM_CMapPtrToPtr& map, void* key)
+{
+    if (const VELM_CPtrAssoc* pAssoc = VELM_CMapIndex::Found(map, key))
+        return pAssoc;
+    unsigned nHash;
+    return map.GetAssocAt(key, nHash);
+}
+
 int VELM_CMapPtrToPtr::Lookup(void* key, void*& rValue) const
 {
-    unsigned nHash;
-    const VELM_CAssoc* pAssoc = GetAssocAt(key, nHash);
+    const VELM_CAssoc* const pAssoc = AssocOf(*this, key);
     if (pAssoc == nullptr)
         return 0;
     rValue = pAssoc->value;
@@ -34,8 +41,7 @@ int VELM_CMapPtrToPtr::Lookup(void* key, void*& rValue) const
 
 int VELM_CMapPtrToPtr::LookupUINT(void* key, unsigned& rValue) const
 {
-    unsigned nHash;
-    const VELM_CAssoc* pAssoc = GetAssocAt(key, nHash);
+    const VELM_CAssoc* const pAssoc = AssocOf(*this, key);
     if (pAssoc == nullptr)
         return 0;
     rValue = pAssoc->nValue;

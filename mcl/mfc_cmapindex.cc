@@ -80,5 +80,5 @@ VELM_CMapIndex::Hash VELM_CMapIndex::HashOf(unsigned nBucket, const char* lpszKe
     Round();
     Round();
     const uint64_t nHash = v0 ^ v1 ^ v2 ^ v3;
-    return {nHash, nHash + 1, nHash >> 48 << nLinkBits};
+    return {nHash, nHash >> 48 << nLinkBits};
 }

@@ -45,7 +45,9 @@ public:
         map.m_bTouched = bTouched;
     }
 
-    // The value of the key, in an entry that is made when there is none; NULL where the usual way has to be gone.
+    // The node of the key, and the value in it, in an entry that is made when there is none. NULL where the usual way
+    // has to be gone.
+    static VELM_CPtrAssoc* Found(const VELM_CMapPtrToPtr& map, void* key);
     static void** ValueOf(VELM_CMapPtrToPtr& map, void* key);
 
     VELM_CMapIndex(const VELM_CMapIndex&) = delete;
@@ -60,23 +62,23 @@ private:
     static const int nStretchBits = 12; // of the address in a stretch of keys that go to neighbouring slots
 
     // Where an entry belongs, modulo the number of slots: in one of the four slots around nHome or, when these are
-    // taken, in the first free one from nFar on. Keys that lie close together fill their stretch of slots, and what is
-    // taken there must not push the rest along.
+    // taken, around the first place in steps from there that the tag makes. Keys that lie close together fill their
+    // stretch of slots, and what is taken there must not push the rest along.
     struct Hash {
         uint64_t nHome;
-        uint64_t nFar;
         uint64_t nTag; // above the bits of the link
     };
     // The slots in that order.
     struct Probe {
         std::size_t i;
-        std::size_t nTried;
+        uint64_t nTried;
         Hash hash;
 
         void Go(std::size_t nMask)
         {
             ++nTried;
-            i = static_cast<std::size_t>(nTried < 4 ? hash.nHome ^ nTried : hash.nFar + nTried) & nMask;
+            const uint64_t nStep = (hash.nTag >> nLinkBits) * 8 + 4; // 4 times an odd number: each four are come to
+            i = static_cast<std::size_t>((hash.nHome + nTried / 4 * nStep) ^ (nTried & 3)) & nMask;
         }
     };
     Probe Start(Hash hash) const { return {static_cast<std::size_t>(hash.nHome) & m_nMask, 0, hash}; }
@@ -133,6 +135,7 @@ private:
     }
     uint64_t* Put(Hash hash, uint64_t nSlot);
     template <class MATCHES> uint64_t* Find(Hash hash, MATCHES matches) const;
+    template <class ASSOC, class KEY> ASSOC** LinkOf(unsigned nBucket, KEY key, Probe& rAt) const;
     template <class ASSOC> uint64_t* FindNode(const ASSOC* pAssoc, ASSOC** ppLink) const;
     template <class ASSOC, class KEY> static void Build(const VELM_CMapTable<ASSOC, KEY>& map);
     template <class ASSOC, class KEY> static void Grow(const VELM_CMapTable<ASSOC, KEY>& map);
@@ -145,8 +148,7 @@ inline VELM_CMapIndex::Hash VELM_CMapIndex::HashOf(unsigned, const void* key) co
     const uint64_t nAddress = reinterpret_cast<uintptr_t>(key);
     const uint64_t nStretch = (nAddress >> nStretchBits << 4 | (nAddress & 15)) * 0x9E3779B97F4A7C15;
     const uint64_t nUnit = (nAddress & ((1 << nStretchBits) - 1)) >> 4;
-    return {(nStretch >> 20) + nUnit, nAddress * 0x9E3779B97F4A7C15 >> 24,
-            ((nStretch >> 4) + nUnit * 0x9E37) << nLinkBits};
+    return {(nStretch >> 20) + nUnit, ((nStretch >> 4) + nUnit * 0x9E37) << nLinkBits};
 }
 
 inline void VELM_CMapIndex::Remember(const VELM_CPtrAssoc& assoc)
@@ -183,6 +185,21 @@ template <class MATCHES> uint64_t* VELM_CMapIndex::Find(Hash hash, MATCHES match
         if ((nSlot ^ hash.nTag) >> nLinkBits == 0 && nSlot != removedSlot && matches(nSlot))
             return &m_pSlots[at.i];
     }
+}
+
+// The link that the key's node is at; NULL when there is none, and the probe stands at the slot that is free for it.
+template <class ASSOC, class KEY>
+__attribute__((always_inline)) inline ASSOC** VELM_CMapIndex::LinkOf(unsigned nBucket, KEY key, Probe& rAt) const
+{
+    for (; m_pSlots[rAt.i] != emptySlot; rAt.Go(m_nMask)) {
+        const uint64_t nLink = m_pSlots[rAt.i] - rAt.hash.nTag;
+        if (nLink - (removedSlot + 1) >= (uint64_t{1} << nLinkBits) - (removedSlot + 1)) // another tag
+            continue;
+        ASSOC** const ppLink = LinkIn<ASSOC>(nLink);
+        if (*ppLink != nullptr && (*ppLink)->nHashValue == nBucket && (*ppLink)->Matches(key))
+            return ppLink;
+    }
+    return nullptr;
 }
 
 // The slot of a node that has this link.
@@ -252,15 +269,11 @@ template <class ASSOC, class KEY>
 ASSOC** VELM_CMapIndex::FindLink(const VELM_CMapTable<ASSOC, KEY>& map, unsigned nBucket, KEY key)
 {
     ASSOC** const ppHead = &map.m_pHashTable[nBucket];
-    const auto IsWanted = [=](ASSOC** ppLink) {
-        return *ppLink != nullptr && (*ppLink)->nHashValue == nBucket && (*ppLink)->Matches(key);
-    };
     if (const VELM_CMapIndex* pIndex = map.m_pIndex) {
         if (pIndex->IsOf(map)) {
-            const uint64_t* pSlot = pIndex->Find(pIndex->HashOf(nBucket, key),
-                                                 [&](uint64_t nSlot) { return IsWanted(LinkIn<ASSOC>(nSlot)); });
-            if (pSlot != nullptr)
-                return LinkIn<ASSOC>(*pSlot);
+            Probe at = pIndex->Start(pIndex->HashOf(nBucket, key));
+            if (ASSOC** ppLink = pIndex->LinkOf<ASSOC>(nBucket, key, at))
+                return ppLink;
             if (*ppHead == nullptr || pIndex->FindNode(*ppHead, ppHead) != nullptr)
                 return nullptr;
         }
@@ -338,6 +351,17 @@ template <class ASSOC, class KEY> void VELM_CMapIndex::Unlink(VELM_CMapTable<ASS
         *ppLink = pAssoc->pNext;
 }
 
+inline VELM_CPtrAssoc* VELM_CMapIndex::Found(const VELM_CMapPtrToPtr& map, void* key)
+{
+    const unsigned nBucket = map.Bucket(key);
+    const VELM_CMapIndex* const pIndex = map.m_pIndex;
+    if (pIndex == nullptr || !pIndex->IsOf(map))
+        return nullptr;
+    Probe at = pIndex->Start(pIndex->HashOf(nBucket, key));
+    VELM_CPtrAssoc** const ppLink = pIndex->LinkOf<VELM_CPtrAssoc>(nBucket, key, at);
+    return ppLink == nullptr ? nullptr : *ppLink;
+}
+
 inline void** VELM_CMapIndex::ValueOf(VELM_CMapPtrToPtr& map, void* key)
 {
     const unsigned nBucket = map.Bucket(key);
@@ -354,14 +378,8 @@ inline void** VELM_CMapIndex::ValueOf(VELM_CMapPtrToPtr& map, void* key)
         __builtin_prefetch(pForeseen + sizeof(VELM_CPtrAssoc)); // the link in the node behind it
     }
     Probe at = pIndex->Start(hash);
-    for (; pIndex->m_pSlots[at.i] != emptySlot; at.Go(pIndex->m_nMask)) {
-        const uint64_t nSlot = pIndex->m_pSlots[at.i];
-        if ((nSlot ^ hash.nTag) >> nLinkBits != 0 || nSlot == removedSlot)
-            continue;
-        VELM_CPtrAssoc* const pAssoc = *LinkIn<VELM_CPtrAssoc>(nSlot);
-        if (pAssoc != nullptr && pAssoc->key == key && pAssoc->nHashValue == nBucket)
-            return &pAssoc->value;
-    }
+    if (VELM_CPtrAssoc** ppLink = pIndex->LinkOf<VELM_CPtrAssoc>(nBucket, key, at))
+        return &(*ppLink)->value;
     // A new key, where all is as it was left: the free slot is its, and the old head's link moves.
     VELM_CPtrAssoc** const ppHead = &map.m_pHashTable[nBucket];
     VELM_CPtrAssoc* const pAssoc = map.m_pFreeList;
