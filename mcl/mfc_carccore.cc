@@ -5,6 +5,7 @@
 #define VELM_EMIT_INLINES
 #include "mcl/mfc_carccore.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
@@ -78,6 +79,31 @@ VELM_CArchiveInside::~VELM_CArchiveInside()
     std::free(m_pText);
 }
 
+void VELM_CStoredClasses::Remember(const VELM_CRuntimeClass& cls, unsigned nIndex, bool bNew)
+{
+    m_nClasses += bNew;
+    const std::size_t nEntries = std::size_t{1} << (64 - m_nShift);
+    if (m_nClasses > nEntries / 4 && bNew) { // what is lost here comes again; without memory it is as before
+        if (Entry* pEntries = static_cast<Entry*>(std::calloc(2 * nEntries, sizeof(Entry)))) {
+            if (m_pEntries != m_few)
+                std::free(m_pEntries);
+            m_pEntries = pEntries;
+            --m_nShift;
+        }
+    }
+    m_pEntries[PlaceOf(cls)] = Entry{&cls, cls.m_pszName, nIndex};
+}
+
+void VELM_CStoredClasses::Clear()
+{
+    if (m_pEntries != m_few)
+        std::free(m_pEntries);
+    m_pEntries = m_few;
+    std::fill(std::begin(m_few), std::end(m_few), Entry());
+    m_nShift = 61;
+    m_nClasses = 0;
+}
+
 void VELM_CArchive::Abort()
 {
     m_pFile = nullptr;
@@ -94,7 +120,7 @@ void VELM_CArchive::Abort()
         delete m_pLoadArray;
     m_pInside->pStoreMap = nullptr;
     m_pStoreMap = nullptr;
-    m_pInside->pLastClass = nullptr;
+    m_pInside->storedClasses.Clear();
 }
 
 void VELM_CArchive::Close()

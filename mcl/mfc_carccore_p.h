@@ -6,6 +6,42 @@
 
 #include "mcl/mfc_carccore.h"
 #include "mcl/mfc_cdeep_p.h"
+#include "mcl/mfc_crun.h"
+
+// The indexes of classes that an archive has stored, so that the store map is asked for few. A place is of the class
+// that came last of those whose addresses mix to it. A record that has got another name since is another class.
+class VELM_LOCAL VELM_CStoredClasses {
+public:
+    VELM_CStoredClasses() = default;
+    VELM_CStoredClasses(const VELM_CStoredClasses&) = delete;
+    VELM_CStoredClasses& operator=(const VELM_CStoredClasses&) = delete;
+    ~VELM_CStoredClasses() { Clear(); }
+
+    // 0 when it is not known here.
+    unsigned IndexOf(const VELM_CRuntimeClass& cls) const
+    {
+        const Entry& entry = m_pEntries[PlaceOf(cls)];
+        return entry.pClass == &cls && entry.pszName == cls.m_pszName ? entry.nIndex : 0;
+    }
+    void Remember(const VELM_CRuntimeClass& cls, unsigned nIndex, bool bNew);
+    void Clear();
+
+private:
+    struct Entry {
+        const VELM_CRuntimeClass* pClass;
+        const char* pszName;
+        unsigned nIndex;
+    };
+    std::size_t PlaceOf(const VELM_CRuntimeClass& cls) const
+    {
+        return static_cast<std::size_t>(uint64_t{reinterpret_cast<uintptr_t>(&cls)} * 0x9E3779B97F4A7C15 >> m_nShift);
+    }
+
+    Entry m_few[8] = {};
+    Entry* m_pEntries = m_few; // 2 to the power of 64 - m_nShift, and at least four for each class
+    int m_nShift = 61;
+    std::size_t m_nClasses = 0;
+};
 
 // Belongs to the byte engine, and lives as long as the archive: also after Abort, which may come in the middle of a
 // load.
@@ -84,9 +120,7 @@ public:
         m_calls.Leave();
     }
 
-    // The last class that was stored, and its index.
-    const VELM_CRuntimeClass* pLastClass = nullptr;
-    unsigned nLastClass = 0;
+    VELM_CStoredClasses storedClasses;
     // The store map as the object that it is: it can be deleted so by who knows nothing of maps.
     VELM_CObject* pStoreMap = nullptr;
     unsigned nMaxDepth = 1000000;

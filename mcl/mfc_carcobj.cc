@@ -112,7 +112,8 @@ bool VELM_CArchive::StoreClass(const VELM_CRuntimeClass* pClassRef)
     if (!HasMap())
         MakeMap();
     void*& slot = IndexSlot(*m_pStoreMap, pClassRef);
-    if (slot != nullptr) {
+    const bool bNew = slot == nullptr;
+    if (!bNew) {
         VELM_CReference{VELM_CReference::knownClass, IndexIn(slot)}.Store(*this);
     } else {
         if (!VELM_ASSERT(pClassRef->m_pszName != NULL))
@@ -123,8 +124,7 @@ bool VELM_CArchive::StoreClass(const VELM_CRuntimeClass* pClassRef)
             return false;
         slot = AsSlot(m_pInside->TakeIndex());
     }
-    m_pInside->nLastClass = IndexIn(slot);
-    m_pInside->pLastClass = pClassRef;
+    m_pInside->storedClasses.Remember(*pClassRef, IndexIn(slot), bNew);
     return true;
 }
 
@@ -152,9 +152,11 @@ void VELM_CArchive::WriteObject(const VELM_CObject* pOb)
     if (!m_pInside->RequireDepth(m_pInside->Offset(), pFrame))
         return;
     const VELM_CRuntimeClass* const pClassRef = pOb->GetRuntimeClass();
-    if (pClassRef != nullptr && pClassRef == m_pInside->pLastClass &&
-        pClassRef->m_nSchema != VELM_CRuntimeClass::nNoSchema)
-        VELM_CReference{VELM_CReference::knownClass, m_pInside->nLastClass}.Store(*this);
+    unsigned nClass = 0;
+    if (pClassRef != nullptr && pClassRef->m_nSchema != VELM_CRuntimeClass::nNoSchema)
+        nClass = m_pInside->storedClasses.IndexOf(*pClassRef);
+    if (nClass != 0)
+        VELM_CReference{VELM_CReference::knownClass, nClass}.Store(*this);
     else if (!StoreClass(pClassRef))
         return;
     if (!m_pInside->RequireIndex())

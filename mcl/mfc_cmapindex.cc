@@ -33,6 +33,7 @@ VELM_CMapIndex* VELM_CMapIndex::Make(std::size_t nEntries)
     pIndex->m_nMask = nSlots - 1;
     pIndex->m_nUsed = 0;
     pIndex->m_pLast = nullptr;
+    pIndex->m_nLastStretch = UINTPTR_MAX;
     pIndex->m_pSlots = static_cast<uint64_t*>(pSlots);
     pIndex->m_pSamples = reinterpret_cast<Sample*>(pIndex->m_pSlots + nSlots);
     return pIndex;

@@ -97,9 +97,10 @@ private:
     std::size_t m_nMask; // number of slots - 1
     std::size_t m_nUsed; // slots that are not empty
     uint64_t* m_pSlots;
-    Sample* m_pSamples;    // of the stretch modulo their number, behind the slots
-    const void* m_pLast;   // the node that was linked last, which the next one often follows,
-    uint64_t* m_pLastSlot; // and its slot
+    Sample* m_pSamples;       // of the stretch modulo their number, behind the slots
+    const void* m_pLast;      // the node that was linked last, which the next one often follows,
+    uint64_t* m_pLastSlot;    // and its slot
+    uintptr_t m_nLastStretch; // of a key that was inserted
 
     VELM_CMapIndex() = default;
     template <class ASSOC, class KEY> static VELM_CMapIndex* Make(const VELM_CMapTable<ASSOC, KEY>& map)
@@ -137,6 +138,7 @@ private:
     template <class MATCHES> uint64_t* Find(Hash hash, MATCHES matches) const;
     template <class ASSOC, class KEY> ASSOC** LinkOf(unsigned nBucket, KEY key, Probe& rAt) const;
     template <class ASSOC> uint64_t* FindNode(const ASSOC* pAssoc, ASSOC** ppLink) const;
+    template <class ASSOC> uint64_t* FindSlot(Hash hash, ASSOC** ppLink) const;
     template <class ASSOC, class KEY> static void Build(const VELM_CMapTable<ASSOC, KEY>& map);
     template <class ASSOC, class KEY> static void Grow(const VELM_CMapTable<ASSOC, KEY>& map);
 };
@@ -154,6 +156,9 @@ inline VELM_CMapIndex::Hash VELM_CMapIndex::HashOf(unsigned, const void* key) co
 inline void VELM_CMapIndex::Remember(const VELM_CPtrAssoc& assoc)
 {
     const uintptr_t nKey = reinterpret_cast<uintptr_t>(assoc.key), nStretch = nKey >> nStretchBits;
+    if (nStretch == m_nLastStretch)
+        return;
+    m_nLastStretch = nStretch;
     Sample& rSample = SampleOf(nStretch);
     if (rSample.nKey >> nStretchBits == nStretch)
         return;
@@ -203,11 +208,15 @@ __attribute__((always_inline)) inline ASSOC** VELM_CMapIndex::LinkOf(unsigned nB
 }
 
 // The slot of a node that has this link.
-template <class ASSOC> uint64_t* VELM_CMapIndex::FindNode(const ASSOC* pAssoc, ASSOC** ppLink) const
+template <class ASSOC> inline uint64_t* VELM_CMapIndex::FindNode(const ASSOC* pAssoc, ASSOC** ppLink) const
 {
     if (pAssoc == m_pLast && LinkIn<ASSOC>(*m_pLastSlot) == ppLink)
         return m_pLastSlot;
-    const Hash hash = HashOf(*pAssoc);
+    return FindSlot(HashOf(*pAssoc), ppLink);
+}
+
+template <class ASSOC> uint64_t* VELM_CMapIndex::FindSlot(Hash hash, ASSOC** ppLink) const
+{
     return Find(hash, [=](uint64_t nSlot) { return nSlot == SlotOf(hash, ppLink); });
 }
 
@@ -369,13 +378,13 @@ inline void** VELM_CMapIndex::ValueOf(VELM_CMapPtrToPtr& map, void* key)
     if (pIndex == nullptr || !pIndex->IsOf(map))
         return nullptr;
     const Hash hash = pIndex->HashOf(nBucket, key);
-    const Sample& sample = pIndex->SampleOf(reinterpret_cast<uintptr_t>(key) >> nStretchBits);
-    const uintptr_t nDistance = reinterpret_cast<uintptr_t>(key) - sample.nKey, nStretch = 1 << nStretchBits;
-    if (nDistance + nStretch < 2 * nStretch) {
-        const char* const pForeseen = reinterpret_cast<const char*>(
-            sample.nNode + static_cast<uintptr_t>(int64_t{static_cast<intptr_t>(nDistance)} * sample.nPitch >> 16));
-        __builtin_prefetch(pForeseen + offsetof(VELM_CPtrAssoc, nHashValue));
-        __builtin_prefetch(pForeseen + sizeof(VELM_CPtrAssoc)); // the link in the node behind it
+    const uintptr_t nKey = reinterpret_cast<uintptr_t>(key), nStretch = nKey >> nStretchBits;
+    const Sample& sample = pIndex->SampleOf(nStretch);
+    if (nStretch != pIndex->m_nLastStretch && sample.nKey >> nStretchBits == nStretch) { // far, and likely to be known
+        const int64_t nDistance = static_cast<intptr_t>(nKey - sample.nKey);
+        const uintptr_t nForeseen = sample.nNode + static_cast<uintptr_t>(nDistance * sample.nPitch >> 16);
+        __builtin_prefetch(reinterpret_cast<char*>(nForeseen) + offsetof(VELM_CPtrAssoc, nHashValue));
+        __builtin_prefetch(reinterpret_cast<char*>(nForeseen) + sizeof(VELM_CPtrAssoc)); // the link, in the next node
     }
     Probe at = pIndex->Start(hash);
     if (VELM_CPtrAssoc** ppLink = pIndex->LinkOf<VELM_CPtrAssoc>(nBucket, key, at))
