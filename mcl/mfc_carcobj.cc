@@ -190,7 +190,7 @@ bool VELM_CArchive::StartReading(const VELM_CRuntimeClass* pClassRefRequested)
 }
 
 // The class that the reference names, or whose record follows it. NULL after a raise that returned.
-static const VELM_CArchiveLoader::Met* LoadClass(VELM_CArchive& ar, const VELM_CReference& reference,
+static inline const VELM_CArchiveLoader::Met* LoadClass(VELM_CArchive& ar, const VELM_CReference& reference,
                                                  unsigned long long nOffset)
 {
     VELM_CArchiveLoader& loader = *VELM_CArchiveLoader::Of(ar);
@@ -248,7 +248,7 @@ VELM_CObject* VELM_CArchive::ReadObject(const VELM_CRuntimeClass* pClassRefReque
         ReadClass(pClassRefRequested, nullptr, &nObTag);
         return !IsInbound() || m_pLoadArray == nullptr ? nullptr : static_cast<VELM_CObject*>(m_pLoadArray->GetAt(0));
     }
-    if (!StartReading(pClassRefRequested))
+    if ((pClassRefRequested != nullptr || !IsInbound() || !HasMap()) && !StartReading(pClassRefRequested))
         return nullptr;
     const unsigned long long nOffset = m_pInside->Offset();
     VELM_CReference reference;

@@ -30,7 +30,7 @@ struct VELM_LOCAL VELM_CReference {
     }
 
     // False after a raise that returned: 3 when the data ends, 5 for a tag that no writer makes.
-    bool Load(VELM_CArchive& ar)
+    __attribute__((always_inline)) bool Load(VELM_CArchive& ar)
     {
         VELM_CArchiveInside& inside = VELM_CArchiveInside::Of(ar);
         const unsigned long long nOffset = inside.Offset();

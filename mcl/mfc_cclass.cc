@@ -22,7 +22,8 @@ public:
 
 void* VELM_CBlockHolder::Allocate(unsigned long nBytes, unsigned long nAlignment)
 {
-    Free();
+    if (m_pBlock != nullptr)
+        Free();
     m_nAlignment = nAlignment;
     m_pBlock = nAlignment == 0 ? ::operator new(nBytes, std::nothrow)
                                : ::operator new(nBytes, static_cast<std::align_val_t>(nAlignment), std::nothrow);

@@ -23,9 +23,14 @@ inline bool AfxTryConstruct(VELM_CString* pRoom)
 // Replaces the text by n bytes that lie elsewhere. False when there is no memory; nothing changes then.
 inline bool AfxTryAssign(VELM_CString& rString, const char* p, std::size_t n)
 {
-    char* pText = n >= INT_MAX ? nullptr : static_cast<char*>(std::realloc(rString.m_data, n + 1));
+    if (n >= INT_MAX)
+        return false;
+    // An empty string's byte goes back, for the next new string to have: that costs less than to grow it.
+    char* const pEmpty = rString.m_len == 0 ? rString.m_data : nullptr;
+    char* pText = static_cast<char*>(pEmpty != nullptr ? std::malloc(n + 1) : std::realloc(rString.m_data, n + 1));
     if (pText == nullptr)
         return false;
+    std::free(pEmpty);
     if (n > 0)
         std::memcpy(pText, p, n);
     pText[n] = '\0';
