@@ -253,6 +253,7 @@ template <class ASSOC, class KEY> void VELM_CMapIndex::Grow(const VELM_CMapTable
         pNew->m_seed[0] = pOld->m_seed[0], pNew->m_seed[1] = pOld->m_seed[1];
     for (std::size_t i = 0; bGood && i <= pOld->m_nMask; ++i) {
         const uint64_t nSlot = pOld->m_pSlots[i];
+        __builtin_prefetch(LinkIn<char>(pOld->m_pSlots[(i + 32) & pOld->m_nMask]));
         if (nSlot <= removedSlot)
             continue;
         const ASSOC* const pAssoc = *LinkIn<ASSOC>(nSlot);
