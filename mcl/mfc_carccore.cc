@@ -507,9 +507,23 @@ static char* ReadLineProtected(VELM_CArchive& ar, char* lpsz, unsigned nStop, bo
     return lpsz;
 }
 
-static const unsigned char* FindByte(const unsigned char* lpFrom, int by, size_t nBytes)
+// The number of bytes before the first that ends a line, or is a NUL where these are looked for; all where none is.
+// Looks no farther than twice as far as that is.
+static size_t LengthOfLine(const unsigned char* lpFrom, size_t nBytes, bool bNul)
 {
-    return nBytes == 0 ? nullptr : static_cast<const unsigned char*>(std::memchr(lpFrom, by, nBytes));
+    for (size_t nFrom = 0, nWindow = nLineChunk; nFrom < nBytes; nFrom += nWindow, nWindow = nFrom) {
+        const size_t nLook = nWindow < nBytes - nFrom ? nWindow : nBytes - nFrom;
+        const unsigned char *const lpLook = lpFrom + nFrom, *lpEnd = lpLook + nLook;
+        for (const char by : {'\n', '\r', '\0'}) {
+            const void* const lpFound =
+                by == '\0' && !bNul ? nullptr : std::memchr(lpLook, by, static_cast<size_t>(lpEnd - lpLook));
+            if (lpFound != nullptr)
+                lpEnd = static_cast<const unsigned char*>(lpFound);
+        }
+        if (lpEnd != lpLook + nLook)
+            return static_cast<size_t>(lpEnd - lpFrom);
+    }
+    return nBytes;
 }
 
 char* VELM_CArchive::ReadString(char* lpsz, unsigned nMax)
@@ -520,30 +534,31 @@ char* VELM_CArchive::ReadString(char* lpsz, unsigned nMax)
     // clang-format off
     VELM_ASSERT(AfxIsValidAddress(lpsz, (nStop+1) * sizeof(TCHAR)));
     // clang-format on
-    // A line whose end has been read ahead cannot raise.
+    // What has been read ahead up to the line's end, or as far as it is wanted, cannot raise.
     const size_t nAhead = IsLoading() ? static_cast<size_t>(m_lpBufMax - m_lpBufCur) : 0;
-    const unsigned char* const lpEnd = FindByte(m_lpBufCur, '\n', nAhead < nStop ? nAhead : nStop);
-    if (lpEnd == nullptr || FindByte(m_lpBufCur, '\r', static_cast<size_t>(lpEnd - m_lpBufCur)) != nullptr)
+    const size_t nMost = nAhead < nStop ? nAhead : nStop;
+    const size_t nText = LengthOfLine(m_lpBufCur, nMost, false);
+    const bool bLineEnd = nText < nMost && m_lpBufCur[nText] == '\n';
+    if (nText < nStop && !bLineEnd)
         return ReadLineProtected(*this, lpsz, nStop, bKeepLineEnd);
-    const size_t nKept = static_cast<size_t>(lpEnd - m_lpBufCur) + bKeepLineEnd;
-    std::memcpy(lpsz, m_lpBufCur, nKept);
+    const size_t nKept = nText + (bLineEnd && bKeepLineEnd);
+    if (nKept > 0)
+        std::memcpy(lpsz, m_lpBufCur, nKept);
     lpsz[nKept] = '\0';
-    m_lpBufCur += lpEnd + 1 - m_lpBufCur;
+    m_lpBufCur += nText + bLineEnd;
     return lpsz;
 }
 
 int VELM_CArchive::ReadString(VELM_CString& rString)
 {
-    // A line that has been read ahead, of less than a chunk, with nothing in it that is special to a chunk.
+    // A line that has been read ahead, with nothing in it that is special to a chunk.
     const size_t nAhead = IsLoading() ? static_cast<size_t>(m_lpBufMax - m_lpBufCur) : 0;
-    if (const unsigned char* lpEnd = FindByte(m_lpBufCur, '\n', nAhead < nLineChunk ? nAhead : nLineChunk)) {
-        const size_t nText = static_cast<size_t>(lpEnd - m_lpBufCur);
-        if (FindByte(m_lpBufCur, '\r', nText) == nullptr && FindByte(m_lpBufCur, '\0', nText) == nullptr) {
-            if (!AfxTryAssign(rString, reinterpret_cast<const char*>(m_lpBufCur), nText))
-                AfxMemoryExhausted();
-            m_lpBufCur += nText + 1;
-            return 1;
-        }
+    const size_t nText = LengthOfLine(m_lpBufCur, nAhead, true);
+    if (nText < nAhead && m_lpBufCur[nText] == '\n') {
+        if (!AfxTryAssign(rString, reinterpret_cast<const char*>(m_lpBufCur), nText))
+            AfxMemoryExhausted();
+        m_lpBufCur += nText + 1;
+        return 1;
     }
     char scratch[nLineChunk + 1];
     rString = "";

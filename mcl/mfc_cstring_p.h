@@ -25,12 +25,16 @@ inline bool AfxTryAssign(VELM_CString& rString, const char* p, std::size_t n)
 {
     if (n >= INT_MAX)
         return false;
-    // An empty string's byte goes back, for the next new string to have: that costs less than to grow it.
-    char* const pEmpty = rString.m_len == 0 ? rString.m_data : nullptr;
-    char* pText = static_cast<char*>(pEmpty != nullptr ? std::malloc(n + 1) : std::realloc(rString.m_data, n + 1));
-    if (pText == nullptr)
-        return false;
-    std::free(pEmpty);
+    char* pText = rString.m_data;
+    if (n != static_cast<std::size_t>(rString.m_len)) {
+        // A small block is at hand, and the old one will be for the next text; to resize it costs more.
+        const bool bSmall = n < 1024 && rString.m_len < 1024;
+        pText = static_cast<char*>(bSmall ? std::malloc(n + 1) : std::realloc(pText, n + 1));
+        if (pText == nullptr)
+            return false;
+        if (bSmall)
+            std::free(rString.m_data);
+    }
     if (n > 0)
         std::memcpy(pText, p, n);
     pText[n] = '\0';

@@ -17,6 +17,6 @@ void* AfxAllocate(void* pOld, unsigned long nCount, unsigned long nSize, unsigne
     unsigned long nBytes;
     void* pNew = nullptr;
     if (!__builtin_mul_overflow(nCount, nSize, &nBytes) && !__builtin_add_overflow(nBytes, nHeader, &nBytes))
-        pNew = std::realloc(pOld, nBytes == 0 ? 1 : nBytes);
+        pNew = pOld == nullptr ? std::malloc(nBytes == 0 ? 1 : nBytes) : std::realloc(pOld, nBytes == 0 ? 1 : nBytes);
     return AfxNew(pNew);
 }

@@ -16,16 +16,17 @@ void Graph::IndexNames()
 {
     m_names.InitHashTable(2 * static_cast<unsigned>(GetCount()) + 1); // the map keeps its number of buckets
     for (int i = 0; i < GetCount(); ++i) {
-        if (Find(GetAt(i)->m_strName) == -1)
-            m_names.SetAt(GetAt(i)->m_strName.m_data, i);
+        int& rPlace = m_names[GetAt(i)->m_strName.m_data];
+        if (rPlace == 0)
+            rPlace = i + 1;
     }
 }
 
 int Graph::Find(const VELM_CString& strName) const
 {
-    int nIndex = -1;
-    m_names.Lookup(strName.m_data, nIndex);
-    return nIndex;
+    int nPlace = 0;
+    m_names.Lookup(strName.m_data, nPlace);
+    return nPlace - 1;
 }
 
 bool Graph::Link(const char* lpszFile)

@@ -38,7 +38,7 @@ public:
     bool Load(const char* lpszFile, unsigned long long& rBytes);
 
 private:
-    VELM_CMap<fxStr, char*, int, int> m_names; // from name to place
+    VELM_CMap<fxStr, char*, int, int> m_names; // from name to place, counted from 1: 0 is a new entry
 };
 
 #endif

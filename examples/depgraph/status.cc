@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "failure.h"
 #include "progress.h"
@@ -17,8 +18,8 @@ static const char blanks[] = " \t";
 struct Stanza {
     VELM_CString package, version, status, installedSize, depends;
 
-    // The place for a field's value; NULL when the field does not matter.
-    VELM_CString* Field(const VELM_CString& strName)
+    // The place for the value of a field whose name has so many bytes; NULL when the field does not matter.
+    VELM_CString* Field(const char* lpszName, size_t nLength)
     {
         static const struct {
             const char* lpszName;
@@ -29,25 +30,38 @@ struct Stanza {
             {"Depends", &Stanza::depends}, {"Pre-Depends", &Stanza::depends},
         };
         for (const auto& field : fields) {
-            if (strcasecmp(field.lpszName, strName.m_data) == 0)
+            if (std::strlen(field.lpszName) == nLength && strncasecmp(field.lpszName, lpszName, nLength) == 0)
                 return &(this->*field.pValue);
         }
         return nullptr;
     }
+    void Clear()
+    {
+        for (VELM_CString* pField : {&package, &version, &status, &installedSize, &depends}) {
+            if (!pField->IsEmpty())
+                pField->Empty();
+        }
+    }
 };
 
-static VELM_CString Trimmed(const char* lpszText)
+// Adds a value, without the blanks around it, to those that the field has, joined as clauses are.
+static void AddValue(VELM_CString& rField, const char* lpszText)
 {
     lpszText += std::strspn(lpszText, blanks);
     size_t nLength = std::strlen(lpszText);
     while (nLength > 0 && std::strchr(blanks, lpszText[nLength - 1]) != nullptr)
         --nLength;
-    return VELM_CString(lpszText, static_cast<int>(nLength));
+    if (rField.IsEmpty()) {
+        rField.Set(lpszText, static_cast<int>(nLength));
+    } else {
+        rField += ",";
+        rField += VELM_CString(lpszText, static_cast<int>(nLength));
+    }
 }
 
-// Adds the package of the stanza, if it is installed, to the graph, and its clauses at the same place to the other
-// array. False when its size is not a 32-bit number.
-static bool AddPackage(const Stanza& stanza, Graph& graph, VELM_CStringArray& clauses)
+// Moves the package of the stanza, if it is installed, to the graph, and adds its clauses at the same place to the
+// other array. False when its size is not a 32-bit number.
+static bool AddPackage(Stanza& stanza, Graph& graph, VELM_CStringArray& clauses)
 {
     if (stanza.package.IsEmpty() || stanza.status != "install ok installed")
         return true;
@@ -59,8 +73,8 @@ static bool AddPackage(const Stanza& stanza, Graph& graph, VELM_CStringArray& cl
     Package* pPackage = new (std::nothrow) Package;
     if (pPackage == nullptr)
         AfxMemoryExhausted();
-    pPackage->m_strName = stanza.package;
-    pPackage->m_strVersion = stanza.version;
+    pPackage->m_strName = std::move(stanza.package);
+    pPackage->m_strVersion = std::move(stanza.version);
     pPackage->m_nInstalledSize = static_cast<unsigned>(nSize);
     const int nIndex = graph.GetCount();
     Append(graph.m_packages, pPackage);
@@ -74,9 +88,10 @@ static bool AddPackage(const Stanza& stanza, Graph& graph, VELM_CStringArray& cl
 static void Resolve(Package* pPackage, const char* lpszClauses, const Graph& graph, VELM_CPtrArray& lastNeededBy)
 {
     bool bMet = false;
+    VELM_CString strName;
     for (const char* p = lpszClauses;; ++p) {
         p += std::strspn(p, blanks);
-        const VELM_CString strName(p, static_cast<int>(std::strcspn(p, " \t(:|,")));
+        strName.Set(p, static_cast<int>(std::strcspn(p, " \t(:|,")));
         const int nNeeded = bMet ? -1 : graph.Find(strName);
         if (nNeeded != -1) {
             bMet = true;
@@ -113,7 +128,7 @@ bool ReadStatus(const char* lpszFile, Graph& graph)
             if (!AddPackage(stanza, graph, clauses))
                 return Fail(lpszFile, "line %d: the Installed-Size of package \"%.99s\" is no 32-bit number", nLine,
                             stanza.package.m_data);
-            stanza = Stanza();
+            stanza.Clear();
             pField = nullptr;
         } else if (std::strchr(blanks, line[0]) != nullptr) {
             if (pField != nullptr)
@@ -122,12 +137,9 @@ bool ReadStatus(const char* lpszFile, Graph& graph)
             const int nColon = line.Find(':');
             if (nColon == -1)
                 return Fail(lpszFile, "line %d has no field name: this is no package status file", nLine);
-            pField = stanza.Field(VELM_CString(line.m_data, nColon));
-            if (pField == nullptr)
-                continue;
-            if (!pField->IsEmpty())
-                *pField += ","; // as the clauses of several fields are joined
-            *pField += Trimmed(line.m_data + nColon + 1);
+            pField = stanza.Field(line.m_data, static_cast<size_t>(nColon));
+            if (pField != nullptr)
+                AddValue(*pField, line.m_data + nColon + 1);
         }
     }
     if (nPackages == 0)
