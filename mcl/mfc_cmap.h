@@ -198,7 +198,7 @@ private:
     // These four keep the index, where there is one. There must be a table.
     VELM_CAssoc** FindLink(unsigned nBucket, ARG_KEY key) const;
     void LinkFirst(VELM_CAssoc* pAssoc);
-    void Unlink(VELM_CAssoc** ppLink);
+    VELM_CAssoc* Unlink(unsigned nBucket, ARG_KEY key);
     void DropIndex(bool bTouched) const;
 };
 
@@ -271,9 +271,14 @@ template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::LinkF
     rHead = pAssoc;
 }
 
-template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::Unlink(VELM_CAssoc** ppLink)
+// Takes the node of the key off its chain; NULL when there is none.
+template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Unlink(unsigned nBucket, ARG_KEY key)
 {
-    *ppLink = (*ppLink)->pNext;
+    VELM_CAssoc** ppLink = FindLink(nBucket, key);
+    VELM_CAssoc* pAssoc = ppLink == NULL ? NULL : *ppLink;
+    if (pAssoc != NULL)
+        *ppLink = pAssoc->pNext;
+    return pAssoc;
 }
 
 template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::DropIndex(bool) const
@@ -311,11 +316,9 @@ template <class ASSOC, class ARG_KEY> int VELM_CMapTable<ASSOC, ARG_KEY>::Remove
 {
     if (m_pHashTable == NULL)
         return 0;
-    VELM_CAssoc** ppLink = FindLink(Bucket(key), key);
-    if (ppLink == NULL)
+    VELM_CAssoc* pAssoc = Unlink(Bucket(key), key);
+    if (pAssoc == NULL)
         return 0;
-    VELM_CAssoc* pAssoc = *ppLink;
-    Unlink(ppLink);
     PutBack(pAssoc);
     return 1;
 }
@@ -450,7 +453,7 @@ struct VELM_API VELM_CPtrAssoc {
 // The index of the pointer-keyed map.
 template <> VELM_CPtrAssoc** VELM_CMapTable<VELM_CPtrAssoc, void*>::FindLink(unsigned nBucket, void* key) const;
 template <> void VELM_CMapTable<VELM_CPtrAssoc, void*>::LinkFirst(VELM_CPtrAssoc* pAssoc);
-template <> void VELM_CMapTable<VELM_CPtrAssoc, void*>::Unlink(VELM_CPtrAssoc** ppLink);
+template <> VELM_CPtrAssoc* VELM_CMapTable<VELM_CPtrAssoc, void*>::Unlink(unsigned nBucket, void* key);
 template <> void VELM_CMapTable<VELM_CPtrAssoc, void*>::DropIndex(bool bTouched) const;
 extern template class VELM_CMapTable<VELM_CPtrAssoc, void*>;
 /// \endcond
@@ -613,13 +616,14 @@ void VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::Serialize(VELM_CArchive& ar)
 #define VELM_TEXT_TABLE(ARG_KEY) VELM_CMapTable<VELM_CMapAssoc<fxStr, ARG_KEY, int>, ARG_KEY>
 template <> VELM_CMapAssoc<fxStr, char*, int>** VELM_TEXT_TABLE(char*)::FindLink(unsigned nBucket, char* key) const;
 template <> void VELM_TEXT_TABLE(char*)::LinkFirst(VELM_CMapAssoc<fxStr, char*, int>* pAssoc);
-template <> void VELM_TEXT_TABLE(char*)::Unlink(VELM_CMapAssoc<fxStr, char*, int>** ppLink);
+template <> VELM_CMapAssoc<fxStr, char*, int>* VELM_TEXT_TABLE(char*)::Unlink(unsigned nBucket, char* key);
 template <> void VELM_TEXT_TABLE(char*)::DropIndex(bool bTouched) const;
 template <>
 VELM_CMapAssoc<fxStr, const char*, int>** VELM_TEXT_TABLE(const char*)::FindLink(unsigned nBucket,
                                                                                  const char* key) const;
 template <> void VELM_TEXT_TABLE(const char*)::LinkFirst(VELM_CMapAssoc<fxStr, const char*, int>* pAssoc);
-template <> void VELM_TEXT_TABLE(const char*)::Unlink(VELM_CMapAssoc<fxStr, const char*, int>** ppLink);
+template <>
+VELM_CMapAssoc<fxStr, const char*, int>* VELM_TEXT_TABLE(const char*)::Unlink(unsigned nBucket, const char* key);
 template <> void VELM_TEXT_TABLE(const char*)::DropIndex(bool bTouched) const;
 extern template class VELM_TEXT_TABLE(char*);
 extern template class VELM_TEXT_TABLE(const char*);

@@ -32,7 +32,7 @@ VELM_CMapIndex* VELM_CMapIndex::Make(std::size_t nEntries)
     }
     pIndex->m_nMask = nSlots - 1;
     pIndex->m_nUsed = 0;
-    pIndex->m_pLast = nullptr;
+    std::memset(pIndex->m_heads, 0, sizeof pIndex->m_heads);
     pIndex->m_nLastStretch = UINTPTR_MAX;
     pIndex->m_pSlots = static_cast<uint64_t*>(pSlots);
     pIndex->m_pSamples = reinterpret_cast<Sample*>(pIndex->m_pSlots + nSlots);
@@ -53,7 +53,7 @@ static uint64_t Rotated(uint64_t n, int nBits)
 VELM_CMapIndex::Hash VELM_CMapIndex::HashOf(unsigned nBucket, const char* lpszKey) const
 {
     const std::size_t nLength = lpszKey == nullptr ? 0 : std::strlen(lpszKey);
-    uint64_t v0 = m_seed[0] ^ 0x736F6D6570736575, v1 = m_seed[1] ^ 0x646F72616E646F6D;
+    uint64_t v0 = m_seed[0] ^ 0x736F6D6570736575, v1 = m_seed[1] ^ 0x646F72616E646F6D ^ nBucket;
     uint64_t v2 = m_seed[0] ^ 0x6C7967656E657261, v3 = m_seed[1] ^ 0x7465646279746573;
     const auto Round = [&] {
         v0 += v1, v1 = Rotated(v1, 13) ^ v0, v0 = Rotated(v0, 32);
@@ -71,11 +71,13 @@ VELM_CMapIndex::Hash VELM_CMapIndex::HashOf(unsigned nBucket, const char* lpszKe
         std::memcpy(&nWord, lpszKey + i, 8);
         Mix(nWord);
     }
-    uint64_t nLast = static_cast<uint64_t>(nLength) << 56;
-    if (nLength % 8 != 0)
-        std::memcpy(&nLast, lpszKey + nLength - nLength % 8, nLength % 8); // little-endian or not: it only mixes
+    uint64_t nLast = 0; // little-endian or not: it only mixes
+    if (nLength >= 8)
+        std::memcpy(&nLast, lpszKey + nLength - 8, 8);
+    else if (nLength > 0)
+        std::memcpy(&nLast, lpszKey, nLength);
     Mix(nLast);
-    Mix(nBucket);
+    Mix(nLength);
     v2 ^= 0xFF;
     Round();
     Round();

@@ -37,7 +37,7 @@ public:
     template <class ASSOC, class KEY>
     static ASSOC** FindLink(const VELM_CMapTable<ASSOC, KEY>& map, unsigned nBucket, KEY key);
     template <class ASSOC, class KEY> static void LinkFirst(VELM_CMapTable<ASSOC, KEY>& map, ASSOC* pAssoc);
-    template <class ASSOC, class KEY> static void Unlink(VELM_CMapTable<ASSOC, KEY>& map, ASSOC** ppLink);
+    template <class ASSOC, class KEY> static ASSOC* Unlink(VELM_CMapTable<ASSOC, KEY>& map, unsigned nBucket, KEY key);
     template <class ASSOC, class KEY> static void DropIndex(const VELM_CMapTable<ASSOC, KEY>& map, bool bTouched)
     {
         delete map.m_pIndex;
@@ -91,6 +91,13 @@ private:
         int32_t nPitch;
     };
 
+    // The node that was made a bucket's head last, and its slot.
+    struct Head {
+        const void* pNode;
+        uint64_t* pSlot;
+    };
+    static const unsigned nHeads = 128;
+
     const void* m_pTable; // the map's, and its number of buckets
     unsigned m_nBuckets;
     uint64_t m_seed[2];  // of the hash of texts: no file can hold keys that collide
@@ -98,8 +105,7 @@ private:
     std::size_t m_nUsed; // slots that are not empty
     uint64_t* m_pSlots;
     Sample* m_pSamples;       // of the stretch modulo their number, behind the slots
-    const void* m_pLast;      // the node that was linked last, which the next one often follows,
-    uint64_t* m_pLastSlot;    // and its slot
+    Head m_heads[nHeads];     // of the bucket modulo their number
     uintptr_t m_nLastStretch; // of a key that was inserted
 
     VELM_CMapIndex() = default;
@@ -137,8 +143,8 @@ private:
     uint64_t* Put(Hash hash, uint64_t nSlot);
     template <class MATCHES> uint64_t* Find(Hash hash, MATCHES matches) const;
     template <class ASSOC, class KEY> ASSOC** LinkOf(unsigned nBucket, KEY key, Probe& rAt) const;
-    template <class ASSOC> uint64_t* FindNode(const ASSOC* pAssoc, ASSOC** ppLink) const;
-    template <class ASSOC> uint64_t* FindSlot(Hash hash, ASSOC** ppLink) const;
+    template <class ASSOC> uint64_t* FindNode(ASSOC** ppLink) const;
+    template <class ASSOC> uint64_t* FindHead(unsigned nBucket, ASSOC** ppHead) const;
     template <class ASSOC, class KEY> static void Build(const VELM_CMapTable<ASSOC, KEY>& map);
     template <class ASSOC, class KEY> static void Grow(const VELM_CMapTable<ASSOC, KEY>& map);
 };
@@ -207,17 +213,18 @@ __attribute__((always_inline)) inline ASSOC** VELM_CMapIndex::LinkOf(unsigned nB
     return nullptr;
 }
 
-// The slot of a node that has this link.
-template <class ASSOC> inline uint64_t* VELM_CMapIndex::FindNode(const ASSOC* pAssoc, ASSOC** ppLink) const
+// The slot of the node that the link points at; NULL when the index has it not there.
+template <class ASSOC> uint64_t* VELM_CMapIndex::FindNode(ASSOC** ppLink) const
 {
-    if (pAssoc == m_pLast && LinkIn<ASSOC>(*m_pLastSlot) == ppLink)
-        return m_pLastSlot;
-    return FindSlot(HashOf(*pAssoc), ppLink);
+    const Hash hash = HashOf(**ppLink);
+    return Find(hash, [=](uint64_t nSlot) { return nSlot == SlotOf(hash, ppLink); });
 }
 
-template <class ASSOC> uint64_t* VELM_CMapIndex::FindSlot(Hash hash, ASSOC** ppLink) const
+// The same of a bucket that is not empty.
+template <class ASSOC> inline uint64_t* VELM_CMapIndex::FindHead(unsigned nBucket, ASSOC** ppHead) const
 {
-    return Find(hash, [=](uint64_t nSlot) { return nSlot == SlotOf(hash, ppLink); });
+    const Head& head = m_heads[nBucket % nHeads];
+    return head.pNode == *ppHead && LinkIn<ASSOC>(*head.pSlot) == ppHead ? head.pSlot : FindNode(ppHead);
 }
 
 // Indexes what is on the chains, if there is memory for it, and if a slot can hold their addresses.
@@ -284,7 +291,7 @@ ASSOC** VELM_CMapIndex::FindLink(const VELM_CMapTable<ASSOC, KEY>& map, unsigned
             Probe at = pIndex->Start(pIndex->HashOf(nBucket, key));
             if (ASSOC** ppLink = pIndex->LinkOf<ASSOC>(nBucket, key, at))
                 return ppLink;
-            if (*ppHead == nullptr || pIndex->FindNode(*ppHead, ppHead) != nullptr)
+            if (*ppHead == nullptr || pIndex->FindHead(nBucket, ppHead) != nullptr)
                 return nullptr;
         }
         DropIndex(map, false);
@@ -309,7 +316,7 @@ template <class ASSOC, class KEY> void VELM_CMapIndex::LinkFirst(VELM_CMapTable<
     VELM_CMapIndex* const pIndex = map.m_pIndex;
     uint64_t* pOldSlot = nullptr;
     if (bGood && pOldHead != nullptr) {
-        pOldSlot = pIndex->FindNode(pOldHead, ppHead);
+        pOldSlot = pIndex->FindHead(pAssoc->nHashValue, ppHead);
         bGood = pOldSlot != nullptr;
     }
     pAssoc->pNext = pOldHead;
@@ -318,8 +325,7 @@ template <class ASSOC, class KEY> void VELM_CMapIndex::LinkFirst(VELM_CMapTable<
         if (pOldSlot != nullptr)
             *pOldSlot = (*pOldSlot >> nLinkBits << nLinkBits) | nNewLink;
         const Hash hash = pIndex->HashOf(*pAssoc);
-        pIndex->m_pLastSlot = pIndex->Put(hash, SlotOf(hash, ppHead));
-        pIndex->m_pLast = pAssoc;
+        pIndex->m_heads[pAssoc->nHashValue % nHeads] = {pAssoc, pIndex->Put(hash, SlotOf(hash, ppHead))};
         pIndex->Remember(*pAssoc);
     } else if (!map.m_bTouched) {
         int nNodes = bHadIndex ? nLongest : 0;
@@ -330,35 +336,38 @@ template <class ASSOC, class KEY> void VELM_CMapIndex::LinkFirst(VELM_CMapTable<
     }
 }
 
-template <class ASSOC, class KEY> void VELM_CMapIndex::Unlink(VELM_CMapTable<ASSOC, KEY>& map, ASSOC** ppLink)
+template <class ASSOC, class KEY>
+ASSOC* VELM_CMapIndex::Unlink(VELM_CMapTable<ASSOC, KEY>& map, unsigned nBucket, KEY key)
 {
-    ASSOC* const pAssoc = *ppLink;
-    ASSOC** const ppHead = &map.m_pHashTable[pAssoc->nHashValue];
-    if (VELM_CMapIndex* const pIndex = map.m_pIndex) {
-        uint64_t* const pSlot = pIndex->FindNode(pAssoc, ppLink);
-        uint64_t* pNextSlot = nullptr;
-        if (pAssoc->pNext != nullptr)
-            pNextSlot = pIndex->FindNode(pAssoc->pNext, &pAssoc->pNext);
-        bool bLinked = ppLink == ppHead;
-        if (!bLinked) { // what is before it must be where the index has it
-            const ASSOC* const pBefore = reinterpret_cast<ASSOC*>(ppLink); // pNext is the first field
-            bLinked = pIndex->Find(pIndex->HashOf(*pBefore),
-                                   [=](uint64_t nSlot) { return *LinkIn<ASSOC>(nSlot) == pBefore; }) != nullptr;
-        }
-        if (bLinked && pSlot != nullptr && (pAssoc->pNext == nullptr || pNextSlot != nullptr)) {
-            *pSlot = removedSlot;
-            pIndex->m_pLast = nullptr;
-            if (pNextSlot != nullptr)
-                *pNextSlot = (*pNextSlot >> nLinkBits << nLinkBits) | reinterpret_cast<uintptr_t>(ppLink);
-        } else {
+    ASSOC** const ppHead = &map.m_pHashTable[nBucket];
+    VELM_CMapIndex* const pIndex = map.m_pIndex;
+    if (pIndex != nullptr && pIndex->IsOf(map)) {
+        Probe at = pIndex->Start(pIndex->HashOf(nBucket, key));
+        if (ASSOC** const ppLink = pIndex->LinkOf<ASSOC>(nBucket, key, at)) {
+            ASSOC* const pAssoc = *ppLink;
+            uint64_t* const pNextSlot = pAssoc->pNext == nullptr ? nullptr : pIndex->FindNode(&pAssoc->pNext);
+            bool bLinked = ppLink == ppHead;
+            if (!bLinked) { // what is before it must be where the index has it
+                const ASSOC* const pBefore = reinterpret_cast<ASSOC*>(ppLink); // pNext is the first field
+                bLinked = pIndex->Find(pIndex->HashOf(*pBefore),
+                                       [=](uint64_t nSlot) { return *LinkIn<ASSOC>(nSlot) == pBefore; }) != nullptr;
+            }
+            if (bLinked && (pAssoc->pNext == nullptr || pNextSlot != nullptr)) {
+                pIndex->m_pSlots[at.i] = removedSlot;
+                pIndex->m_heads[nBucket % nHeads] = {nullptr, nullptr};
+                if (pNextSlot != nullptr)
+                    *pNextSlot = (*pNextSlot >> nLinkBits << nLinkBits) | reinterpret_cast<uintptr_t>(ppLink);
+                *ppLink = pAssoc->pNext;
+                return pAssoc;
+            }
             DropIndex(map, false);
-            ppLink = ppHead;
-            while (*ppLink != nullptr && *ppLink != pAssoc)
-                ppLink = &(*ppLink)->pNext;
         }
     }
-    if (*ppLink != nullptr)
+    ASSOC** const ppLink = FindLink(map, nBucket, key); // which the index, if there still is one, does not have
+    ASSOC* const pAssoc = ppLink == nullptr ? nullptr : *ppLink;
+    if (pAssoc != nullptr)
         *ppLink = pAssoc->pNext;
+    return pAssoc;
 }
 
 inline VELM_CPtrAssoc* VELM_CMapIndex::Found(const VELM_CMapPtrToPtr& map, void* key)
@@ -393,7 +402,7 @@ inline void** VELM_CMapIndex::ValueOf(VELM_CMapPtrToPtr& map, void* key)
     // A new key, where all is as it was left: the free slot is its, and the old head's link moves.
     VELM_CPtrAssoc** const ppHead = &map.m_pHashTable[nBucket];
     VELM_CPtrAssoc* const pAssoc = map.m_pFreeList;
-    uint64_t* const pOldSlot = *ppHead == nullptr ? nullptr : pIndex->FindNode(*ppHead, ppHead);
+    uint64_t* const pOldSlot = *ppHead == nullptr ? nullptr : pIndex->FindHead(nBucket, ppHead);
     if (pOldSlot == nullptr || pAssoc == nullptr ||
         static_cast<uint64_t>(reinterpret_cast<uintptr_t>(pAssoc)) >> nLinkBits != 0 || map.m_nCount == INT_MAX ||
         pIndex->IsFull())
@@ -404,8 +413,7 @@ inline void** VELM_CMapIndex::ValueOf(VELM_CMapPtrToPtr& map, void* key)
     *ppHead = pAssoc;
     *pOldSlot = (*pOldSlot >> nLinkBits << nLinkBits) | reinterpret_cast<uintptr_t>(&pAssoc->pNext);
     pIndex->m_pSlots[at.i] = SlotOf(hash, ppHead);
-    pIndex->m_pLastSlot = &pIndex->m_pSlots[at.i];
-    pIndex->m_pLast = pAssoc;
+    pIndex->m_heads[nBucket % nHeads] = {pAssoc, &pIndex->m_pSlots[at.i]};
     pIndex->Remember(*pAssoc);
     ++pIndex->m_nUsed;
     return &pAssoc->value;
@@ -421,9 +429,9 @@ inline void** VELM_CMapIndex::ValueOf(VELM_CMapPtrToPtr& map, void* key)
     {                                                                                                                  \
         VELM_CMapIndex::LinkFirst(*this, pAssoc);                                                                      \
     }                                                                                                                  \
-    template <> void VELM_CMapTable<ASSOC, KEY>::Unlink(ASSOC** ppLink)                                                \
+    template <> ASSOC* VELM_CMapTable<ASSOC, KEY>::Unlink(unsigned nBucket, KEY key)                                   \
     {                                                                                                                  \
-        VELM_CMapIndex::Unlink(*this, ppLink);                                                                         \
+        return VELM_CMapIndex::Unlink(*this, nBucket, key);                                                            \
     }                                                                                                                  \
     template <> void VELM_CMapTable<ASSOC, KEY>::DropIndex(bool bTouched) const                                        \
     {                                                                                                                  \

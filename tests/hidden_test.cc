@@ -122,6 +122,30 @@ TEST(Hidden, ChainsAreAsTheyWouldBeWithoutAnIndex)
     }
 }
 
+TEST(Hidden, WhatIsUnlinkedByHandStaysSoWhileTheMapGrows)
+{
+    std::vector<VELM_CObject> keys(3000); // all in one bucket
+    VELM_CMapPtrToPtr map;
+    std::vector<int> unlinked(keys.size());
+    for (size_t i = 0; i < keys.size(); ++i) {
+        map[&keys[i]] = &keys[i];
+        if (i % 100 != 60)
+            continue;
+        unsigned nBucket;
+        auto* const pAssoc = map.GetAssocAt(&keys[i - 30], nBucket);
+        auto** ppLink = &map.m_pHashTable[nBucket];
+        while (*ppLink != pAssoc)
+            ppLink = &(*ppLink)->pNext;
+        *ppLink = pAssoc->pNext, unlinked[i - 30] = 1;
+        EXPECT_EQ(map.RemoveKey(&keys[i - 31]), 1) << i; // which was behind it
+        unlinked[i - 31] = 1;
+    }
+    for (size_t i = 0; i < keys.size(); ++i) {
+        void* pValue;
+        EXPECT_EQ(map.Lookup(&keys[i], pValue), !unlinked[i]) << i;
+    }
+}
+
 TEST(Hidden, StringArraysGrowAndCutAsWithoutRoom)
 {
     std::mt19937 random(11);
@@ -243,4 +267,21 @@ TEST(Large, GraphsAndArrays)
     strings.Sort(sorted);
     EXPECT_STREQ(sorted.ElementAt(static_cast<int>(nMany) - 1).m_data, "99999");
     EXPECT_EQ(pointers.GetSize(), sorted.GetSize());
+}
+
+TEST(Large, LinesThatEndInACarriageReturn)
+{
+    const unsigned nBytes = 6000000, nLines = nBytes / 3; // all of them read ahead
+    MemoryFile file;
+    for (unsigned i = 0; i < nBytes; ++i)
+        file.data.push_back(i % 3 == 1 ? '\r' : 'a');
+    VELM_CArchive ar(&file, VELM_CArchive::load, nBytes);
+    VELM_CString line;
+    std::vector<char> room(nBytes + 1);
+    unsigned nWrong = 0;
+    for (unsigned i = 0; i < nLines; i += 2) {
+        nWrong += ar.ReadString(line) != 1 || line != "aa"; // the byte behind is kept
+        nWrong += ar.ReadString(room.data(), nBytes) == nullptr || VELM_CString(room.data()) != "a";
+    }
+    EXPECT_EQ(nWrong, 0u);
 }
