@@ -79,8 +79,11 @@ VELM_CArchiveInside::~VELM_CArchiveInside()
     std::free(m_pText);
 }
 
-void VELM_CStoredClasses::Remember(const VELM_CRuntimeClass& cls, unsigned nIndex, bool bNew)
+void VELM_CStoredClasses::Remember(const VELM_CRuntimeClass& cls, unsigned nIndex, bool bNew, long nSurplus)
 {
+    if (nSurplus != m_nSurplus)
+        Clear();
+    m_nSurplus = nSurplus;
     m_nClasses += bNew;
     const std::size_t nEntries = std::size_t{1} << (64 - m_nShift);
     if (m_nClasses > nEntries / 4 && bNew) { // what is lost here comes again; without memory it is as before

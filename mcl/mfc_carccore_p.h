@@ -9,7 +9,8 @@
 #include "mcl/mfc_crun.h"
 
 // The indexes of classes that an archive has stored, so that the store map is asked for few. A place is of the class
-// that came last of those whose addresses mix to it. A record that has got another name since is another class.
+// that came last of those whose addresses mix to it. A record that has got another name since is another class; and
+// nothing is known any more when the map has other entries than the archive made.
 class VELM_LOCAL VELM_CStoredClasses {
 public:
     VELM_CStoredClasses() = default;
@@ -17,13 +18,14 @@ public:
     VELM_CStoredClasses& operator=(const VELM_CStoredClasses&) = delete;
     ~VELM_CStoredClasses() { Clear(); }
 
-    // 0 when it is not known here.
-    unsigned IndexOf(const VELM_CRuntimeClass& cls) const
+    // 0 when it is not known here. nSurplus: by how many entries the map has more than indexes were given.
+    unsigned IndexOf(const VELM_CRuntimeClass& cls, long nSurplus) const
     {
         const Entry& entry = m_pEntries[PlaceOf(cls)];
-        return entry.pClass == &cls && entry.pszName == cls.m_pszName ? entry.nIndex : 0;
+        const bool bKnown = entry.pClass == &cls && entry.pszName == cls.m_pszName && nSurplus == m_nSurplus;
+        return bKnown ? entry.nIndex : 0;
     }
-    void Remember(const VELM_CRuntimeClass& cls, unsigned nIndex, bool bNew);
+    void Remember(const VELM_CRuntimeClass& cls, unsigned nIndex, bool bNew, long nSurplus);
     void Clear();
 
 private:
@@ -41,6 +43,7 @@ private:
     Entry* m_pEntries = m_few; // 2 to the power of 64 - m_nShift, and at least four for each class
     int m_nShift = 61;
     std::size_t m_nClasses = 0;
+    long m_nSurplus = 0;
 };
 
 // Belongs to the byte engine, and lives as long as the archive: also after Abort, which may come in the middle of a

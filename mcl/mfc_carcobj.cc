@@ -39,6 +39,13 @@ static void* AsSlot(unsigned nIndex)
     return reinterpret_cast<void*>(uintptr_t{nIndex});
 }
 
+// By how many entries the store map has more than indexes were given: the same whenever an object's class is asked for,
+// unless somebody else adds or removes some.
+static long SurplusOf(const VELM_CArchive& ar)
+{
+    return long{ar.m_pStoreMap->m_nCount} - static_cast<long>(ar.m_nIndexCount);
+}
+
 static const char* NameOf(const VELM_CRuntimeClass* pClass)
 {
     return pClass->m_pszName == nullptr ? "" : pClass->m_pszName;
@@ -124,7 +131,7 @@ bool VELM_CArchive::StoreClass(const VELM_CRuntimeClass* pClassRef)
             return false;
         slot = AsSlot(m_pInside->TakeIndex());
     }
-    m_pInside->storedClasses.Remember(*pClassRef, IndexIn(slot), bNew);
+    m_pInside->storedClasses.Remember(*pClassRef, IndexIn(slot), bNew, SurplusOf(*this));
     return true;
 }
 
@@ -154,7 +161,7 @@ void VELM_CArchive::WriteObject(const VELM_CObject* pOb)
     const VELM_CRuntimeClass* const pClassRef = pOb->GetRuntimeClass();
     unsigned nClass = 0;
     if (pClassRef != nullptr && pClassRef->m_nSchema != VELM_CRuntimeClass::nNoSchema)
-        nClass = m_pInside->storedClasses.IndexOf(*pClassRef);
+        nClass = m_pInside->storedClasses.IndexOf(*pClassRef, SurplusOf(*this));
     if (nClass != 0)
         VELM_CReference{VELM_CReference::knownClass, nClass}.Store(*this);
     else if (!StoreClass(pClassRef))
@@ -191,7 +198,7 @@ bool VELM_CArchive::StartReading(const VELM_CRuntimeClass* pClassRefRequested)
 
 // The class that the reference names, or whose record follows it. NULL after a raise that returned.
 static inline const VELM_CArchiveLoader::Met* LoadClass(VELM_CArchive& ar, const VELM_CReference& reference,
-                                                 unsigned long long nOffset)
+                                                        unsigned long long nOffset)
 {
     VELM_CArchiveLoader& loader = *VELM_CArchiveLoader::Of(ar);
     if (reference.kind == VELM_CReference::knownClass)

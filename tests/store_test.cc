@@ -23,7 +23,8 @@ struct StoreNode : VELM_CObject {
 static StoreNode nodes[] = {{&shape, "Ba"},       {&shape, "Bb"},       {&disc, "Bc"}, {&disc, "Bd"}, {&shape, "Be Oe"},
                             {&shape, "Bf Og Og"}, {&shape, "Bg Of O0"}, {&local, ""},  {nullptr, ""}};
 
-// Takes steps such as "Oa", the operation and the node or the node's class; '0' is NULL. "Ba" stores the byte.
+// Takes steps such as "Oa", the operation and the node or the node's class; '0' is NULL. "Ba" stores the byte, "Xa"
+// takes the class out of the store map.
 static void Take(VELM_CArchive& ar, const char* steps)
 {
     for (; *steps != '\0'; steps += steps[2] == '\0' ? 2 : 3) {
@@ -35,6 +36,7 @@ static void Take(VELM_CArchive& ar, const char* steps)
         : *steps == 'C' ? ar.WriteClass(pClass)
         : *steps == 'S' ? ar.SerializeClass(pClass)
         : *steps == 'K' ? ar.CheckCount()
+        : *steps == 'X' ? void(ar.m_pStoreMap->RemoveKey(pClass))
         : *steps == 'R' ? void(ar.ReadObject(pClass))
                         : void(VELM_CRuntimeClass::Load(ar, nullptr));
     }
@@ -48,6 +50,7 @@ TEST(Store, StoresEachObjectOnceAndStopsHarmlessly)
     } cases[] = {{store, 0, "Oc Oa Od Ob Oc", "", DISC "63 " SHAPE "61 01800000 64 03800000 62 02000000"},
                  {store, 0, "Of Og", "", SHAPE "66 01800000 67 02000000 00000000 03000000 03000000"},
                  {store, 0, "O0 Oe Ca Sc Oc", "", "00000000" SHAPE "65 02000000 01800000" DISC "03800000 63"},
+                 {store, 0, "Oa Oc Xa Ob Od", "", SHAPE "61 " DISC "63 " SHAPE "62 03800000 64"},
                  {store, 0, "Ma Oa Ma Oa", "", "01000000 02000000"},
                  {store, 0x7FFE, "Ma Mb Oa Ob", "", "FE7F0000 FF7F0000 FF7F0000"},
                  {store, 0x7FFE, "Ca Cc Ca Cc", "", SHAPE DISC "FEFF0000 FF7F0000 FF7F0080"},
