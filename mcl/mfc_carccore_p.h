@@ -40,7 +40,8 @@ private:
     }
 
     Entry m_few[8] = {};
-    Entry* m_pEntries = m_few; // 2 to the power of 64 - m_nShift, and at least four for each class
+    // 2 to the power of 64 - m_nShift: four for each class that was new, if there is memory.
+    Entry* m_pEntries = m_few;
     int m_nShift = 61;
     std::size_t m_nClasses = 0;
     long m_nSurplus = 0;

@@ -255,7 +255,7 @@ VELM_CObject* VELM_CArchive::ReadObject(const VELM_CRuntimeClass* pClassRefReque
         ReadClass(pClassRefRequested, nullptr, &nObTag);
         return !IsInbound() || m_pLoadArray == nullptr ? nullptr : static_cast<VELM_CObject*>(m_pLoadArray->GetAt(0));
     }
-    if ((pClassRefRequested != nullptr || !IsInbound() || !HasMap()) && !StartReading(pClassRefRequested))
+    if ((pClassRefRequested != nullptr || !IsLoading() || !HasMap()) && !StartReading(pClassRefRequested))
         return nullptr;
     const unsigned long long nOffset = m_pInside->Offset();
     VELM_CReference reference;

@@ -392,8 +392,8 @@ inline void** VELM_CMapIndex::ValueOf(VELM_CMapPtrToPtr& map, void* key)
     if (nStretch != pIndex->m_nLastStretch && sample.nKey >> nStretchBits == nStretch) { // far, and likely to be known
         const int64_t nDistance = static_cast<intptr_t>(nKey - sample.nKey);
         const uintptr_t nForeseen = sample.nNode + static_cast<uintptr_t>(nDistance * sample.nPitch >> 16);
-        __builtin_prefetch(reinterpret_cast<char*>(nForeseen) + offsetof(VELM_CPtrAssoc, nHashValue));
-        __builtin_prefetch(reinterpret_cast<char*>(nForeseen) + sizeof(VELM_CPtrAssoc)); // the link, in the next node
+        __builtin_prefetch(reinterpret_cast<void*>(nForeseen + offsetof(VELM_CPtrAssoc, nHashValue)));
+        __builtin_prefetch(reinterpret_cast<void*>(nForeseen + sizeof(VELM_CPtrAssoc))); // the link, in the next node
     }
     Probe at = pIndex->Start(hash);
     if (VELM_CPtrAssoc** ppLink = pIndex->LinkOf<VELM_CPtrAssoc>(nBucket, key, at))

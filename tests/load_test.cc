@@ -324,3 +324,19 @@ TEST(Load, DamageDoesNoHarm)
     EXPECT_GT(nRaised, nSound);
     EXPECT_GT(nSound, 0);
 }
+
+TEST(Load, ReportsAnotherModeAtEachObject)
+{
+    MemoryFile file(std::string(12, '\0')); // NULL three times
+    VELM_CArchive ar(&file, VELM_CArchive::load | VELM_CArchive::noFlushOnDestroy);
+    HostWatch watch;
+    ar.SetClassTable(&GraphClasses());
+    std::vector<size_t> nReports(3);
+    for (size_t& rReports : nReports) {
+        const size_t nBefore = watch.reports.size();
+        EXPECT_EQ(ar.ReadObject(nullptr), nullptr);
+        rReports = watch.reports.size() - nBefore;
+    }
+    EXPECT_GE(nReports[0], 2u);
+    EXPECT_EQ(nReports, std::vector<size_t>(3, nReports[0]));
+}
