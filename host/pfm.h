@@ -39,7 +39,7 @@ struct pfm_cleanup_block {
         char jumpSpace[512]; ///< Its reserved room; a jump buffer of another machine may take more.
     };
     int nCode;   ///< The code of the raise that came back.
-    int nActive; ///< 1 while the block is on the thread's chain.
+    int nActive; ///< The block's number while it is on the thread's chain; else 0.
     int nJumped; ///< The result of `sigsetjmp`, stored by the caller before `pfm_cleanup_start`.
 };
 
@@ -62,6 +62,13 @@ TAVNOHOST_API void pfm_cleanup_reset(pfm_cleanup_block* pBlock);
 /// Releases the block, and with it every block inside it. A block that is not on this thread's chain, since a raise or
 /// an outer block's release took it off, is left alone.
 TAVNOHOST_API void pfm_cleanup_rls(pfm_cleanup_block* pBlock);
+
+/// The number of the innermost active block of this thread, which no later block of the thread gets; 0 when there is
+/// none. Who notes it before a call can tell afterwards, by `pfm_cleanup_holds`, whether a raise has left that call.
+TAVNOHOST_API int pfm_cleanup_mark(void);
+
+/// Whether the block of that number is still active on this thread; 1 for the number 0.
+TAVNOHOST_API int pfm_cleanup_holds(int nMark);
 }
 
 /// Runs `body()` inside a cleanup block. Returns 0 when it ended normally, else the code that was raised.
