@@ -62,21 +62,31 @@ VELM_CArchive::VELM_CArchive(VELM_CFile* pFile, unsigned nMode, int nBufSize, vo
     m_lpBufMax = m_lpBufStart + m_nBufSize;
     m_lpBufCur = IsInbound() ? m_lpBufMax : m_lpBufStart;
     VELM_ASSERT(m_pStoreMap == NULL);
+    m_pInside->JoinSave();
 }
 
 VELM_CArchive::~VELM_CArchive()
 {
+    int nRaised = 0;
     if (m_pFile != nullptr && (m_nMode & noFlushOnDestroy) == 0)
-        Flush();
+        nRaised = pfm_protect([this] { Flush(); });
     Abort();
     delete m_pInside;
+    if (nRaised != 0) { // no member is destroyed after this
+        std::free(m_strFileName.m_data);
+        m_strFileName.m_data = nullptr;
+        pfm_raise(nRaised);
+    }
 }
 
 VELM_CArchiveInside::~VELM_CArchiveInside()
 {
     while (m_pHeld != nullptr)
-        DropHeld();
+        DropHeld(m_pHeld);
     std::free(m_pText);
+    std::free(m_path);
+    if (m_pSave != nullptr)
+        m_pSave->Release();
 }
 
 void VELM_CStoredClasses::Remember(const VELM_CRuntimeClass& cls, unsigned nIndex, bool bNew, long nSurplus)
@@ -109,7 +119,12 @@ void VELM_CStoredClasses::Clear()
 
 void VELM_CArchive::Abort()
 {
+    if (!IsInbound() && m_lpBufCur != m_lpBufStart)
+        m_pInside->Lose("%lu bytes were dropped unwritten", static_cast<unsigned long>(m_lpBufCur - m_lpBufStart));
+    m_pInside->EndSave();
+    m_pInside->bAborted = true;
     m_pFile = nullptr;
+    m_lpBufCur = m_lpBufMax = m_lpBufStart; // nothing is left in the buffer, and nothing more goes into it
     if (!m_bCallerBuf) {
         VELM_ASSERT(!m_bDirectBuffer);
         delete[] m_lpBufStart;
@@ -123,13 +138,44 @@ void VELM_CArchive::Abort()
         delete m_pLoadArray;
     m_pInside->pStoreMap = nullptr;
     m_pStoreMap = nullptr;
+    m_pInside->owners.Clear();
     m_pInside->storedClasses.Clear();
 }
 
 void VELM_CArchive::Close()
 {
     Flush();
+    m_pInside->EndSave();
     m_pFile = nullptr;
+    m_lpBufCur = m_lpBufMax = m_lpBufStart; // what is stored after this comes by Write, which notes that it is lost
+}
+
+void VELM_CArchiveInside::JoinSave()
+{
+    VELM_CSaveState* const pSave = m_ar.IsInbound() || m_ar.m_pFile == nullptr ? nullptr : m_ar.m_pFile->GetSaveState();
+    if (m_pSave != nullptr || pSave == nullptr)
+        return;
+    pSave->Hold();
+    pSave->BeginArchive();
+    m_pSave = pSave;
+    m_bInSave = true;
+    if (m_bLost)
+        pSave->Lose(m_errorText);
+}
+
+void VELM_CArchiveInside::EndSave()
+{
+    if (!m_bInSave)
+        return;
+    if (!IsWhole() && !m_bLost)
+        Lose("a raise has left something half stored");
+    m_bInSave = false;
+    m_pSave->EndArchive();
+}
+
+int VELM_CArchive::IsWhole() const
+{
+    return IsInbound() || m_pInside->IsWhole();
 }
 
 void VELM_CArchiveInside::ReadFile(unsigned char*& rlpEnd, unsigned nRoom, unsigned nEnough)
@@ -148,24 +194,133 @@ void VELM_CArchiveInside::ReadFile(unsigned char*& rlpEnd, unsigned nRoom, unsig
 
 void VELM_CArchiveInside::WriteFile(const unsigned char* lpBuf, unsigned nBytes)
 {
-    if (m_ar.m_pFile == nullptr)
-        return;
+    JoinSave();
+    VELM_CSaveState* const pSave = m_ar.m_pFile->GetSaveState();
+    if (pSave != m_pSave && pSave != nullptr)
+        pSave->Lose("an archive that was made for an earlier save has written to the file");
+    const bool bLeft = m_bWriting;
+    m_bWriting = true;
     m_ar.m_pFile->Write(lpBuf, nBytes);
+    m_bWriting = bLeft;
     m_nFileBytes += nBytes;
 }
 
 void VELM_CArchiveInside::Fail(int cause, unsigned long long nOffset, const char* lpszFormat, ...)
 {
-    const int n = std::snprintf(m_errorText, sizeof m_errorText, "offset %llu: ", nOffset);
     va_list args;
     va_start(args, lpszFormat);
-    std::vsnprintf(m_errorText + n, sizeof m_errorText - static_cast<size_t>(n), lpszFormat, args);
+    Explain(nOffset, lpszFormat, args);
     va_end(args);
+    NoteLoss();
+    AfxThrowArchiveException(cause, m_ar.m_strFileName.m_data);
+}
+
+void VELM_CArchiveInside::Note(const char* lpszFormat, ...)
+{
+    va_list args;
+    va_start(args, lpszFormat);
+    Explain(Offset(), lpszFormat, args);
+    va_end(args);
+    NoteLoss();
+}
+
+void VELM_CArchiveInside::Lose(const char* lpszFormat, ...)
+{
+    if (m_ar.IsInbound())
+        return;
+    va_list args;
+    va_start(args, lpszFormat);
+    Explain(Offset(), lpszFormat, args);
+    va_end(args);
+    NoteLoss();
+}
+
+void VELM_CArchiveInside::NoteLoss()
+{
+    if (m_ar.IsInbound())
+        return;
+    m_bLost = true;
+    if (m_pSave != nullptr)
+        m_pSave->Lose(m_errorText);
+}
+
+// Writes the error text: the offset, what is wrong there, and the objects under way, innermost first. Of many, those in
+// the middle are left out.
+void VELM_CArchiveInside::Explain(unsigned long long nOffset, const char* lpszFormat, va_list args)
+{
+    const unsigned nInner = 6, nOuter = 2;
+    size_t n = 0;
+    const auto Advance = [&](int nPrinted) {
+        n += nPrinted > 0 ? static_cast<size_t>(nPrinted) : 0;
+        n = n < sizeof m_errorText ? n : sizeof m_errorText - 1;
+    };
+    Advance(std::snprintf(m_errorText, sizeof m_errorText, "offset %llu: ", nOffset));
+    Advance(std::vsnprintf(m_errorText + n, sizeof m_errorText - n, lpszFormat, args));
+    for (unsigned nDepth = Depth(), i = nDepth; i-- > 0;) {
+        const unsigned nSkipped = nDepth - nInner - nOuter;
+        if (i == nDepth - 1 - nInner && nDepth > nInner + nOuter + 1) {
+            Advance(std::snprintf(m_errorText + n, sizeof m_errorText - n, " in %u more", nSkipped));
+            i = nOuter;
+            continue;
+        }
+        Advance(std::snprintf(m_errorText + n, sizeof m_errorText - n, "%s in %.80s (%s%u)", i == nDepth - 1 ? "," : "",
+                              m_path[i].pClass->m_pszName, i == nDepth - 1 ? "index " : "", m_path[i].nIndex));
+    }
     for (char* p = m_errorText; *p != '\0'; ++p) { // a name in it may hold anything
         if (*p < ' ' || *p > '~')
             *p = '?';
     }
-    AfxThrowArchiveException(cause, m_ar.m_strFileName.m_data);
+}
+
+void VELM_CArchive::RaiseInvalid(const char* lpszText)
+{
+    m_pInside->Fail(VELM_CArchiveException::causeGeneric, m_pInside->Offset(), "%s", lpszText);
+}
+
+void VELM_CArchive::RaiseBadIndex(const char* lpszText)
+{
+    m_pInside->Fail(VELM_CArchiveException::causeBadIndex, m_pInside->Offset(), "%s", lpszText);
+}
+
+unsigned VELM_CArchive::GetSchema() const
+{
+    const VELM_CArchiveInside::UnderWay* const pInnermost = m_pInside->Innermost();
+    return pInnermost == nullptr ? 0xFFFFFFFF : pInnermost->nSchema;
+}
+
+unsigned VELM_CArchive::SerializeVersion(const char* lpszName, unsigned nNewest)
+{
+    if (!IsInbound()) {
+        Store32(nNewest);
+        return nNewest;
+    }
+    uint32_t nVersion;
+    if (!Load32(nVersion)) {
+        RaiseDataEnded();
+        return 0;
+    }
+    if (nVersion <= nNewest)
+        return nVersion;
+    m_pInside->Fail(VELM_CArchiveException::causeGeneric, m_pInside->Offset() - 4,
+                    "\"%s\" has version %u; the newest known is %u", lpszName, nVersion, nNewest);
+    return 0;
+}
+
+void VELM_CArchiveInside::DropLeft()
+{
+    while (m_nPath > 0 && !pfm_cleanup_holds(m_path[m_nPath - 1].nMark))
+        --m_nPath;
+}
+
+bool VELM_CArchiveInside::GrowPath()
+{
+    const unsigned nMore = m_nMaxPath + m_nMaxPath / 2 + 16;
+    void* const pMore = std::realloc(m_path, nMore * sizeof *m_path);
+    if (pMore == nullptr)
+        return false;
+    m_path = static_cast<UnderWay*>(pMore);
+    m_nMaxPath = nMore;
+    return true;
 }
 
 const char* VELM_CArchive::GetErrorText() const
@@ -179,12 +334,19 @@ void VELM_CArchiveInside::Hold(VELM_CHeld* pHeld)
     m_pHeld = pHeld;
 }
 
-void VELM_CArchiveInside::DropHeld()
+void VELM_CArchiveInside::DropHeld(VELM_CHeld* pHeld)
 {
-    VELM_CHeld* const pHeld = m_pHeld;
-    if (pHeld != nullptr)
-        m_pHeld = pHeld->m_pOuter;
+    Unhold(pHeld);
     delete pHeld;
+}
+
+// What was held after it was left by raises: it stays held, since the file may refer to objects in it.
+void VELM_CArchiveInside::Unhold(VELM_CHeld* pHeld)
+{
+    VELM_CHeld** ppHeld = &m_pHeld;
+    while (*ppHeld != pHeld)
+        ppHeld = &(*ppHeld)->m_pOuter;
+    *ppHeld = pHeld->m_pOuter;
 }
 
 void VELM_CArchive::Hold(VELM_CHeld* pHeld)
@@ -192,9 +354,14 @@ void VELM_CArchive::Hold(VELM_CHeld* pHeld)
     m_pInside->Hold(pHeld);
 }
 
-void VELM_CArchive::DropHeld()
+void VELM_CArchive::DropHeld(VELM_CHeld* pHeld)
 {
-    m_pInside->DropHeld();
+    m_pInside->DropHeld(pHeld);
+}
+
+unsigned long long VELM_CArchive::GetOffset() const
+{
+    return m_pInside->Offset();
 }
 
 bool VELM_CArchive::CheckBuffer() const
@@ -253,8 +420,10 @@ void VELM_CArchive::Write(const void* lpBuf, unsigned nMax)
     VELM_ASSERT(m_lpBufStart == NULL || AfxIsValidAddress(m_lpBufStart, m_lpBufMax - m_lpBufStart));
     VELM_ASSERT(m_lpBufCur == NULL || AfxIsValidAddress(m_lpBufCur, m_lpBufMax - m_lpBufCur));
     VELM_ASSERT(IsStoring());
-    if (!bCaller || !bBuffer || IsInbound())
+    if (!bCaller || !bBuffer || IsInbound() || m_pFile == nullptr) {
+        m_pInside->Lose("%u bytes were not stored", nMax);
         return;
+    }
 
     const unsigned char* lpFrom = static_cast<const unsigned char*>(lpBuf);
     const auto Take = [&](unsigned n) {
@@ -276,6 +445,8 @@ void VELM_CArchive::Write(const void* lpBuf, unsigned nMax)
     const bool bFlushed = VELM_ASSERT(m_lpBufCur == m_lpBufStart);
     if (bFits && bFlushed)
         Take(nMax);
+    else
+        m_pInside->Lose("%u bytes were not stored", nMax);
 }
 
 void VELM_CArchive::Flush()
@@ -329,8 +500,14 @@ int VELM_CArchive::LoadWhole(void* lpBuf, unsigned nBytes)
     // Where nothing can be loaded, each attempt is reported.
     if ((m_nDataEnd == dataGoesOn || !IsLoading()) && Read(lpBuf, nBytes) == nBytes)
         return 1;
-    m_nDataEnd = dataEnded;
+    if (IsInbound())
+        m_nDataEnd = dataEnded;
     return 0;
+}
+
+int VELM_CArchive::CanLoad()
+{
+    return IsInbound() || VELM_ASSERT(IsLoading());
 }
 
 void VELM_CArchive::RaiseDataEnded()
@@ -343,8 +520,10 @@ void VELM_CArchive::RaiseDataEnded()
 
 void VELM_CArchive::WriteCount(unsigned long dwCount)
 {
-    if (!VELM_ASSERT(dwCount <= 0xFFFFFFFF))
+    if (!VELM_ASSERT(dwCount <= 0xFFFFFFFF)) {
+        RaiseInvalid("the count does not fit into 4 bytes");
         return;
+    }
     if (dwCount >= nCountEscape)
         Store32(nCountEscape);
     Store32(static_cast<uint32_t>(dwCount));
@@ -374,8 +553,10 @@ void VELM_CArchive::StorePrefixed(const char* lpch, unsigned long nLength)
         m_lpBufCur += nLength;
         return;
     }
-    if (!VELM_ASSERT(nLength <= 0xFFFFFFFF))
+    if (!VELM_ASSERT(nLength <= 0xFFFFFFFF)) {
+        RaiseInvalid("the length does not fit into 4 bytes");
         return;
+    }
     if (nLength < nStringPrefixShort) {
         *this << static_cast<unsigned char>(nLength);
     } else {
@@ -409,6 +590,8 @@ int VELM_CArchive::LoadPrefixed(VELM_CString& rString)
 {
     uint32_t nLength;
     char* pText = nullptr;
+    if (!CanLoad())
+        return 0;
     if (::LoadLength(*this, nLength)) {
         if (IsLoading() && static_cast<size_t>(m_lpBufMax - m_lpBufCur) >= nLength) { // nothing raises but the memory
             if (!AfxTryAssign(rString, reinterpret_cast<const char*>(m_lpBufCur), nLength))
@@ -537,6 +720,8 @@ char* VELM_CArchive::ReadString(char* lpsz, unsigned nMax)
     // clang-format off
     VELM_ASSERT(AfxIsValidAddress(lpsz, (nStop+1) * sizeof(TCHAR)));
     // clang-format on
+    if (!CanLoad())
+        return nullptr;
     // What has been read ahead up to the line's end, or as far as it is wanted, cannot raise.
     const size_t nAhead = IsLoading() ? static_cast<size_t>(m_lpBufMax - m_lpBufCur) : 0;
     const size_t nMost = nAhead < nStop ? nAhead : nStop;
@@ -554,6 +739,8 @@ char* VELM_CArchive::ReadString(char* lpsz, unsigned nMax)
 
 int VELM_CArchive::ReadString(VELM_CString& rString)
 {
+    if (!CanLoad())
+        return 0;
     // A line that has been read ahead, with nothing in it that is special to a chunk.
     const size_t nAhead = IsLoading() ? static_cast<size_t>(m_lpBufMax - m_lpBufCur) : 0;
     const size_t nText = LengthOfLine(m_lpBufCur, nAhead, true);
@@ -598,13 +785,25 @@ int VELM_CArchive::LoadRange(unsigned& rValue, unsigned nFirst, unsigned nLast)
         return 0;
     }
     if (nValue - nFirst > nLast - nFirst) {
-        m_pInside->Fail(VELM_CArchiveException::causeGeneric, m_pInside->Offset() - 4,
-                        "the value %d is not one of %d to %d", static_cast<int>(nValue), static_cast<int>(nFirst),
-                        static_cast<int>(nLast));
+        m_pInside->FailRange(m_pInside->Offset() - 4, nValue, nFirst, nLast);
         return 0;
     }
     rValue = nValue;
     return 1;
+}
+
+void VELM_CArchive::StoreRange(unsigned nValue, unsigned nFirst, unsigned nLast)
+{
+    if (nValue - nFirst <= nLast - nFirst)
+        Store32(nValue);
+    else
+        m_pInside->FailRange(m_pInside->Offset(), nValue, nFirst, nLast);
+}
+
+void VELM_CArchiveInside::FailRange(unsigned long long nOffset, unsigned nValue, unsigned nFirst, unsigned nLast)
+{
+    Fail(VELM_CArchiveException::causeGeneric, nOffset, "the value %d is not one of %d to %d", static_cast<int>(nValue),
+         static_cast<int>(nFirst), static_cast<int>(nLast));
 }
 
 int VELM_CArchive::IsAtEnd()

@@ -82,9 +82,12 @@ private:
 /// The archive borrows the file: it neither opens nor closes it, and does not look at its errors (see
 /// `VELM_CFile::ERROR_CODE`). A storing archive fills its buffer completely before anything reaches the file. Every
 /// transfer asserts that its direction is the archive's, "IsStoring()" or "IsLoading()", and that the archive has its
-/// buffer; after such a failure nothing is transferred. With `noFlushOnDestroy` in the mode, bytes go in the
-/// direction of the lowest bit, though the assertion is reported; objects are not stored. The raise codes are the
-/// causes of `VELM_CArchiveException`.
+/// buffer; after such a failure nothing is transferred, and nothing raised. With `noFlushOnDestroy` in the mode, bytes
+/// go in the direction of the lowest bit, though the assertion is reported; objects are not stored. The raise codes are
+/// the causes of `VELM_CArchiveException`.
+///
+/// What a storing archive could not store, it remembers: see `IsWhole`. Files that answer for a whole save, such as
+/// `VELM_CSaveFile`, are told.
 class VELM_API VELM_CArchive {
 public:
     /// Modes.
@@ -138,7 +141,8 @@ public:
     /// Whether the mode is `store` and nothing else.
     VELM_INLINE int IsStoring() const { return m_nMode == store; }
 
-    /// Forgets the file without flushing and releases what the archive owns. The archive can only be destroyed then.
+    /// Forgets the file without flushing and releases what the archive owns. The archive can only be destroyed then:
+    /// `WriteObject`, `WriteClass` and `MapObject` do nothing.
     void Abort();
     /// Flushes, and forgets the file, which stays open. The archive can only be destroyed then.
     void Close();
@@ -153,8 +157,8 @@ public:
     /// Asserts "nBytesNeeded > 0" and "nBytesNeeded <= (UINT)m_nBufSize".
     void FillBuffer(unsigned nBytesNeeded);
 
-    /// Stores a count: 4 bytes below 0xFFFF, else 8. A count above 0xFFFFFFFF fails "dwCount <= 0xFFFFFFFF" and
-    /// nothing is stored.
+    /// Stores a count: 4 bytes below 0xFFFF, else 8. A count above 0xFFFFFFFF fails "dwCount <= 0xFFFFFFFF" and raises
+    /// 1; nothing is stored.
     void WriteCount(unsigned long dwCount);
     /// Loads a count. Raises 3 when the data ends; where that returns, 0.
     unsigned long ReadCount();
@@ -182,6 +186,13 @@ public:
     {
         static_assert(std::is_enum<ENUM>::value && sizeof(ENUM) <= 4, "an enumeration of at most 4 bytes");
         Store32(static_cast<uint32_t>(nValue));
+    }
+    /// The same of an enumerator from `nFirst` to `nLast`. Raises 1 for a value outside of these, which `ReadEnum`
+    /// would refuse; nothing is stored then.
+    template <class ENUM> void WriteEnum(ENUM nValue, ENUM nFirst, ENUM nLast)
+    {
+        static_assert(std::is_enum<ENUM>::value && sizeof(ENUM) <= 4, "an enumeration of at most 4 bytes");
+        StoreRange(static_cast<uint32_t>(nValue), static_cast<uint32_t>(nFirst), static_cast<uint32_t>(nLast));
     }
     /// Loads an enumerator from `nFirst` to `nLast`. Raises 3 when the data ends, and 1 for a value outside of these;
     /// the operand keeps its value then.
@@ -232,8 +243,11 @@ public:
     /// Gives the object the next index without storing or loading anything. NULL: nothing but the map or array, which
     /// every operation on objects makes when there is none. Raises 5 when no index is left.
     void MapObject(const VELM_CObject* pOb);
-    /// Loading: switches the loading of objects and classes on, with these classes; NULL switches it off again. The
-    /// table outlives the archive. Asserts "IsLoading()".
+    /// Loading: switches the loading of objects and classes on, with these classes; NULL switches it off again.
+    /// Storing: `WriteObject` and `WriteClass` raise 1, before any byte, where a program with this table could not load
+    /// what they store: a class that is not in it, an object of an abstract class, and one of a C++ class that is
+    /// derived from the one that was added by `VELM_CClassTable::Add<TYPE>` and has no class record of its own. The
+    /// table outlives the archive.
     ///
     /// The data may come from anywhere. What is wrong in it ends in a raise, which `GetErrorText` explains: 3 when it
     /// ends; 5 for an index that was not given out, that is an object where a class is needed or a class where an
@@ -246,14 +260,71 @@ public:
     /// an archive have used 64 KiB of it, they go on on memory of the archive's own, which goes back with it. There a
     /// C++ exception that leaves a `Serialize` ends the process by `std::terminate`.
     void SetMaxDepth(unsigned nMaxDepth);
-    /// What went wrong in the last operation that raised, and at which offset in the stream, in one line of printable
-    /// characters; "" for nothing. Valid until the next failure, also after `Abort`.
+    /// What went wrong last, at which offset in the stream and inside which objects, in one line of printable
+    /// characters, such as "offset 812: the data ends, in Rect (index 31) in Layer (9) in Document (1)"; "" for
+    /// nothing. Of many objects inside each other those in the middle are counted. Valid until the next failure, also
+    /// after `Abort`.
     const char* GetErrorText() const;
-    /// Deletes every object that this archive has made, once all of them have let go of what they refer to (see
-    /// `VELM_CClassTable::Add`). Otherwise they are the caller's. After `Abort` none is known any more.
+    /// Storing: 1 while all that was to be stored has been; 0 after a check by which something was not stored, after a
+    /// raise amid an object or a write of the file, and after bytes were dropped by `Abort` or stored after `Close`.
+    /// Asked in a `Serialize`, it answers for what is complete. A file's own failures are the file's to tell.
+    /// Loading: 1.
+    int IsWhole() const;
+    /// For a program's own checks, storing and loading: raises 1, with the text in `GetErrorText`, which adds the
+    /// offset of the next byte and the objects under way.
+    void RaiseInvalid(const char* lpszText);
+    /// The same, and raises 5, as for an object that is not where it should be.
+    void RaiseBadIndex(const char* lpszText);
+    /// Loading: deletes every object that this archive has made and that no other object owns; owners delete theirs.
+    /// First objects of classes with a function for it let go of what they refer to (see `VELM_CClassTable::Add`),
+    /// which nobody owns then. Otherwise the objects are the caller's. After `Abort` none is known any more.
     void DeleteLoadedObjects();
+
+    /// \name Owners
+    ///
+    /// An object may delete what it refers to in its destructor: it owns that. An archive that knows of it refuses
+    /// files in which two own one object, in which an object owns itself through others, and in which something is
+    /// missing that must be there. `AfxOwned` and the smart pointers of the standard library do the same, in
+    /// `mfc_std.h`.
+    /// \{
+
+    /// Who is to own an object: `plainOwner`, a pointer that its holder deletes; `smartOwner`, one that deletes by
+    /// itself; `sharedOwner`, one of several that share the object; `weakOwner`, one that shares it only while others
+    /// do.
+    enum Owner { plainOwner, smartOwner, sharedOwner, weakOwner };
+
+    /// Loads an object that is owned from now on by the object whose `Serialize` is running: adopted as soon as the
+    /// pointer is in the operand. Outside of all objects it is the caller's, and `DeleteLoadedObjects` deletes it
+    /// still.
+    ///
+    /// Raises as `ReadObject`, and 5 for NULL, for an object that has an owner already or would own itself through
+    /// others, and for one that the program has mapped by `MapObject`; the operand keeps its value then. An object that
+    /// others refer to already may be adopted. While the load goes on, what has been adopted must not be deleted by
+    /// hand: the file may refer to it again.
+    template <class TYPE> void ReadOwned(TYPE*& rpOb);
+    /// The same, where NULL is allowed.
+    template <class TYPE> void ReadOwnedOrNull(TYPE*& rpOb);
+    /// Stores an object that the object whose `Serialize` is running owns. Raises as `WriteObject`, and 1 for what
+    /// `ReadOwned` would refuse.
+    void WriteOwned(const VELM_CObject* pOb) { WriteForOwner(pOb, plainOwner, 0); }
+    /// The same, where NULL is allowed.
+    void WriteOwnedOrNull(const VELM_CObject* pOb) { WriteForOwner(pOb, plainOwner, 1); }
+    /// Whether every object of this archive but the root has an owner, or was loaded or stored as owned by the caller:
+    /// then a caller who deletes these and the root loses nothing. Else 0, and `GetErrorText` names one that has none.
+    /// 1 where nothing has been owned at all. Storing, an archive that answers 0 is not whole.
+    int AreOwnersComplete(const VELM_CObject* pRoot = NULL);
+    /// \}
+
     /// The schema of the object being loaded, once; 0xFFFFFFFF after that.
     unsigned GetObjectSchema();
+    /// The schema of the object whose `Serialize` is running, as often as asked: loading, that it was stored with;
+    /// storing, that of its record. 0xFFFFFFFF outside of all objects.
+    unsigned GetSchema() const;
+    /// For a base class with versions of its own, since the schema in the stream is that of the object's class alone:
+    /// storing, stores `nNewest` in 4 bytes and returns it; loading, loads and returns the number that was stored.
+    /// Raises 3 when the data ends, and 1 for a number above `nNewest`, with the name in the text; where that returns,
+    /// 0.
+    unsigned SerializeVersion(const char* lpszName, unsigned nNewest);
     /// Raises 5 when no index is left.
     void CheckCount();
     /// Loading: 1 when nothing is left, or a value came up short; else 0. Reads ahead where it must, and delivers
@@ -314,12 +385,18 @@ public:
     /// Loads a 32-bit value from `nFirst` to `nLast`, counted upwards from `nFirst` and past 0xFFFFFFFF to 0. Returns
     /// 1; 0, where the raise returns, of 3 when the data ends and of 1 for a value outside of these.
     int LoadRange(unsigned& rValue, unsigned nFirst, unsigned nLast);
+    /// Stores a 32-bit value from `nFirst` to `nLast`, counted as above. Raises 1 for a value outside of these.
+    void StoreRange(unsigned nValue, unsigned nFirst, unsigned nLast);
     /// Loads the length that stands before the bytes of a string. Returns 1; 0 when the data ended.
     int LoadLength(unsigned long& rLength);
-    /// Stores a string: its length, then its bytes. A length above 0xFFFFFFFF fails "nLength <= 0xFFFFFFFF".
+    /// Stores a string: its length, then its bytes. A length above 0xFFFFFFFF fails "nLength <= 0xFFFFFFFF" and
+    /// raises 1.
     void StorePrefixed(const char* lpch, unsigned long nLength);
     /// Loads such a string. Returns 1; 0 and the empty string when the data ended. Memory grows only as data arrives.
     int LoadPrefixed(VELM_CString& rString);
+    /// Whether bytes can be loaded: 0, after the assertion "IsLoading()", on an archive that stores. A reader asks it
+    /// before it empties what it loads into.
+    int CanLoad();
     /// Whether a value came up short. Once it did, `LoadByte` and its kin, and all that loads by them, find the end at
     /// once, so that a loop that asks ends; `Flush` makes them look again. `Read` and `ReadString` always look.
     int IsDataEnded() const { return m_nDataEnd != dataGoesOn; }
@@ -327,8 +404,27 @@ public:
     void RaiseDataEnded();
     /// Takes what a reader needs until `DropHeld`; cannot fail. After a raise the archive deletes it with itself.
     void Hold(VELM_CHeld* pHeld);
-    /// Deletes what was held last.
-    void DropHeld();
+    /// Deletes what is held.
+    void DropHeld(VELM_CHeld* pHeld);
+    /// The offset of the next byte in the stream.
+    unsigned long long GetOffset() const;
+
+    /// Loads a reference to an object that gets an owner of that kind, by `Adopt` with `rIndex`, once its pointer is
+    /// where the owner keeps it. NULL with the index 0; or, after a raise that returned, with `nRefused`.
+    VELM_CObject* ReadForOwner(const VELM_CRuntimeClass* pClassRefRequested, Owner kind, int bOrNull, unsigned& rIndex);
+    /// The object of that index has an owner of that kind: the object whose `Serialize` is running. Cannot fail;
+    /// nothing for 0 and `nRefused`.
+    void Adopt(unsigned nIndex, Owner kind);
+    /// Stores a reference to an object that has an owner of that kind. Raises as `WriteOwned`.
+    void WriteForOwner(const VELM_CObject* pOb, Owner kind, int bOrNull);
+    /// Whether an owner may let go of the object to load another one: not of one that this archive has made, which the
+    /// file may refer to again. Raises 5 then; where that returns, 0.
+    int MayReplace(const VELM_CObject* pOb);
+    /// What the archive holds for an object with shared owners; NULL for none.
+    VELM_CHeld* ShareOf(unsigned nIndex) const;
+    /// The archive holds this for the object of that index, which gets an owner of that kind. It was held by `Hold`.
+    void KeepShare(unsigned nIndex, VELM_CHeld* pShare, Owner kind);
+    enum : unsigned { nRefused = 0xFFFFFFFF }; ///< The index of an object that could not be loaded.
     /// \}
 
 private:
@@ -347,8 +443,10 @@ private:
     VELM_LOCAL bool CheckBuffer() const;
     bool HasMap() const { return m_pStoreMap != NULL && m_nIndexCount != 0; }
     VELM_LOCAL void MakeMap();
-    VELM_LOCAL bool StoreClass(const VELM_CRuntimeClass* pClassRef);
+    VELM_LOCAL bool StoreClass(const VELM_CRuntimeClass* pClassRef, const VELM_CObject* pOb);
     VELM_LOCAL bool StartReading(const VELM_CRuntimeClass* pClassRefRequested);
+    VELM_LOCAL VELM_CObject* LoadObject(const VELM_CRuntimeClass* pClassRefRequested, unsigned& rIndex,
+                                        const void* pFrame);
 };
 
 /// Stores one byte.
@@ -368,11 +466,13 @@ VELM_INLINE VELM_CArchive& operator<<(VELM_CArchive& ar, unsigned int dw)
     return ar;
 }
 
-/// Stores a 32-bit value in 4 bytes. A value above 0xFFFFFFFF fails "dw <= 0xFFFFFFFF" and nothing is stored.
+/// Stores a 32-bit value in 4 bytes. A value above 0xFFFFFFFF fails "dw <= 0xFFFFFFFF" and raises 1; nothing is stored.
 VELM_INLINE VELM_CArchive& operator<<(VELM_CArchive& ar, unsigned long dw)
 {
     if (VELM_ASSERT(dw <= 0xFFFFFFFF))
         ar.Store32(static_cast<uint32_t>(dw));
+    else
+        ar.RaiseInvalid("the value does not fit into 4 bytes");
     return ar;
 }
 
@@ -441,15 +541,17 @@ struct VELM_CIsLongLong : std::integral_constant<bool, std::is_same<TYPE, long l
 /// \endcond
 
 /// Stores a `bool`, `char` or `signed char` in 1 byte, a `short` or `unsigned short` in 2, an `int`, `long` or `float`
-/// in 4, a `double` in 8. A `long` that 4 bytes do not hold fails "n >= INT32_MIN && n <= INT32_MAX" and nothing is
-/// stored.
+/// in 4, a `double` in 8. A `long` that 4 bytes do not hold fails "n >= INT32_MIN && n <= INT32_MAX" and raises 1;
+/// nothing is stored.
 template <class ARCHIVE, class TYPE>
 typename VELM_CWhereMoved<ARCHIVE, VELM_CValueForm<TYPE>::nBytes != 0>::type operator<<(ARCHIVE& rArchive, TYPE value)
 {
     typedef VELM_CValueForm<TYPE> Form;
     VELM_CArchive& ar = rArchive;
-    if (!Form::Fits(value))
+    if (!Form::Fits(value)) {
+        ar.RaiseInvalid("the value does not fit into 4 bytes");
         return ar;
+    }
     const unsigned long long nBits = Form::Bits(value);
     switch (static_cast<int>(Form::nBytes)) {
     case 1:

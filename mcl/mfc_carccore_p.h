@@ -2,11 +2,21 @@
 #ifndef TAVNOMCL_MFC_CARCCORE_P_H
 #define TAVNOMCL_MFC_CARCCORE_P_H
 
+#include <cstdarg>
 #include <cstdint>
 
 #include "mcl/mfc_carccore.h"
+#include "mcl/mfc_carcowner_p.h"
 #include "mcl/mfc_cdeep_p.h"
 #include "mcl/mfc_crun.h"
+#include "mcl/mfc_csavestate_p.h"
+
+// A host's own library may lack these two: then a raise that a Serialize survives leaves its mark on the texts of
+// errors.
+extern "C" {
+__attribute__((weak)) int pfm_cleanup_mark();
+__attribute__((weak)) int pfm_cleanup_holds(int nMark);
+}
 
 // The indexes of classes that an archive has stored, so that the store map is asked for few. A place is of the class
 // that came last of those whose addresses mix to it. A record that has got another name since is another class; and
@@ -64,9 +74,23 @@ public:
         const unsigned char* const lpEnd = m_ar.IsInbound() ? m_ar.m_lpBufMax : m_ar.m_lpBufStart;
         return m_nFileBytes + static_cast<unsigned long long>(m_ar.m_lpBufCur - lpEnd); // loading, modulo 2^64
     }
-    // Notes what went wrong there, and raises the cause.
+    // Notes what went wrong at the present offset. Storing, it is missing in the stream.
+    __attribute__((format(printf, 2, 3))) void Note(const char* lpszFormat, ...);
+    // Notes what went wrong there, and inside which objects, and raises the cause.
     __attribute__((format(printf, 4, 5))) void Fail(int cause, unsigned long long nOffset, const char* lpszFormat, ...);
+    void FailRange(unsigned long long nOffset, unsigned nValue, unsigned nFirst, unsigned nLast);
+    // Storing: notes that something is missing in the stream, which no raise says.
+    __attribute__((format(printf, 2, 3))) void Lose(const char* lpszFormat, ...);
     const char* ErrorText() const { return m_errorText; }
+
+    // Storing: the save that the archive is part of, where the file has one, knows what it could not store.
+    void JoinSave();
+    void EndSave();
+    // Storing: what has begun to be stored is begun here, and ended only when all of it is stored. So what a raise, an
+    // exception or a failed check leaves stays begun.
+    void Begin() { ++m_nBegun; }
+    void End() { --m_nBegun; }
+    bool IsWhole() { return !m_bLost && !m_bWriting && m_nBegun == Depth(); }
 
     // Reads from the file behind rlpEnd, and advances it with each byte that has come: until the room is full, enough
     // has come, or nothing more comes. One call is always made.
@@ -83,8 +107,16 @@ public:
     const char* LoadPrefixed();
 
     void Hold(VELM_CHeld* pHeld);
-    void DropHeld();
+    void DropHeld(VELM_CHeld* pHeld);
+    // It is no longer held, and somebody else's to delete.
+    void Unhold(VELM_CHeld* pHeld);
 
+    // What the object under way may own. Raises 5 otherwise, or 1 when storing; false when that returns.
+    bool RefuseNull(unsigned long long nOffset);
+    bool RequireOwnable(const VELM_CObject* pOb, unsigned nIndex, bool bMapped, VELM_CArchive::Owner kind,
+                        unsigned long long nOffset);
+    // Storing, with a class table: raises 1 for what a program with that table could not load; false when that returns.
+    bool RequireLoadable(const VELM_CRuntimeClass& cls, const VELM_CObject* pOb);
     // Raises 5 when no index is left; false when that returns.
     bool RequireIndex()
     {
@@ -99,14 +131,37 @@ public:
     // the operation; false when that returns. The offset is that of the object's start.
     bool RequireDepth(unsigned long long nOffset, const void* pFrame)
     {
-        if (m_calls.Prepare(pFrame, nMaxDepth))
+        if (m_calls.Prepare(pFrame, nMaxDepth) && (Depth() < m_nMaxPath || GrowPath()))
             return true;
         FailDepth(nOffset);
         return false;
     }
-    // Calls the object's Serialize, one level deeper.
-    void Serialize(VELM_CObject& ob, const void* pFrame)
+    // The objects under way: those whose Serialize has been called and has not returned, outermost first.
+    struct UnderWay {
+        const VELM_CRuntimeClass* pClass;
+        unsigned nIndex;
+        unsigned nSchema; // that it is stored with
+        int nMark;        // the cleanup block that was innermost
+    };
+    // Their number. What a raise has left does not count: the block that was innermost then is gone.
+    unsigned Depth()
     {
+        if (m_nPath > 0 && pfm_cleanup_mark != nullptr && m_path[m_nPath - 1].nMark != pfm_cleanup_mark())
+            DropLeft();
+        return m_nPath;
+    }
+    // The innermost; NULL outside of all.
+    const UnderWay* Innermost() { return Depth() == 0 ? nullptr : &m_path[m_nPath - 1]; }
+    // Calls the object's Serialize, one level deeper.
+    void Serialize(VELM_CObject& ob, const void* pFrame, const VELM_CRuntimeClass* pClass, unsigned nIndex,
+                   unsigned nSchema)
+    {
+        struct Level {
+            VELM_CArchiveInside& inside;
+            const unsigned nOuter;
+            ~Level() { inside.m_nPath = nOuter; } // also where a C++ exception passes
+        } level = {*this, m_nPath};
+        m_path[m_nPath++] = {pClass, nIndex, nSchema, pfm_cleanup_mark == nullptr ? 0 : pfm_cleanup_mark()};
         if (m_calls.Enter(pFrame)) {
             ob.Serialize(m_ar);
         } else {
@@ -128,17 +183,32 @@ public:
     // The store map as the object that it is: it can be deleted so by who knows nothing of maps.
     VELM_CObject* pStoreMap = nullptr;
     unsigned nMaxDepth = 1000000;
+    bool bAborted = false;
+    VELM_COwners owners;
+    const VELM_CClassTable* pStoredClasses = nullptr; // what may be stored; NULL for everything
 
 private:
     void FailIndex();
     void FailDepth(unsigned long long nOffset);
+    void Explain(unsigned long long nOffset, const char* lpszFormat, va_list args);
+    void NoteLoss();
+    void DropLeft();
+    bool GrowPath();
 
     VELM_CArchive& m_ar;
     VELM_CDeepCalls m_calls;
+    UnderWay* m_path = nullptr;
+    unsigned m_nPath = 0;
+    unsigned m_nMaxPath = 0;
     unsigned long long m_nFileBytes = 0; // that went through the file
     VELM_CHeld* m_pHeld = nullptr;       // innermost first
     char* m_pText = nullptr;
-    char m_errorText[512] = "";
+    VELM_CSaveState* m_pSave = nullptr; // of the Open that the archive is part of
+    bool m_bInSave = false;             // from there on, until the archive ends
+    bool m_bLost = false;
+    bool m_bWriting = false; // while the file writes, and after a raise from there
+    unsigned m_nBegun = 0;
+    char m_errorText[1024] = "";
 };
 
 #endif

@@ -1,6 +1,7 @@
 #include "mcl/mfc_carcload_p.h"
 
 #include <cstdlib>
+#include <cstring>
 
 #include "mcl/mfc_memory.h"
 
@@ -11,6 +12,7 @@ VELM_CArchiveLoader::~VELM_CArchiveLoader()
 {
     std::free(m_slots);
     std::free(m_met);
+    std::free(m_places);
 }
 
 bool VELM_CArchiveLoader::RequireNameLength(uint32_t nLength, unsigned long long nOffset)
@@ -137,17 +139,63 @@ VELM_CObject* VELM_CArchiveLoader::CreateObject(const Met& met)
 void VELM_CArchiveLoader::DeleteObjects()
 {
     m_creating.Free();
+    VELM_COwners& owners = VELM_CArchiveInside::Of(m_ar).owners;
+    void** const objects = m_ar.m_pLoadArray->m_data;
     for (uint32_t i = 0; i < m_nSlots; ++i) {
-        VELM_CObject* const pOb = static_cast<VELM_CObject*>(m_ar.m_pLoadArray->GetAt(static_cast<int>(i)));
-        const VELM_CClassTable::LetGoProc pfnLetGo = m_slots[i] % 2 == 1 ? ClassAt(i).pClass->pfnLetGo : nullptr;
-        if (pfnLetGo != nullptr && pOb != nullptr)
-            pfnLetGo(pOb);
+        VELM_CObject* const pOb = ObjectAt(i);
+        if (pOb != nullptr && ClassAt(i).pClass->pfnLetGo != nullptr)
+            ClassAt(i).pClass->pfnLetGo(pOb);
+    }
+    for (uint32_t i = 0; i < m_nSlots; ++i) { // before the first is deleted, which may delete others
+        const uint32_t nOwner = owners.OwnerOf(i);
+        const bool bLetGo = nOwner != 0 && ClassAt(nOwner).pClass->pfnLetGo != nullptr;
+        if (m_slots[i] % 2 == 1 && !bLetGo && !owners.IsArchives(i))
+            objects[i] = nullptr;
     }
     for (uint32_t i = 0; i < m_nSlots; ++i) {
-        if (m_slots[i] % 2 == 0)
+        VELM_CObject* const pOb = ObjectAt(i);
+        if (pOb == nullptr)
             continue;
-        VELM_CObject* const pOb = static_cast<VELM_CObject*>(m_ar.m_pLoadArray->GetAt(static_cast<int>(i)));
-        m_ar.m_pLoadArray->SetAt(static_cast<int>(i), nullptr);
+        objects[i] = nullptr;
         delete pOb;
     }
+    owners.ReleaseShares();
+}
+
+uint32_t& VELM_CArchiveLoader::PlaceOf(const void* pOb) const
+{
+    uint64_t nPlace = (reinterpret_cast<uintptr_t>(pOb) >> 4) * 0x9E3779B97F4A7C15 >> 32;
+    while (m_places[nPlace % m_nPlaces] != 0 && ObjectAt(m_places[nPlace % m_nPlaces]) != pOb)
+        ++nPlace;
+    return m_places[nPlace % m_nPlaces];
+}
+
+bool VELM_CArchiveLoader::HasMade(const VELM_CObject* pOb)
+{
+    if (m_nSlots >= m_nPlaces / 2) {
+        const uint32_t nPlaces = 4 * m_nSlots + 16;
+        m_places = static_cast<uint32_t*>(AfxAllocate(m_places, nPlaces, sizeof *m_places));
+        std::memset(m_places, 0, nPlaces * sizeof *m_places);
+        m_nPlaces = nPlaces;
+        m_nPlaced = 0;
+    }
+    uint32_t nUnmade = m_nSlots; // the first whose constructor has not ended, if any: it is looked at again
+    for (uint32_t i = m_nPlaced; i < m_nSlots; ++i) {
+        if (ObjectAt(i) != nullptr)
+            PlaceOf(ObjectAt(i)) = i;
+        else if (m_slots[i] % 2 == 1 && nUnmade == m_nSlots)
+            nUnmade = i;
+    }
+    m_nPlaced = nUnmade;
+    return PlaceOf(pOb) != 0;
+}
+
+uint32_t VELM_CArchiveLoader::FindUnowned(const VELM_CObject* pRoot) const
+{
+    const VELM_COwners& owners = VELM_CArchiveInside::Of(m_ar).owners;
+    for (uint32_t i = 0; i < m_nSlots; ++i) {
+        if (ObjectAt(i) != nullptr && ObjectAt(i) != pRoot && !owners.HasOwner(i))
+            return i;
+    }
+    return 0;
 }

@@ -71,6 +71,12 @@ public:
     // Gives the next index to a new object of the class, which the class's table entry makes.
     VELM_CObject* CreateObject(const Met& met);
     void DeleteObjects();
+    // Whether the caller has mapped what stands at an index that has been given.
+    bool IsMappedAt(uint32_t nIndex) const { return SlotAt(nIndex) == 0; }
+    // Whether the archive has made the object, of which nothing but the address is used.
+    bool HasMade(const VELM_CObject* pOb);
+    // The first object without an owner, other than the root; 0 when there is none.
+    uint32_t FindUnowned(const VELM_CObject* pRoot) const;
 
 private:
     // What stands at an index: 0 for what the caller has mapped, else twice the place of a class in m_met, and 1 more
@@ -81,6 +87,10 @@ private:
     Met* m_met = nullptr;
     uint32_t m_nMet = 1;
     uint32_t m_nMaxMet = 0;
+    // A hash table of the indexes of objects, by their addresses; only where somebody asks who made one.
+    uint32_t* m_places = nullptr;
+    uint32_t m_nPlaces = 0;
+    uint32_t m_nPlaced = 0; // slots that have been taken over
 
     VELM_CArchive& m_ar;
     VELM_CBlockHolder m_creating;
@@ -103,6 +113,11 @@ private:
         array.m_size = array.m_size > static_cast<int>(nIndex) ? array.m_size : static_cast<int>(nIndex) + 1;
         m_ar.m_nIndexCount = nIndex + 1;
     }
+    VELM_CObject* ObjectAt(uint32_t nIndex) const
+    {
+        return m_slots[nIndex] % 2 == 0 ? nullptr : static_cast<VELM_CObject*>(m_ar.m_pLoadArray->m_data[nIndex]);
+    }
+    uint32_t& PlaceOf(const void* pOb) const;
     void Grow();
 };
 

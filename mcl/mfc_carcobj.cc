@@ -11,6 +11,7 @@
 //
 // What can fail comes before what is remembered: an index is taken when its place is there.
 #include <new>
+#include <typeinfo>
 
 #include "mcl/mfc_carcload_p.h"
 #include "mcl/mfc_carcref_p.h"
@@ -90,32 +91,62 @@ void VELM_CArchive::CheckCount()
 
 void VELM_CArchive::MapObject(const VELM_CObject* pOb)
 {
+    if (m_pInside->bAborted)
+        return;
     const bool bNew = !HasMap();
+    m_pInside->Begin();
     if (bNew)
         MakeMap();
+    m_pInside->End();
     if (pOb == nullptr || (!bNew && !m_pInside->RequireIndex()))
         return;
+    m_pInside->Begin();
     if (HasStoreMap()) {
+        m_pInside->owners.ReserveOther();
         void*& slot = IndexSlot(*m_pStoreMap, pOb);
+        m_pInside->owners.AddOther(m_nIndexCount);
         slot = AsSlot(m_pInside->TakeIndex());
     } else {
         m_pLoadArray->InsertAt(static_cast<int>(m_nIndexCount), const_cast<VELM_CObject*>(pOb), 1);
         m_pInside->TakeIndex();
     }
+    m_pInside->End();
 }
 
-// WriteClass; false when nothing, or not all of it, could be stored.
-bool VELM_CArchive::StoreClass(const VELM_CRuntimeClass* pClassRef)
+// The class of an object, or alone where the object is NULL, is one that a program with the table that is in use can
+// load.
+bool VELM_CArchiveInside::RequireLoadable(const VELM_CRuntimeClass& cls, const VELM_CObject* pOb)
+{
+    const VELM_CClassTable::Class* const pEntry = pStoredClasses->Find(NameOf(&cls));
+    const bool bKnown = pEntry != nullptr && pEntry->pClass == &cls;
+    const bool bConcrete =
+        pOb == nullptr || (bKnown && (pEntry->pfnCreate != nullptr || pEntry->pfnCreateIn != nullptr));
+    if (bKnown && bConcrete && (pOb == nullptr || pEntry->pType == nullptr || typeid(*pOb) == *pEntry->pType))
+        return true;
+    Fail(VELM_CArchiveException::causeGeneric, Offset(),
+         !bKnown      ? "class \"%s\" is not in the class table"
+         : !bConcrete ? "class \"%s\" is abstract"
+                      : "an object of a class derived from \"%s\" has no class record of its own",
+         NameOf(&cls));
+    return false;
+}
+
+// WriteClass, for the object unless it is NULL; false when nothing, or not all of it, could be stored.
+bool VELM_CArchive::StoreClass(const VELM_CRuntimeClass* pClassRef, const VELM_CObject* pOb)
 {
     const bool bClass = VELM_ASSERT(pClassRef != NULL);
     const bool bStoring = VELM_ASSERT(IsStoring());
-    if (!bClass || !bStoring)
+    if (!bClass || !bStoring) {
+        m_pInside->Lose("an object or a class without a class record was not stored");
         return false;
+    }
     if (pClassRef->m_nSchema == VELM_CRuntimeClass::nNoSchema) {
         m_pInside->Fail(VELM_CArchiveException::causeGeneric, m_pInside->Offset(),
                         "class \"%s\" cannot go through an archive", NameOf(pClassRef));
         return false;
     }
+    if (m_pInside->pStoredClasses != nullptr && !m_pInside->RequireLoadable(*pClassRef, pOb))
+        return false;
     if (!HasMap())
         MakeMap();
     void*& slot = IndexSlot(*m_pStoreMap, pClassRef);
@@ -123,12 +154,16 @@ bool VELM_CArchive::StoreClass(const VELM_CRuntimeClass* pClassRef)
     if (!bNew) {
         VELM_CReference{VELM_CReference::knownClass, IndexIn(slot)}.Store(*this);
     } else {
-        if (!VELM_ASSERT(pClassRef->m_pszName != NULL))
+        if (!VELM_ASSERT(pClassRef->m_pszName != NULL)) {
+            m_pInside->Lose("a class without a name was not stored");
             return false;
+        }
+        m_pInside->owners.ReserveOther();
         VELM_CReference{VELM_CReference::newClass, 0}.Store(*this);
         pClassRef->Store(*this);
         if (!m_pInside->RequireIndex())
             return false;
+        m_pInside->owners.AddOther(m_nIndexCount);
         slot = AsSlot(m_pInside->TakeIndex());
     }
     m_pInside->storedClasses.Remember(*pClassRef, IndexIn(slot), bNew, SurplusOf(*this));
@@ -137,22 +172,33 @@ bool VELM_CArchive::StoreClass(const VELM_CRuntimeClass* pClassRef)
 
 void VELM_CArchive::WriteClass(const VELM_CRuntimeClass* pClassRef)
 {
-    StoreClass(pClassRef);
+    if (m_pInside->bAborted)
+        return;
+    m_pInside->Begin();
+    if (StoreClass(pClassRef, nullptr))
+        m_pInside->End();
 }
 
 void VELM_CArchive::WriteObject(const VELM_CObject* pOb)
 {
-    if (!VELM_ASSERT(IsStoring()))
+    if (m_pInside->bAborted)
         return;
+    if (!VELM_ASSERT(IsStoring())) {
+        m_pInside->Lose("an object was not stored");
+        return;
+    }
+    m_pInside->Begin();
     if (!HasMap())
         MakeMap();
     if (pOb == nullptr) {
         VELM_CReference{VELM_CReference::nullObject, 0}.Store(*this);
+        m_pInside->End();
         return;
     }
     void*& slot = IndexSlot(*m_pStoreMap, pOb);
     if (slot != nullptr) {
         VELM_CReference{VELM_CReference::object, IndexIn(slot)}.Store(*this);
+        m_pInside->End();
         return;
     }
     const void* const pFrame = __builtin_frame_address(0);
@@ -162,14 +208,16 @@ void VELM_CArchive::WriteObject(const VELM_CObject* pOb)
     unsigned nClass = 0;
     if (pClassRef != nullptr && pClassRef->m_nSchema != VELM_CRuntimeClass::nNoSchema)
         nClass = m_pInside->storedClasses.IndexOf(*pClassRef, SurplusOf(*this));
-    if (nClass != 0)
+    if (nClass != 0 && m_pInside->pStoredClasses == nullptr)
         VELM_CReference{VELM_CReference::knownClass, nClass}.Store(*this);
-    else if (!StoreClass(pClassRef))
+    else if (!StoreClass(pClassRef, pOb))
         return;
     if (!m_pInside->RequireIndex())
         return;
-    slot = AsSlot(m_pInside->TakeIndex());
-    m_pInside->Serialize(*const_cast<VELM_CObject*>(pOb), pFrame);
+    const unsigned nIndex = m_pInside->TakeIndex();
+    slot = AsSlot(nIndex);
+    m_pInside->Serialize(*const_cast<VELM_CObject*>(pOb), pFrame, pClassRef, nIndex, pClassRef->m_nSchema);
+    m_pInside->End();
 }
 
 void VELM_CArchive::SerializeClass(const VELM_CRuntimeClass* pClassRef)
@@ -248,38 +296,74 @@ VELM_CRuntimeClass* VELM_CArchive::ReadClass(const VELM_CRuntimeClass* pClassRef
 
 VELM_CObject* VELM_CArchive::ReadObject(const VELM_CRuntimeClass* pClassRefRequested)
 {
+    unsigned nIndex;
+    return LoadObject(pClassRefRequested, nIndex, __builtin_frame_address(0));
+}
+
+// ReadObject, from that frame; also delivers the object's index: 0 for NULL, nRefused after a raise that returned.
+__attribute__((always_inline)) inline VELM_CObject*
+VELM_CArchive::LoadObject(const VELM_CRuntimeClass* pClassRefRequested, unsigned& rIndex, const void* pFrame)
+{
+    rIndex = nRefused;
     VELM_ASSERT(IsLoading());
     VELM_CArchiveLoader* const pLoader = VELM_CArchiveLoader::WithTable(*this);
     if (pLoader == nullptr) {
         unsigned long nObTag = 0;
         ReadClass(pClassRefRequested, nullptr, &nObTag);
+        if (IsInbound() && m_nDataEnd == dataGoesOn)
+            rIndex = 0;
         return !IsInbound() || m_pLoadArray == nullptr ? nullptr : static_cast<VELM_CObject*>(m_pLoadArray->GetAt(0));
     }
     if ((pClassRefRequested != nullptr || !IsLoading() || !HasMap()) && !StartReading(pClassRefRequested))
         return nullptr;
     const unsigned long long nOffset = m_pInside->Offset();
     VELM_CReference reference;
-    if (!reference.Load(*this) || reference.kind == VELM_CReference::nullObject)
+    if (!reference.Load(*this))
         return nullptr;
+    if (reference.kind == VELM_CReference::nullObject) {
+        rIndex = 0;
+        return nullptr;
+    }
     if (reference.kind == VELM_CReference::object) {
         if (!pLoader->RequireKind(reference.nIndex, false, nOffset) ||
             !pLoader->RequireDerived(pLoader->ClassOfObjectAt(reference.nIndex), pClassRefRequested, nOffset))
             return nullptr;
+        rIndex = reference.nIndex;
         return static_cast<VELM_CObject*>(m_pLoadArray->GetAt(static_cast<int>(reference.nIndex)));
     }
-    const void* const pFrame = __builtin_frame_address(0);
     const VELM_CArchiveLoader::Met* const pMet = LoadClass(*this, reference, nOffset);
     if (pMet == nullptr || !pLoader->RequireDerived(pMet->pClass->pClass, pClassRefRequested, nOffset) ||
         !m_pInside->RequireIndex() || !m_pInside->RequireDepth(nOffset, pFrame) ||
         !pLoader->RequireConcrete(*pMet, nOffset))
         return nullptr;
-    const unsigned nSchema = pMet->nSchema, nOuterSchema = m_nCurSchema;
+    const unsigned nSchema = pMet->nSchema, nOuterSchema = m_nCurSchema, nIndex = m_nIndexCount;
+    const VELM_CRuntimeClass* const pClass = pMet->pClass->pClass;
     VELM_CObject* const pOb = pLoader->CreateObject(*pMet);
     // From here on neither the loader nor the load array is touched: Serialize may abort the archive.
     m_nCurSchema = nSchema;
-    m_pInside->Serialize(*pOb, pFrame);
+    m_pInside->Serialize(*pOb, pFrame, pClass, nIndex, nSchema);
     m_nCurSchema = nOuterSchema;
+    rIndex = nIndex;
     return pOb;
+}
+
+VELM_CObject* VELM_CArchive::ReadForOwner(const VELM_CRuntimeClass* pClassRefRequested, Owner kind, int bOrNull,
+                                          unsigned& rIndex)
+{
+    const unsigned long long nOffset = m_pInside->Offset();
+    VELM_CObject* const pOb = LoadObject(pClassRefRequested, rIndex, __builtin_frame_address(0));
+    VELM_CArchiveLoader* const pLoader = VELM_CArchiveLoader::Of(*this);
+    if (rIndex == nRefused || pLoader == nullptr || m_pInside->bAborted) { // what is aborted is the program's
+        rIndex = rIndex == nRefused ? rIndex : 0;
+        return pOb;
+    }
+    const bool bMayBe = pOb == nullptr
+                            ? bOrNull || m_pInside->RefuseNull(nOffset)
+                            : m_pInside->RequireOwnable(pOb, rIndex, pLoader->IsMappedAt(rIndex), kind, nOffset);
+    if (bMayBe)
+        return pOb;
+    rIndex = nRefused;
+    return nullptr;
 }
 
 unsigned VELM_CArchive::GetObjectSchema()
@@ -291,9 +375,10 @@ unsigned VELM_CArchive::GetObjectSchema()
 
 void VELM_CArchive::SetClassTable(const VELM_CClassTable* pTable)
 {
-    VELM_ASSERT(IsLoading());
-    if (!IsInbound())
+    if (!IsInbound()) {
+        m_pInside->pStoredClasses = pTable;
         return;
+    }
     if (m_pLoader == nullptr)
         m_pLoader = AfxNew(new (std::nothrow) VELM_CArchiveLoader(*this));
     VELM_CArchiveLoader::Of(*this)->pTable = pTable;
@@ -307,6 +392,6 @@ void VELM_CArchive::SetMaxDepth(unsigned nMaxDepth)
 void VELM_CArchive::DeleteLoadedObjects()
 {
     VELM_CArchiveLoader* const pLoader = VELM_CArchiveLoader::Of(*this);
-    if (pLoader != nullptr && m_pLoadArray != nullptr)
+    if (pLoader != nullptr && IsInbound() && m_pLoadArray != nullptr)
         pLoader->DeleteObjects();
 }

@@ -69,13 +69,13 @@ int VELM_CClassTable::Put(const Class& cls)
 int VELM_CClassTable::Add(VELM_CRuntimeClass* pClass, CreateProc pfnCreate, VELM_CRuntimeClass* pBase,
                           LetGoProc pfnLetGo)
 {
-    return Put(Class{pClass, pfnCreate, pBase, pfnLetGo, nullptr});
+    return Put(Class{pClass, pfnCreate, pBase, pfnLetGo, nullptr, nullptr});
 }
 
 int VELM_CClassTable::AddIn(VELM_CRuntimeClass* pClass, CreateInProc pfnCreateIn, VELM_CRuntimeClass* pBase,
-                            LetGoProc pfnLetGo)
+                            LetGoProc pfnLetGo, const std::type_info* pType)
 {
-    return Put(Class{pClass, nullptr, pBase, pfnLetGo, pfnCreateIn});
+    return Put(Class{pClass, nullptr, pBase, pfnLetGo, pfnCreateIn, pType});
 }
 
 const VELM_CClassTable::Class* VELM_CClassTable::Find(const char* lpszName) const

@@ -6,6 +6,7 @@
 #include <stddef.h>
 
 #include <new>
+#include <typeinfo>
 
 #include "mcl/mfc_base.h"
 #include "mcl/mfc_cobj.h"
@@ -50,11 +51,12 @@ public:
 
     /// What the table has of one class.
     struct Class {
-        VELM_CRuntimeClass* pClass; ///< Its record.
-        CreateProc pfnCreate;       ///< Makes its objects, or NULL.
-        VELM_CRuntimeClass* pBase;  ///< The record of the class it derives from, or NULL.
-        LetGoProc pfnLetGo;         ///< Makes an object let go of others, or NULL.
-        CreateInProc pfnCreateIn;   ///< Makes its objects where `pfnCreate` is NULL; both are for an abstract class.
+        VELM_CRuntimeClass* pClass;  ///< Its record.
+        CreateProc pfnCreate;        ///< Makes its objects, or NULL.
+        VELM_CRuntimeClass* pBase;   ///< The record of the class it derives from, or NULL.
+        LetGoProc pfnLetGo;          ///< Makes an object let go of others, or NULL.
+        CreateInProc pfnCreateIn;    ///< Makes its objects where `pfnCreate` is NULL; an abstract class has neither.
+        const std::type_info* pType; ///< The C++ class that was added by the template, or NULL where it is not known.
     };
 
     /// An empty table.
@@ -77,10 +79,13 @@ public:
     int Add(VELM_CRuntimeClass* pClass, VELM_CRuntimeClass* pBase = NULL, LetGoProc pfnLetGo = NULL)
     {
         return AddIn(
-            pClass, [](VELM_CBlockHolder& holder) -> VELM_CObject* { return new (holder) TYPE; }, pBase, pfnLetGo);
+            pClass, [](VELM_CBlockHolder& holder) -> VELM_CObject* { return new (holder) TYPE; }, pBase, pfnLetGo,
+            TypeOf<TYPE>());
     }
-    /// As the template, with a function that makes the object in a holder.
-    int AddIn(VELM_CRuntimeClass* pClass, CreateInProc pfnCreateIn, VELM_CRuntimeClass* pBase, LetGoProc pfnLetGo);
+    /// As the template, with a function that makes the object in a holder. `pType` is the class that it makes: a
+    /// storing archive refuses objects of other classes with this record; NULL for no such check.
+    int AddIn(VELM_CRuntimeClass* pClass, CreateInProc pfnCreateIn, VELM_CRuntimeClass* pBase, LetGoProc pfnLetGo,
+              const std::type_info* pType = NULL);
     /// The class of that name; NULL when there is none.
     const Class* Find(const char* lpszName) const;
     /// Whether the class is `pBase` or derives from it.
@@ -93,6 +98,14 @@ private:
     unsigned m_nLongestName;
 
     VELM_LOCAL int Put(const Class& cls);
+    template <class TYPE> static const std::type_info* TypeOf()
+    {
+#ifdef __cpp_rtti
+        return &typeid(TYPE);
+#else
+        return NULL; // built without run-time type information
+#endif
+    }
 };
 
 /// \}

@@ -165,3 +165,8 @@ VELM_CFileException* VELM_CFile::getException()
     ERROR_CODE = 0;
     return pException;
 }
+
+VELM_CSaveState* VELM_CFile::GetSaveState() const
+{
+    return nullptr;
+}

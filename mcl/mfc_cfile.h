@@ -13,6 +13,8 @@
 /// \addtogroup files
 /// \{
 
+class VELM_LOCAL VELM_CSaveState;
+
 /// What the system knows of a file.
 struct VELM_API VELM_CFileStatus {
     VELM_CTime m_ctime;        ///< Last status change.
@@ -101,6 +103,9 @@ public:
     virtual void Close();
     /// Closes the file.
     virtual ~VELM_CFile();
+    /// For archives: where they note what they could not store, so that `VELM_CSaveFile::Commit` knows of it. A file
+    /// that stands in front of another one hands on what that one returns. NULL where nobody asks, as in this class.
+    virtual VELM_CSaveState* GetSaveState() const;
 
     /// Moves to the end. Returns 0 (not the length), or 0xFFFFFFFF on failure.
     unsigned long SeekToEnd();

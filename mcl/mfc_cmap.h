@@ -607,7 +607,7 @@ void VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::Serialize(VELM_CArchive& ar)
             break;
         (*this)[static_cast<ARG_KEY>(entry.key)] = entry.value;
     }
-    ar.DropHeld();
+    ar.DropHeld(pLoaded);
     ar.RaiseDataEnded(); // of a value whose helper does not raise
 }
 

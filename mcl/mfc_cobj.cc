@@ -146,5 +146,5 @@ void VELM_CObArray::Serialize(VELM_CArchive& ar)
         m_list.append(pHeld->pElement);
         pHeld->pElement = nullptr;
     }
-    ar.DropHeld();
+    ar.DropHeld(pHeld);
 }

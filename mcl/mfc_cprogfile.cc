@@ -50,6 +50,11 @@ void VELM_CProgressFile::Close()
     m_pFile->Close();
 }
 
+VELM_CSaveState* VELM_CProgressFile::GetSaveState() const
+{
+    return m_pFile->GetSaveState();
+}
+
 unsigned long long VELM_CProgressFile::GetDone() const
 {
     return m_nDone;

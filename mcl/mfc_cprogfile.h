@@ -31,7 +31,8 @@ public:
     unsigned Read(void* lpBuf, unsigned nCount) override;
     /// As `Write` of the other file, then reports unless `nCount` is 0. What failed counts as done.
     void Write(const void* lpBuf, unsigned nCount) override;
-    void Close() override; ///< As that of the other file. The destructor does not call it.
+    void Close() override;                          ///< As that of the other file. The destructor does not call it.
+    VELM_CSaveState* GetSaveState() const override; ///< That of the other file.
 
     /// The bytes read and written so far.
     unsigned long long GetDone() const;

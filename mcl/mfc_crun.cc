@@ -9,8 +9,10 @@ void VELM_CRuntimeClass::Store(VELM_CArchive& ar) const
 {
     const bool bName = VELM_ASSERT(m_pszName != NULL);
     const size_t nLength = bName ? std::strlen(m_pszName) : 0;
-    if (!bName || !VELM_ASSERT(nLength <= 0xFFFFFFFF))
+    if (!bName || !VELM_ASSERT(nLength <= 0xFFFFFFFF)) {
+        VELM_CArchiveInside::Of(ar).Lose("a class record was not stored");
         return;
+    }
     ar.Store32(m_nSchema);
     ar.Store32(static_cast<uint32_t>(nLength));
     ar.Write(m_pszName, static_cast<unsigned>(nLength));

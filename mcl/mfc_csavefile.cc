@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "mcl/mfc_csavestate_p.h"
+
 static const int nWriting = O_WRONLY | O_CLOEXEC | O_NOCTTY | O_LARGEFILE;
 
 // The result of a system call, made again when a signal interrupted it.
@@ -50,29 +52,44 @@ struct DescriptorPath {
 };
 
 VELM_CSaveFile::VELM_CSaveFile()
-    : m_nFile(-1), m_nFolder(-1), m_nError(0), m_bReplaces(0), m_nMode(0), m_nOwner(0), m_nGroup(0), m_szTarget(),
-      m_szTemporary()
+    : m_nFile(-1), m_nFolder(-1), m_nError(0), m_pState(nullptr), m_bReplaces(0), m_nMode(0), m_nOwner(0), m_nGroup(0),
+      m_szTarget(), m_szTemporary()
 {
 }
 
 VELM_CSaveFile::~VELM_CSaveFile()
 {
     VELM_CSaveFile::Close();
+    DropState();
+}
+
+void VELM_CSaveFile::DropState()
+{
+    if (m_pState != nullptr)
+        m_pState->Release();
+    m_pState = nullptr;
+}
+
+VELM_CSaveState* VELM_CSaveFile::GetSaveState() const
+{
+    return m_nFile == -1 ? nullptr : m_pState;
 }
 
 int VELM_CSaveFile::Open(const char* lpszFileName, unsigned nOpenFlags, VELM_CFileException* pError)
 {
     Close();
+    DropState();
     m_strFileName = lpszFileName;
     m_nError = 0;
+    m_pState = VELM_CSaveState::New();
     bool bOpen;
     struct stat64 status = {};
     m_bReplaces = Retry([&] { return stat64(m_strFileName.m_data, &status); }) == 0;
     m_nMode = status.st_mode & ALLPERMS;
     m_nOwner = status.st_uid;
     m_nGroup = status.st_gid;
-    if ((nOpenFlags & modeAppend) != 0) {
-        bOpen = FailWith(EINVAL);
+    if (m_pState == nullptr || (nOpenFlags & modeAppend) != 0) {
+        bOpen = FailWith(m_pState == nullptr ? ENOMEM : EINVAL);
     } else if (m_bReplaces && !S_ISREG(status.st_mode)) {
         m_nFile = Retry([&] { return open(m_strFileName.m_data, nWriting); });
         bOpen = m_nFile != -1;
@@ -218,10 +235,20 @@ void VELM_CSaveFile::Close()
 
 int VELM_CSaveFile::Commit()
 {
-    if (m_nError == 0 && !Finish())
+    if (m_nError == 0 && !(RequireWhole() && Finish()))
         Fail();
     Close();
     return m_nError == 0;
+}
+
+// Every archive on the file has ended, and stored what it was given.
+bool VELM_CSaveFile::RequireWhole()
+{
+    if (m_nFile == -1)
+        return FailWith(EBADF);
+    if (m_pState->HasArchives())
+        m_pState->Lose("an archive on the file is not closed");
+    return m_pState->IsWhole() || FailWith(ECANCELED);
 }
 
 // Gives the new file what it is to keep of the old one. Nobody gains access by that: the rights of a group are not
@@ -238,8 +265,6 @@ void VELM_CSaveFile::KeepStatus()
 
 bool VELM_CSaveFile::Finish()
 {
-    if (m_nFile == -1)
-        return FailWith(EBADF);
     if (m_nFolder != -1 && m_bReplaces)
         KeepStatus();
     if (!FlushToDisk(m_nFile))
@@ -281,7 +306,8 @@ VELM_CString VELM_CSaveFile::GetErrorText() const
     if (m_nError != 0) {
         strText = m_strFileName;
         strText += ": ";
-        strText += std::strerror(m_nError);
+        const bool bLost = m_nError == ECANCELED && m_pState != nullptr && !m_pState->IsWhole();
+        strText += bLost ? m_pState->LostText() : std::strerror(m_nError);
     }
     return strText;
 }

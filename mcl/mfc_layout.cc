@@ -89,7 +89,7 @@ FIELD(VELM_CFileException, m_cause, 4, 8);
 FIELD(VELM_CFileException, m_lSysError, 8, 16);
 FIELD(VELM_CFileException, m_strReserved, 12, 24);
 FIELD(VELM_CFileException, m_strMessage, 20, 40);
-SIZE(VELM_CSaveFile, 556, 576);
+SIZE(VELM_CSaveFile, 560, 584);
 SIZE(VELM_CMemoryFile, 36, 72);
 #if defined __i386__ || defined __LP64__ // elsewhere its 64-bit fields stand farther apart
 SIZE(VELM_CProgressFile, 44, 72);
@@ -117,7 +117,7 @@ FIELD(VELM_CArchive, m_pLoadArray, 56, 96);
 FIELD(VELM_CArchive, m_pLoader, 60, 104);
 FIELD(VELM_CArchive, m_nMapGrowth, 64, 112);
 FIELD(VELM_CArchive, m_nMapBuckets, 68, 116);
-SIZE(VELM_CClassTable::Class, 20, 40);
+SIZE(VELM_CClassTable::Class, 24, 48);
 FIELD(VELM_CClassTable::Class, pClass, 0, 0);
 FIELD(VELM_CClassTable::Class, pfnCreate, 4, 8);
 FIELD(VELM_CClassTable::Class, pBase, 8, 16);

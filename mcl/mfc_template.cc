@@ -89,7 +89,7 @@ template <> void SerializeElements(VELM_CArchive& ar, VELM_CObject*, int nCount)
     pHeld->pImages = AfxAllocate(NULL, nBytes, 1);
     memset(pHeld->pImages, 0, nBytes);
     Transfer(ar, pHeld->pImages, nBytes);
-    ar.DropHeld();
+    ar.DropHeld(pHeld);
 }
 
 template void DestructElements<fxStr>(fxStr*, int);

@@ -84,12 +84,12 @@ TEST(Archive, CallsItsFileAndReportsAsPromised)
         {load, 9, "f0 f129", "Read 128 nBytesNeeded > 0 =9 nBytesNeeded <= (UINT)m_nBufSize; raise 3 =9 |Seek -9 1 "},
         // Ends. Only the destructor minds that it shall not flush; the lowest bit of a mode is its direction.
         {store, 0, "w10 F0 w5 C0 W0 C0 A0", "=10 Write 10 =5 Write 5 |"},
-        {store, 0, "C0 w300 w9 A0", "m_lpBufCur == m_lpBufStart =128 m_lpBufCur == m_lpBufStart =128 |"},
+        {store, 0, "C0 w300 w9 A0", "=0 =0 |"},
         {load, 200, "r10 F0 C0 r300 >0 f4", "Read 0 Read 128 =10 Seek -118 1 =0 raise 3; raise 3 raise 3 =0 |"},
         {store | noFlush, 0, "w10 F0 w5", "IsStoring() =10 Write 10 IsStoring() =5 |"},
         {load | noFlush, 200, "r10", "Read 0 Read 128 IsLoading() =10 |"},
         // What is reported, in order; nothing is transferred then.
-        {store, 9, "r9 f9 >0", "IsLoading() =0 IsLoading() =128 IsLoading(); IsLoading(); raise 3; raise 3 |"},
+        {store, 9, "r9 f9 >0", "IsLoading() =0 IsLoading() =128 IsLoading(); IsLoading() |"},
         {load, 9, "r3 <0 W1", "Read 0 Read 128 =3 IsStoring(); IsStoring() lpBuf != NULL; IsStoring() |Seek -6 1 "},
         {store, 9, "W1 A0 W1 W0 F0 <1", "lpBuf != NULL lpBuf != NULL; " GONE " " GONE " " GONE "; " GONE " |"},
         {load, 9, "A0 f0",
@@ -174,8 +174,8 @@ TEST(ArchiveEncoding, RefusesWhatIsTooLargeAndElementsStopWithTheData)
     const auto StoreLarge = [](VELM_CArchive& ar) {
         ar << 0x100000000ul, ar.WriteCount(0x100000000ul), ar.StorePrefixed("", 0x100000000ul);
     };
-    EXPECT_EQ(Outcome([&] { EXPECT_EQ(Stored(StoreLarge), ""); }),
-              "dw <= 0xFFFFFFFF; dwCount <= 0xFFFFFFFF; nLength <= 0xFFFFFFFF");
+    EXPECT_EQ(Outcome([&] { EXPECT_EQ(Stored(StoreLarge), ""); }, true),
+              "dw <= 0xFFFFFFFF; dwCount <= 0xFFFFFFFF; nLength <= 0xFFFFFFFF; raise 1; raise 1; raise 1");
 #endif
 }
 

@@ -171,7 +171,7 @@ TEST(Load, WhatIsWrongIsRaisedAndExplained)
     } cases[] = {
         {"", 1, "raise 3: offset 0: the data ends"},
         {"FFFF00", 1, "raise 3: offset 3: the data ends"},
-        {std::string(node) + "07000000 01000000", 1, "raise 3: offset 24: the data ends"},
+        {std::string(node) + "07000000 01000000", 1, "raise 3: offset 24: the data ends, in Node (index 2)"},
         {"01000000", 1, "raise 5: offset 0: index 1 is not one of the 0 given so far"},
         {"00800000", 1, "raise 5: offset 0: tag 32768 is no reference"},
         {"FF7F0000 00000000", 1, "raise 5: offset 0: index 0 is not one of the 0 given so far"},
@@ -196,7 +196,7 @@ TEST(Load, WhatIsWrongIsRaisedAndExplained)
         {std::string(leaf) + "07000000 00000000 00 02000000", 2, ""}, // a Leaf is a Node
         {"FFFF0000 01000000 08000000 4162737472616374", 1, "raise 1: offset 0: class \"Abstract\" is abstract"},
         {std::string(leaf) + "07000000 01000000 FFFF0000 01000000 05000000 4F74686572 02000000", 1,
-         "raise 1: offset 24: class \"Other\" is not \"Node\" or derived from it"},
+         "raise 1: offset 24: class \"Other\" is not \"Node\" or derived from it, in Leaf (index 2)"},
     };
     for (const auto& test : cases) {
         std::string outcome;
@@ -289,8 +289,7 @@ TEST(Load, TheTableKeepsNamesApart)
 TEST(Load, TheIndexLimitHolds)
 {
     MemoryFile file(StoredRoots({std::make_unique<Other>().get()}));
-    VELM_CArchive storing(&file, VELM_CArchive::store), ar(&file, VELM_CArchive::load);
-    EXPECT_EQ(Outcome([&] { storing.SetClassTable(&GraphClasses()); }), "IsLoading()");
+    VELM_CArchive ar(&file, VELM_CArchive::load);
     ar.SetClassTable(&GraphClasses());
     ar.MapObject(nullptr);
     ar.m_nIndexCount = VELM_CArchive::nIndexLimit;
@@ -310,7 +309,7 @@ TEST(Load, DamageDoesNoHarm)
     std::string outcome;
     for (size_t n = 0; n < bytes.size(); ++n) {
         Loaded(bytes.substr(0, n), roots.size(), outcome);
-        EXPECT_EQ(outcome, "raise 3: offset " + std::to_string(n) + ": the data ends");
+        EXPECT_EQ(outcome.substr(0, outcome.find(',')), "raise 3: offset " + std::to_string(n) + ": the data ends");
     }
     int nRaised = 0, nSound = 0;
     for (size_t i = 0; i < bytes.size(); ++i) {

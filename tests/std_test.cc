@@ -109,8 +109,8 @@ TEST(Std, StoresEachTypeInItsWidthAndOldIdiomsAsEver)
     EXPECT_EQ(g_called, "own ");
     if (sizeof(long) > 4) {
         const long nTooLarge = std::numeric_limits<long>::max();
-        EXPECT_EQ(Outcome([&] { EXPECT_EQ(Stored([&](VELM_CArchive& ar) { ar << nTooLarge; }), ""); }),
-                  "n >= INT32_MIN && n <= INT32_MAX");
+        EXPECT_EQ(Outcome([&] { EXPECT_EQ(Stored([&](VELM_CArchive& ar) { ar << nTooLarge; }), ""); }, true),
+                  "n >= INT32_MIN && n <= INT32_MAX; raise 1");
     }
 }
 
@@ -208,6 +208,51 @@ TEST(Std, WhatIsCutHoldsWhatWasWholeAndCountsThatLieCostNothing)
     EXPECT_EQ(Outcome([&] { ar.ReadEnum(colour, Red, Blue); }), "raise 1");
     EXPECT_EQ(colour, Green);
     EXPECT_STREQ(ar.GetErrorText(), "offset 0: the value 2 is not one of -1 to 1");
+}
+
+// Takes no byte, or raises when it is made.
+struct Empty {
+    static bool bRaises;
+    std::string text;
+    Empty()
+    {
+        if (bRaises)
+            pfm_raise(8);
+    }
+};
+bool Empty::bRaises = false;
+static VELM_CArchive& operator<<(VELM_CArchive& ar, const Empty&)
+{
+    return ar;
+}
+static VELM_CArchive& operator>>(VELM_CArchive& ar, Empty&)
+{
+    return ar;
+}
+
+TEST(Std, ElementsThatTakeNoByteAreRefusedAndConstructorsMayRaise)
+{
+    const char* const lpszFault = ": an element of a container takes no byte";
+    std::vector<Empty> empties(3);
+    std::vector<std::pair<Empty, std::array<Empty, 2>>> pairs(1);
+    std::map<int, Empty> map; // whose keys take some
+    map[1], map[2];
+    MemoryFile none, file(Bytes("FFFF0000 FFFFFFFF 01"));
+    VELM_CArchive to(&none, VELM_CArchive::store), from(&file, VELM_CArchive::load);
+    EXPECT_EQ(Outcome([&] { to << empties; }), "raise 1");
+    EXPECT_EQ(to.GetErrorText(), std::string("offset 4") + lpszFault);
+    EXPECT_EQ(Outcome([&] { to << pairs; }), "raise 1");
+    EXPECT_EQ(Outcome([&] { to << map; }), "");
+    EXPECT_EQ(Outcome([&] { from >> empties; }), "raise 1");
+    EXPECT_EQ(from.GetErrorText(), std::string("offset 8") + lpszFault);
+    EXPECT_LE(empties.size(), 1u);
+    std::optional<Empty> optional;
+    for (const bool bOptional : {true, false}) { // the leak check says whether all is released
+        Empty::bRaises = true;
+        EXPECT_EQ(Outcome([&] { bOptional ? from >> optional : from >> empties; }), "raise 8");
+        Empty::bRaises = false;
+        from.Flush(), file.nPosition = 0;
+    }
 }
 
 TEST(Std, ObjectsGoAsReferencesAndAreOfTheirClass)

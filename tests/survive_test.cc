@@ -423,7 +423,8 @@ TEST(Survived, ConstructorsThatRaiseAndLoadsThatAbort)
         std::string outcome = Outcome([&] { ar.ReadObject(nullptr); });
         Special::bRaiseInConstructor = false;
         EXPECT_EQ(outcome.substr(outcome.find("raise")), bInConstructor ? "raise 8" : "raise 3");
-        EXPECT_STREQ(ar.GetErrorText(), bInConstructor ? "" : "offset 23: the data ends"); // also after Abort
+        EXPECT_STREQ(ar.GetErrorText(),
+                     bInConstructor ? "" : "offset 23: the data ends, in Special (index 2)"); // also after Abort
         ar.DeleteLoadedObjects();
     }
     delete Special::pAborted;
@@ -482,13 +483,10 @@ TEST(Survived, WhatEndedStaysEnded)
     EXPECT_EQ(by, 8);
     // A broken precondition ends nothing; an offset is one of the stream.
     MemoryFile strings(Bytes("00 0162 0163"));
-    VELM_CArchive from(&strings, VELM_CArchive::load), to(&file, VELM_CArchive::store);
+    VELM_CArchive from(&strings, VELM_CArchive::load);
     VELM_CString elements[3];
     EXPECT_EQ(Outcome([&] { from.Read(nullptr, 1), SerializeElements(from, elements, 3); }), "lpBuf != NULL");
     EXPECT_EQ(elements[0].m_data + std::string(elements[1].m_data) + elements[2].m_data, "bc");
-    EXPECT_EQ(Outcome([&] { to << by << n, to >> n; }), "IsLoading(); raise 3");
-    EXPECT_STREQ(to.GetErrorText(), "offset 5: the data ends");
-    to.Abort();
 }
 
 TEST(Survived, BlocksAreReleasedByExceptionsAndWithTheirOuterOne)

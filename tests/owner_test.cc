@@ -1,0 +1,269 @@
+// Owners: who may own what, storing and loading, and that nothing is lost or deleted twice whatever a file says.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "tests/support/owners.h"
+#include "tests/support/watch.h"
+
+namespace {
+
+// An object that stores and loads by a script, which it stores first: steps such as "o1", a way of owning and the
+// number of an object; '-' is NULL. When it forges, it stores references where it will load owners.
+class Scripted : public VELM_CObject {
+public:
+    static VELM_CRuntimeClass classRecord;
+    static std::vector<Scripted>* pAll;
+    static int nAlive;
+    static bool bForges;
+    std::string script;
+    Scripted *pPlain[8] = {}, *pReferred = nullptr;
+    std::unique_ptr<Scripted> unique[8];
+    std::shared_ptr<Scripted> shared[8];
+    std::weak_ptr<Scripted> weak;
+    std::map<int, std::unique_ptr<Scripted>> byNumber;
+    std::vector<std::unique_ptr<Scripted>> list;
+    bool bStores = false;
+
+    explicit Scripted(std::string steps = "") : script(std::move(steps)) { ++nAlive; }
+    Scripted(const Scripted& other) : Scripted(other.script) {}
+    ~Scripted() override
+    {
+        --nAlive;
+        for (const Scripted* p : pPlain)
+            delete p;
+    }
+    VELM_CRuntimeClass* GetRuntimeClass() const override { return &classRecord; }
+    void Serialize(VELM_CArchive& ar) override
+    {
+        ar.IsStoring() ? ar << script : ar >> script;
+        for (size_t i = 0; i + 1 < script.size(); i += 3)
+            ar.IsStoring() ? Store(ar, script[i], script[i + 1]) : Load(ar, script[i], i / 3);
+    }
+
+private:
+    static void Store(VELM_CArchive& ar, char how, char which)
+    {
+        Scripted* const pOb = which == '-' ? nullptr : &(*pAll)[static_cast<size_t>(which - '0')];
+        if (how == 'k' || how == 'l')
+            ar.WriteCount(2), how == 'k' ? ar << 7 : ar;
+        if (bForges || how == 'r' || how == 'k' || how == 'l')
+            ar.WriteObject(pOb);
+        else if (how == 'o')
+            ar.WriteOwned(pOb);
+        else if (how == 'n')
+            ar.WriteOwnedOrNull(pOb);
+        else
+            ar.WriteForOwner(pOb,
+                             how == 's'   ? VELM_CArchive::sharedOwner
+                             : how == 'w' ? VELM_CArchive::weakOwner
+                                          : VELM_CArchive::smartOwner,
+                             how != 'U');
+        if (how == 'k' || how == 'l')
+            how == 'k' ? ar << 7 : ar, ar.WriteObject(nullptr);
+    }
+    void Load(VELM_CArchive& ar, char how, size_t i)
+    {
+        switch (how) {
+        case 'r':
+            pReferred = static_cast<Scripted*>(ar.ReadObject(&classRecord));
+            break;
+        case 'o':
+            ar.ReadOwned(pPlain[i]);
+            break;
+        case 'n':
+            ar.ReadOwnedOrNull(pPlain[i]);
+            break;
+        case 's':
+            ar >> shared[i];
+            break;
+        case 'w':
+            ar >> weak;
+            break;
+        case 'k':
+            ar >> byNumber;
+            break;
+        case 'l':
+            ar >> AfxOwned(list);
+            break;
+        case 'U':
+            ar >> AfxOwned(unique[i]);
+            break;
+        default: // 'u' into a pointer of its own, 'v' into one for all
+            ar >> unique[how == 'v' ? 0 : i];
+        }
+    }
+};
+
+VELM_CRuntimeClass Scripted::classRecord = {"Scripted", 0, 1};
+std::vector<Scripted>* Scripted::pAll = nullptr;
+int Scripted::nAlive = 0;
+bool Scripted::bForges = false;
+
+const VELM_CClassTable& ScriptedClasses()
+{
+    static VELM_CClassTable table;
+    static const int nAdded = table.Add<Scripted>(&Scripted::classRecord);
+    EXPECT_EQ(nAdded, 1);
+    return table;
+}
+
+} // namespace
+
+TEST(Owners, RefusesWhatCannotBeOwnedStoringAndLoading)
+{
+    const struct {
+        std::vector<std::string> scripts; // of the objects from index 2 on, as they are met
+        const char* storing;              // what is refused
+        const char* loading = nullptr;    // NULL: the same as while storing
+        const char* missing = "";         // what has no owner in a file that is good otherwise
+    } rows[] = {
+        {{"o1 o2", "n-", "r0"}, ""},
+        {{"r1 o1 r1", ""}, ""}, // referred to before and after
+        {{"o1 o1", ""}, "object 3, a Scripted, has an owner already"},
+        {{"u1 U1", ""}, "object 3, a Scripted, has an owner already"},
+        {{"o1 o2", "r2", "u1"}, "object 3, a Scripted, has an owner already"}, // by what it refers to
+        {{"o-"}, "an object that is owned is NULL"},
+        {{"U-"}, "an object that is owned is NULL"},
+        {{"u- n- s- w-"}, ""},
+        {{"o0"}, "object 2, a Scripted, would own itself"},
+        {{"o1", "o0"}, "object 3, a Scripted, would own itself"},
+        {{"o1", "u2", "o0"}, "object 3, a Scripted, would own itself"},
+        {{"s1 s1 w1 s1", ""}, ""},
+        {{"w1 s2", "", "s1"}, ""}, // the weak one first
+        {{"s1 o1", ""}, "object 3, a Scripted, has shared owners"},
+        {{"w1 u1", ""}, "object 3, a Scripted, has shared owners"},
+        {{"u1 s1", ""}, "object 3, a Scripted, has an owner already"},
+        {{"o1 w1", ""}, "object 3, a Scripted, has an owner already"},
+        {{"v1 v2", "", ""}, "", "an owner would let go of an object of this load to load another one"},
+        {{"k1", ""}, "", "an owner has the key of an earlier one"},
+        {{"l1", ""}, "", "an object that is owned is NULL"},
+        {{"u1 r2", "", ""}, "", "", "object 4, a Scripted, has no owner"},
+        {{"u1 w2", "", ""}, "", "", "object 4, a Scripted, has no owner"},
+    };
+    for (const auto& row : rows) {
+        std::vector<Scripted> scripts(row.scripts.begin(), row.scripts.end());
+        Scripted::pAll = &scripts;
+        const auto Describe = [](VELM_CArchive& ar, const std::function<void()>& body) {
+            HostWatch watch;
+            const int nRaised = pfm_protect(body);
+            const std::string text = ar.GetErrorText();
+            const size_t nFrom = text.find(": ") + 2, nTo = text.find(", in ");
+            return nRaised == 0 ? "" : std::to_string(nRaised) + " " + text.substr(nFrom, nTo - nFrom);
+        };
+        const auto Wanted = [](int nCode, const std::string& text) {
+            return text == "" ? text : std::to_string(nCode) + " " + text;
+        };
+        const std::string name = scripts[0].script + ", " + (scripts.size() > 1 ? scripts[1].script : "");
+        MemoryFile forged;
+        for (const bool bForges : {false, true}) {
+            Scripted::bForges = bForges;
+            MemoryFile file;
+            VELM_CArchive ar(bForges ? &forged : &file, VELM_CArchive::store);
+            const std::string fault = Describe(ar, [&] { ar.WriteObject(&scripts[0]); });
+            EXPECT_EQ(fault, bForges ? "" : Wanted(1, row.storing)) << name;
+            EXPECT_EQ(ar.IsWhole(), fault == "") << name;
+            if (!bForges && fault == "" && row.loading == nullptr) {
+                EXPECT_EQ(ar.AreOwnersComplete(&scripts[0]), *row.missing == '\0') << name;
+            }
+        }
+        Scripted::bForges = false;
+        const int nBefore = Scripted::nAlive;
+        {
+            VELM_CArchive ar(&forged, VELM_CArchive::load);
+            ar.SetClassTable(&ScriptedClasses());
+            VELM_CObject* pRoot = nullptr;
+            const std::string fault = Describe(ar, [&] { pRoot = ar.ReadObject(nullptr); });
+            EXPECT_EQ(fault, Wanted(5, row.loading == nullptr ? row.storing : row.loading)) << name;
+            if (fault != "") {
+                ar.DeleteLoadedObjects();
+            } else if (ar.AreOwnersComplete(pRoot)) {
+                EXPECT_STREQ(row.missing, "") << name;
+                delete pRoot;
+            } else {
+                EXPECT_NE(std::string(ar.GetErrorText()).find(row.missing), std::string::npos) << name;
+                ar.DeleteLoadedObjects();
+            }
+        }
+        EXPECT_EQ(Scripted::nAlive, nBefore) << name;
+    }
+}
+
+TEST(Owners, WhatIsMappedOrReadAtTheTopIsTheCallers)
+{
+    std::vector<Scripted> scripts{Scripted("o1"), Scripted()};
+    Scripted::pAll = &scripts;
+    for (const bool bMap : {true, false}) {
+        MemoryFile file, none;
+        VELM_CArchive to(&file, VELM_CArchive::store), from(&file, VELM_CArchive::load);
+        const int nBefore = Scripted::nAlive;
+        Scripted mapped, *pFirst = nullptr, *pSecond = nullptr;
+        std::unique_ptr<Scripted> smart;
+        from.SetClassTable(&ScriptedClasses());
+        if (bMap) {
+            VELM_CArchive refused(&none, VELM_CArchive::store);
+            refused.MapObject(&scripts[1]), to.MapObject(&scripts[1]), from.MapObject(&mapped);
+            EXPECT_EQ(Outcome([&] { refused.WriteObject(&scripts[0]); }), "raise 1");
+            Scripted::bForges = true;
+            to.WriteObject(&scripts[0]), to.Close();
+            Scripted::bForges = false;
+            EXPECT_EQ(Outcome([&] { from.ReadObject(nullptr); }), "raise 5");
+            EXPECT_EQ(std::string(from.GetErrorText()).find("object 1, a Scripted, is the program's own") != 0, true);
+        } else {
+            to.WriteObject(&scripts[1]), to.WriteObject(&scripts[1]), to.WriteObject(&scripts[0]), to.Close();
+            EXPECT_EQ(Outcome([&] { from.ReadOwned(pFirst), from.ReadOwned(pSecond); }), "raise 5");
+            EXPECT_TRUE(pFirst != nullptr && pSecond == nullptr);
+            EXPECT_EQ(Outcome([&] { from >> smart; }), "raise 5"); // which owns the first again
+        }
+        from.DeleteLoadedObjects();
+        EXPECT_EQ(Scripted::nAlive, nBefore + 1) << bMap;
+    }
+}
+
+TEST(Owners, WhatAClassLetsGoOfIsDeletedByTheArchive)
+{
+    VELM_CClassTable table;
+    table.Add<Scripted>(&Scripted::classRecord, nullptr, [](VELM_CObject* pOb) {
+        for (auto& unique : static_cast<Scripted*>(pOb)->unique)
+            unique.release();
+    });
+    std::vector<Scripted> scripts{Scripted("u1 u2"), Scripted("u3"), Scripted(), Scripted()};
+    Scripted::pAll = &scripts;
+    const std::string bytes = Stored([&](VELM_CArchive& ar) { ar.WriteObject(&scripts[0]); });
+    for (size_t n = 0; n < bytes.size(); ++n) {
+        MemoryFile file(bytes.substr(0, n));
+        VELM_CArchive ar(&file, VELM_CArchive::load);
+        ar.SetClassTable(&table);
+        EXPECT_EQ(Outcome([&] { ar.ReadObject(nullptr); }), "raise 3");
+        ar.DeleteLoadedObjects();
+        EXPECT_EQ(Scripted::nAlive, 4) << n;
+    }
+}
+
+TEST(Owners, NothingIsLostOrDeletedTwiceWhateverIsDamaged)
+{
+    const int nBefore = Style::nAlive;
+    std::mt19937 generator(1);
+    const auto random = [&] { return static_cast<unsigned>(generator()); };
+    int nGood = 0, nRefused = 0;
+    const char* const lpszRounds = std::getenv("TAVNOMCL_MUTATIONS"); // archives; a few unless a long run is wanted
+    const int nRounds = lpszRounds == nullptr ? 4000 : std::atoi(lpszRounds);
+    HostWatch watch;
+    for (int i = 0; i < nRounds; ++i) {
+        const std::string whole = StoredParts(*MakeParts(static_cast<unsigned>(i) % 500, 2 + random() % 12));
+        EXPECT_EQ(i % 50 == 0 ? LoadParts(whole, 128) : "", "");
+        std::string damaged = whole;
+        for (unsigned n = random() % 3 + 1; n > 0; --n) {
+            // Small values at the start of a word make other indexes and counts.
+            const size_t nAt = random() % damaged.size();
+            damaged[nAt] = static_cast<char>(random() % 4 == 0 ? random() : random() % 16);
+        }
+        if (random() % 8 == 0)
+            damaged.resize(random() % damaged.size());
+        (LoadParts(damaged, 128).empty() ? nGood : nRefused) += 1;
+        watch.raises.clear();
+    }
+    EXPECT_GT(nGood, nRounds / 100);
+    EXPECT_GT(nRefused, nRounds / 2);
+    EXPECT_EQ(Style::nAlive, nBefore);
+}
