@@ -5,7 +5,9 @@
 
 #include "mcl/mfc_carccore.h"
 #include "mcl/mfc_carcex.h"
+#include "mcl/mfc_carcown.h"
 #include "mcl/mfc_cclass.h"
+#include "mcl/mfc_cdoc.h"
 #include "mcl/mfc_cfile.h"
 #include "mcl/mfc_cmap.h"
 #include "mcl/mfc_cmemfile.h"

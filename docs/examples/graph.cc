@@ -1,13 +1,14 @@
-// Stores a graph of objects in an archive, and loads it back.
+// Saves a graph of objects in a file, and loads it back.
 #include <stdio.h>
 
+#include <mcl/mfc_std.h>
 #include <mcl/tavnomcl.h>
 
 class Person : public VELM_CObject {
 public:
     static VELM_CRuntimeClass classRecord;
-    VELM_CString name;
-    Person* friendOf; // not owned
+    std::string name;
+    Person* friendOf; // another one of the club, or NULL
 
     explicit Person(const char* lpszName = "") : name(lpszName), friendOf(NULL) {}
     VELM_CRuntimeClass* GetRuntimeClass() const override { return &classRecord; }
@@ -23,40 +24,49 @@ public:
     }
 };
 
-VELM_CRuntimeClass Person::classRecord = {"Person", 0, 1}; // name, a field of your own, schema
+class Club : public VELM_CObject {
+public:
+    static VELM_CRuntimeClass classRecord;
+    std::vector<std::unique_ptr<Person>> members; // each is here once, and none is NULL
+
+    VELM_CRuntimeClass* GetRuntimeClass() const override { return &classRecord; }
+    void Serialize(VELM_CArchive& ar) override
+    {
+        if (ar.IsStoring())
+            ar << AfxOwned(members);
+        else
+            ar >> AfxOwned(members);
+    }
+};
+
+VELM_CRuntimeClass Person::classRecord = {"Person", 0, 1}; // the name and the version of what is stored
+VELM_CRuntimeClass Club::classRecord = {"Club", 0, 1};
 
 int main()
 {
     AfxSetNotices(0); // what the program prints is its own
-    Person ada("Ada"), ben("Ben");
-    ada.friendOf = &ben;
-    ben.friendOf = &ada; // a cycle
+    VELM_CClassTable classes;
+    classes.Add<Person>(&Person::classRecord);
+    classes.Add<Club>(&Club::classRecord);
 
-    VELM_CSaveFile saved; // the old archive stays until the new one is whole
-    if (!saved.Open("people.archive"))
-        return 1;
-    VELM_CArchive out(&saved, VELM_CArchive::store);
-    out.WriteObject(&ada); // and all that it refers to
-    out.Close();
-    if (!saved.Commit()) { // answers for everything since Open
-        printf("%s\n", saved.GetErrorText().m_data);
+    Club club;
+    club.members.emplace_back(new Person("Ada"));
+    club.members.emplace_back(new Person("Ben"));
+    club.members[0]->friendOf = club.members[1].get();
+    club.members[1]->friendOf = club.members[0].get(); // a cycle
+    VELM_CString error;
+    if (!AfxSaveDocument("club.archive", classes, &club, &error)) { // the old file stays until the new one is whole
+        printf("%s\n", error.m_data);
         return 1;
     }
 
-    VELM_CClassTable classes; // what may be loaded
-    classes.Add<Person>(&Person::classRecord);
-    VELM_CFile file;
-    if (!file.Open("people.archive"))
+    const std::unique_ptr<Club> pLoaded(AfxLoadDocument<Club>("club.archive", classes, &error));
+    if (pLoaded == nullptr) { // and nothing is left of what the file held
+        printf("%s\n", error.m_data);
         return 1;
-    VELM_CArchive in(&file, VELM_CArchive::load);
-    in.SetClassTable(&classes);
-    Person* pLoaded = NULL;
-    const int nRaised = pfm_protect([&] { pLoaded = static_cast<Person*>(in.ReadObject(&Person::classRecord)); });
-    if (nRaised == 0)
-        printf("%s -> %s -> %s\n", pLoaded->name.m_data, pLoaded->friendOf->name.m_data,
-               pLoaded->friendOf->friendOf->name.m_data);
-    else
-        printf("people.archive: %s\n", in.GetErrorText());
-    in.DeleteLoadedObjects();
-    return nRaised;
+    }
+    const Person& first = *pLoaded->members[0];
+    printf("%s -> %s -> %s\n", first.name.c_str(), first.friendOf->name.c_str(),
+           first.friendOf->friendOf->name.c_str());
+    return 0;
 }

@@ -6,29 +6,48 @@
 
 enum Urgency { Whenever, Soon, Now };
 
-class Task : public VELM_CObject {
+// What tasks have in common with other entries.
+class Entry : public VELM_CObject {
+public:
+    std::string text;
+    bool done; // since version 2 of this class
+
+    explicit Entry(const char* lpszText) : text(lpszText), done(false) {}
+    void Serialize(VELM_CArchive& ar) override
+    {
+        const unsigned nVersion = ar.SerializeVersion("Entry", 2);
+        if (ar.IsStoring()) {
+            ar << text << done;
+        } else {
+            ar >> text;
+            if (nVersion >= 2)
+                ar >> done;
+        }
+        if (text.empty())
+            ar.RaiseInvalid("an entry has no text");
+    }
+};
+
+class Task : public Entry {
 public:
     static VELM_CRuntimeClass classRecord;
-    std::string text;
-    Urgency urgency; // since schema 2
     Task* after;     // what has to be done before, or NULL; not owned
+    Urgency urgency; // since schema 2
 
     explicit Task(const char* lpszText = "", Urgency u = Whenever, Task* pAfter = NULL)
-        : text(lpszText), urgency(u), after(pAfter)
+        : Entry(lpszText), after(pAfter), urgency(u)
     {
     }
     VELM_CRuntimeClass* GetRuntimeClass() const override { return &classRecord; }
     void Serialize(VELM_CArchive& ar) override
     {
+        Entry::Serialize(ar);
         if (ar.IsStoring()) {
-            ar << text;
             ar.WriteObject(after);
-            ar.WriteEnum(urgency);
+            ar.WriteEnum(urgency, Whenever, Now);
         } else {
-            const unsigned nSchema = ar.GetObjectSchema(); // before anything else is loaded
-            ar >> text;
             after = static_cast<Task*>(ar.ReadObject(&classRecord));
-            if (nSchema >= 2)
+            if (ar.GetSchema() >= 2)
                 ar.ReadEnum(urgency, Whenever, Now);
         }
     }
@@ -37,89 +56,71 @@ public:
 class List : public VELM_CObject {
 public:
     static VELM_CRuntimeClass classRecord;
-    std::vector<Task*> tasks; // owned
+    std::vector<std::unique_ptr<Task>> tasks;
     std::map<std::string, double> hours;
 
-    ~List() override
-    {
-        for (Task* pTask : tasks)
-            delete pTask;
-    }
     VELM_CRuntimeClass* GetRuntimeClass() const override { return &classRecord; }
     void Serialize(VELM_CArchive& ar) override
     {
         if (ar.IsStoring())
-            ar << tasks << hours;
+            ar << AfxOwned(tasks) << hours;
         else
-            ar >> tasks >> hours;
+            ar >> AfxOwned(tasks) >> hours;
     }
 };
 
-VELM_CRuntimeClass Task::classRecord = {"Task", 0, 2}; // name, a field of your own, schema
+VELM_CRuntimeClass Task::classRecord = {"Task", 0, 2}; // name, a number that the library does not use, schema
 VELM_CRuntimeClass List::classRecord = {"List", 0, 1};
 
-// 1 when the list is safe on the disk; else 0, and the old file is as it was.
-int Save(const List& list, const char* lpszPath)
+const VELM_CClassTable& Classes()
 {
-    VELM_CSaveFile file;
-    if (file.Open(lpszPath)) {
-        VELM_CArchive ar(&file, VELM_CArchive::store);
-        ar.WriteObject(&list);
-        ar.Close();
-    }
-    if (file.Commit())
-        return 1;
-    fprintf(stderr, "%s\n", file.GetErrorText().m_data);
-    return 0;
+    static VELM_CClassTable classes;
+    static const int nAdded = classes.Add<Task>(&Task::classRecord) + classes.Add<List>(&List::classRecord);
+    (void)nAdded;
+    return classes;
 }
 
-// The list, which the caller deletes; NULL where the file holds none.
-List* Load(const char* lpszPath)
+// Loads a list and prints it, or what is wrong with the file. Returns whether there is a list.
+bool Print(const char* lpszPath)
 {
-    VELM_CClassTable classes;
-    classes.Add<Task>(&Task::classRecord);
-    classes.Add<List>(&List::classRecord, NULL, [](VELM_CObject* pOb) { static_cast<List*>(pOb)->tasks.clear(); });
-
-    VELM_CFile file;
-    if (!file.Open(lpszPath)) {
-        printf("%s cannot be opened\n", lpszPath);
-        return NULL;
+    VELM_CString error;
+    const std::unique_ptr<List> pList(AfxLoadDocument<List>(lpszPath, Classes(), &error));
+    if (pList == nullptr) {
+        printf("%s\n", error.m_data);
+        return false;
     }
-    VELM_CArchive ar(&file, VELM_CArchive::load);
-    ar.SetClassTable(&classes);
-    VELM_CObject* pLoaded = NULL;
-    const int nRaised = pfm_protect([&] { pLoaded = ar.ReadObject(&List::classRecord); });
-    if (nRaised == 0 && pLoaded != NULL && ar.IsAtEnd())
-        return static_cast<List*>(pLoaded);
-    printf("%s: %s\n", lpszPath, nRaised != 0 ? ar.GetErrorText() : "not one list, and nothing else");
-    ar.DeleteLoadedObjects(); // whatever had been made
-    return NULL;
+    for (const std::unique_ptr<Task>& pTask : pList->tasks)
+        printf("%s%s%s%s\n", pTask->done ? "(done) " : "", pTask->text.c_str(), pTask->after != NULL ? ", after: " : "",
+               pTask->after != NULL ? pTask->after->text.c_str() : "");
+    printf("%.1f hours\n", pList->hours["paint the door"]);
+    return true;
 }
 
 int main()
 {
     AfxSetNotices(0);
     List list;
-    list.tasks.push_back(new Task("buy paint", Now));
-    list.tasks.push_back(new Task("paint the door", Soon, list.tasks[0]));
+    list.tasks.emplace_back(new Task("buy paint", Now));
+    list.tasks.emplace_back(new Task("paint the door", Soon, list.tasks[0].get()));
+    list.tasks[0]->done = true;
     list.hours["paint the door"] = 1.5;
-    if (!Save(list, "todo.list"))
+    VELM_CString error;
+    if (!AfxSaveDocument("todo.list", Classes(), &list, &error)) {
+        printf("%s\n", error.m_data);
+        return 1;
+    }
+    if (!Print("todo.list"))
         return 1;
 
-    List* pLoaded = Load("todo.list");
-    if (pLoaded == NULL)
-        return 1;
-    for (const Task* pTask : pLoaded->tasks)
-        printf("%s%s%s\n", pTask->text.c_str(), pTask->after != NULL ? ", after: " : "",
-               pTask->after != NULL ? pTask->after->text.c_str() : "");
-    printf("%.1f hours\n", pLoaded->hours["paint the door"]);
-    delete pLoaded;
+    Task other("not on the list");
+    list.tasks[1]->after = &other;
+    if (!AfxSaveDocument("todo.list", Classes(), &list, &error)) // todo.list stays as it was
+        printf("%s\n", error.m_data);
 
     FILE* pCut = fopen("cut.list", "wb"); // a damaged file
     if (pCut == NULL)
         return 1;
     fwrite("\377\377\0\0\1\0\0\0\4\0\0\0Li", 1, 14, pCut);
     fclose(pCut);
-    pLoaded = Load("cut.list");
-    return pLoaded != NULL;
+    return Print("cut.list");
 }

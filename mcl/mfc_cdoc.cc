@@ -1,0 +1,150 @@
+#include "mcl/mfc_cdoc.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <new>
+
+#include "mcl/mfc_csavefile.h"
+
+typedef void (*BodyProc)(VELM_CArchive& ar, void* pContext);
+
+// An archive that is made where raises are caught, and destroyed wherever it was made.
+class ArchiveRoom {
+public:
+    ArchiveRoom() = default;
+    ArchiveRoom(const ArchiveRoom&) = delete;
+    ArchiveRoom& operator=(const ArchiveRoom&) = delete;
+    ~ArchiveRoom()
+    {
+        if (m_pArchive != nullptr)
+            m_pArchive->~VELM_CArchive();
+    }
+    VELM_CArchive& Make(VELM_CFile& file, unsigned nMode)
+    {
+        return *(m_pArchive = new (m_room) VELM_CArchive(&file, nMode));
+    }
+    VELM_CArchive* Get() const { return m_pArchive; }
+
+private:
+    alignas(VELM_CArchive) unsigned char m_room[sizeof(VELM_CArchive)];
+    VELM_CArchive* m_pArchive = nullptr;
+};
+
+// What went wrong, in memory that is there in any case.
+struct ErrorText {
+    char szText[2048] = "";
+
+    void Set(const char* lpszPath, const char* lpszFault)
+    {
+        std::snprintf(szText, sizeof szText, "%s: %s", lpszPath, lpszFault);
+    }
+    // What the archive says; or else what was raised, where that has no text.
+    void SetFrom(const char* lpszPath, const VELM_CArchive& ar, int nRaised)
+    {
+        if (*ar.GetErrorText() != '\0')
+            Set(lpszPath, ar.GetErrorText());
+        else
+            std::snprintf(szText, sizeof szText, "%s: raise %d%s", lpszPath, nRaised,
+                          nRaised == VELM_CArchiveException::causeGeneric ? ": memory is exhausted" : "");
+    }
+};
+
+// Runs the body with the path, and delivers its text to the caller. What raises before it can protect itself ends here.
+template <class BODY> static int Run(VELM_CString* pError, const char* lpszPath, BODY body)
+{
+    if (lpszPath == nullptr)
+        lpszPath = "";
+    ErrorText error;
+    volatile int nDone = 0;
+    error.Set(lpszPath, "memory is exhausted");
+    pfm_protect([&] { nDone = body(lpszPath, error); });
+    pfm_protect([&] {
+        if (pError != nullptr)
+            *pError = nDone ? "" : error.szText;
+    });
+    return nDone;
+}
+
+static int Save(const char* lpszPath, const VELM_CClassTable& classes, BodyProc pfnStore, void* pContext,
+                ErrorText& error)
+{
+    VELM_CSaveFile file;
+    ArchiveRoom room;
+    volatile int nClosed = 0;
+    const int nRaised = pfm_protect([&] {
+        if (!file.Open(lpszPath))
+            return;
+        VELM_CArchive& ar = room.Make(file, VELM_CArchive::store);
+        ar.SetClassTable(&classes);
+        pfnStore(ar, pContext);
+        if (!ar.AreOwnersComplete())
+            return;
+        ar.Close();
+        nClosed = 1;
+    });
+    if (nClosed && file.Commit())
+        return 1;
+    if (room.Get() != nullptr) {
+        error.SetFrom(lpszPath, *room.Get(), nRaised);
+        room.Get()->Abort();
+    }
+    if (file.GetError() != 0)
+        pfm_protect([&] { std::snprintf(error.szText, sizeof error.szText, "%s", file.GetErrorText().m_data); });
+    return 0;
+}
+
+int AfxSaveDocument(const char* lpszPath, const VELM_CClassTable& classes, BodyProc pfnStore, void* pContext,
+                    VELM_CString* pError)
+{
+    return Run(pError, lpszPath,
+               [&](const char* lpszTo, ErrorText& error) { return Save(lpszTo, classes, pfnStore, pContext, error); });
+}
+
+int AfxSaveDocument(const char* lpszPath, const VELM_CClassTable& classes, const VELM_CObject* pRoot,
+                    VELM_CString* pError)
+{
+    return AfxSaveDocument(
+        lpszPath, classes, [](VELM_CArchive& ar, void* pOb) { ar.WriteOwned(static_cast<const VELM_CObject*>(pOb)); },
+        const_cast<VELM_CObject*>(pRoot), pError);
+}
+
+static int Load(const char* lpszPath, const VELM_CClassTable& classes, BodyProc pfnLoad, void* pContext,
+                ErrorText& error)
+{
+    VELM_CFile file;
+    ArchiveRoom room;
+    volatile int nLoaded = 0;
+    const int nErrorBefore = VELM_CFile::ERROR_CODE;
+    VELM_CFile::ERROR_CODE = 0;
+    const int nRaised = pfm_protect([&] {
+        if (!file.Open(lpszPath)) {
+            error.Set(lpszPath, std::strerror(errno));
+            return;
+        }
+        VELM_CArchive& ar = room.Make(file, VELM_CArchive::load);
+        ar.SetClassTable(&classes);
+        pfnLoad(ar, pContext);
+        if (!ar.IsAtEnd())
+            ar.RaiseInvalid("more follows behind the document");
+        else
+            nLoaded = !ar.IsDataEnded() && ar.AreOwnersComplete();
+    });
+    VELM_CArchive* const pArchive = room.Get();
+    if (!nLoaded && pArchive != nullptr) {
+        error.SetFrom(lpszPath, *pArchive, nRaised);
+        if (VELM_CFile::ERROR_CODE != 0)
+            error.Set(lpszPath, "the file cannot be read");
+        pfm_protect([&] { pArchive->DeleteLoadedObjects(); });
+    }
+    VELM_CFile::ERROR_CODE |= nErrorBefore;
+    return nLoaded;
+}
+
+int AfxLoadDocument(const char* lpszPath, const VELM_CClassTable& classes, BodyProc pfnLoad, void* pContext,
+                    VELM_CString* pError)
+{
+    return Run(pError, lpszPath, [&](const char* lpszFrom, ErrorText& error) {
+        return Load(lpszFrom, classes, pfnLoad, pContext, error);
+    });
+}
