@@ -428,8 +428,11 @@ bool VELM_CStringArray::TryAssign(const VELM_CStringArray& src)
         return false;
     for (int i = 0; i < nStrings; ++i) {
         const char* lpszText = src.m_data[i].m_data;
-        if (!AfxTryAssign(m_pBlock[m_max_size + i], lpszText, std::strlen(lpszText)))
-            return false;
+        if (AfxTryAssign(m_pBlock[m_max_size + i], lpszText, std::strlen(lpszText)))
+            continue;
+        while (i-- > 0) // what is built behind the capacity is empty, for a growth to show
+            AfxTruncate(m_pBlock[m_max_size + i], 0);
+        return false;
     }
     for (int i = 0; i < m_max_size; ++i)
         m_pBlock[i].~VELM_CString();

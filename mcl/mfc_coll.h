@@ -134,8 +134,8 @@ public:
     void RemoveAll();
 
 private:
-    // The block has room behind the capacity, so that most growths move nothing; strings are constructed there before
-    // a growth is seen.
+    // The block has room behind the capacity, so that most growths move nothing; strings are constructed there, empty,
+    // before a growth is seen.
     //
     //     m_data                    m_size          m_max_size        m_nBuilt             m_nRoom
     //     | elements ...            | further strings | strings to come | raw ...            |

@@ -196,6 +196,24 @@ TEST(Exhausted, CollectionsAreAsTheyWere)
          OfMap<VELM_CMap<fxStr, const char*, int, int>>("address map: first entry", 0)});
 }
 
+TEST(Exhausted, AnAssignmentThatFailsLeavesNothingForAGrowthToShow)
+{
+    VELM_CStringArray texts;
+    for (int i = 0; i < 20; ++i)
+        texts.Add(lpszLong);
+    for (long k = 0, bFailed = 1; bFailed; ++k) {
+        HostWatch watch;
+        VELM_CStringArray array;
+        {
+            Exhaust exhaust(k);
+            pfm_protect([&] { array = texts; });
+        }
+        bFailed = Exhaust::HasFailed();
+        array.SetSize(60);
+        EXPECT_EQ(array.Find(lpszLong), bFailed ? -1 : 0) << "allocation " << k;
+    }
+}
+
 TEST(Exhausted, ConstructorsLeaveNothing)
 {
     const auto ofClass = [](const char* name, std::function<void(void*)> construct,
