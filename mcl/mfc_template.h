@@ -38,14 +38,18 @@ template <class TYPE> void DestructElements(TYPE* pElements, int nCount)
         pElements[i].~TYPE();
 }
 
-/// Stores elements in the archive, or loads them over constructed ones. In general: each by operator<< and >>.
+/// Stores elements in the archive, or loads them over constructed ones. In general: each by operator<< and >>. Where
+/// the data ends and the raise returns, the later elements stay as they were.
 template <class TYPE> void SerializeElements(VELM_CArchive& ar, TYPE* pElements, int nCount)
 {
     for (int i = 0; i < nCount; ++i) {
-        if (ar.IsStoring())
+        if (ar.IsStoring()) {
             ar << pElements[i];
-        else
+        } else {
             ar >> pElements[i];
+            if (ar.IsDataEnded())
+                return;
+        }
     }
 }
 

@@ -170,6 +170,11 @@ TEST(ArchiveEncoding, RefusesWhatIsTooLargeAndElementsStopWithTheData)
     EXPECT_NE(small.m_lpBufStart, buffers[1]); // as that is too small
     EXPECT_EQ(Outcome([&] { SerializeElements(from, elements, 3); }, true), "raise 3");
     EXPECT_EQ(string(elements[0].m_data) + elements[1].m_data + elements[2].m_data, "dold");
+    double numbers[] = {1, 2, 3};
+    VELM_CArchive cut(&file, load);
+    file.data += string(8, '\0'), file.nPosition = 4;
+    EXPECT_EQ(Outcome([&] { SerializeElements(cut, numbers, 3); }, true), "raise 3");
+    EXPECT_EQ(Row() << numbers[0] << numbers[1] << numbers[2], "0 2 3");
 #if defined(__LP64__)
     const auto StoreLarge = [](VELM_CArchive& ar) {
         ar << 0x100000000ul, ar.WriteCount(0x100000000ul), ar.StorePrefixed("", 0x100000000ul);
