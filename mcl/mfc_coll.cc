@@ -17,11 +17,7 @@ static int GrowthStep(int nSize)
     return nStep < 4 ? 4 : nStep > 1024 ? 1024 : nStep;
 }
 
-// The block, or a new one for NULL, with room for nSlots.
-static void** Slots(void** pSlots, int nSlots)
-{
-    return static_cast<void**>(AfxAllocate(pSlots, static_cast<size_t>(nSlots), sizeof(void*)));
-}
+const std::size_t nLargeBlock = 128 * 1024; // in bytes; from here on, realloc moves pages and copies nothing
 
 static void ClearSlots(void** pSlots, int nFirst, int nEnd)
 {
@@ -34,6 +30,20 @@ static void MoveSlots(void** pTo, void** pFrom, int nSlots)
 {
     if (nSlots > 0)
         std::memmove(pTo, pFrom, static_cast<size_t>(nSlots) * sizeof(void*));
+}
+
+// The array's live slots in a block of nNewMax, which takes the place of its block. Only a large block that stays large
+// is resized.
+static void** Resized(const VELM_CPtrArray& array, int nNewMax)
+{
+    const auto isLarge = [](int nSlots) { return static_cast<std::size_t>(nSlots) >= nLargeBlock / sizeof(void*); };
+    const std::size_t nSlots = static_cast<std::size_t>(nNewMax);
+    if (isLarge(array.m_max_size) && isLarge(nNewMax))
+        return static_cast<void**>(AfxAllocate(array.m_data, nSlots, sizeof(void*)));
+    void** const pNew = static_cast<void**>(AfxAllocate(nullptr, nSlots, sizeof(void*)));
+    MoveSlots(pNew, array.m_data, array.m_size);
+    std::free(array.m_data);
+    return pNew;
 }
 
 VELM_CPtrArray::VELM_CPtrArray() : m_data(nullptr), m_size(0), m_max_size(0), m_grow_by(0)
@@ -55,7 +65,7 @@ void VELM_CPtrArray::SetSize(int nNewSize, int nGrowBy)
         m_data = nullptr;
         m_size = m_max_size = 0;
     } else if (m_data == nullptr) {
-        m_data = Slots(nullptr, nNewSize);
+        m_data = Resized(*this, nNewSize);
         ClearSlots(m_data, 0, nNewSize);
         m_size = m_max_size = nNewSize;
     } else if (nNewSize <= m_max_size) {
@@ -67,7 +77,7 @@ void VELM_CPtrArray::SetSize(int nNewSize, int nGrowBy)
         const int nNewMax = nStepped > nNewSize ? nStepped : nNewSize;
         if (!VELM_ASSERT(nNewMax >= m_max_size))
             return;
-        m_data = Slots(m_data, nNewMax);
+        m_data = Resized(*this, nNewMax);
         VELM_ASSERT(nNewSize > m_size);
         ClearSlots(m_data, m_size, nNewSize);
         m_size = nNewSize;
@@ -111,7 +121,7 @@ void VELM_CPtrArray::FreeExtra()
         std::free(m_data);
         m_data = nullptr;
     } else {
-        m_data = Slots(m_data, m_size);
+        m_data = Resized(*this, m_size);
     }
     m_max_size = m_size;
 }

@@ -12,9 +12,13 @@
 /// A growable array of untyped pointers. It never owns what they point to.
 ///
 /// Indexes count from 0. A failed check leaves the array as it was. Exhausted memory: see `AfxMemoryExhausted`.
+///
+/// The slots are one block of `malloc`. A growth of the capacity, or giving back what is beyond the size, takes a new
+/// block, copies the elements and frees the old one: no block is resized in place. The exception is a block of 128 KiB
+/// or more that stays that large: it is resized by `realloc`, which moves pages there instead of copying.
 class VELM_API VELM_CPtrArray {
 public:
-    void** m_data;  ///< The slots, of `malloc`; NULL exactly when the capacity is 0.
+    void** m_data;  ///< The block; NULL exactly when the capacity is 0.
     int m_size;     ///< Number of elements.
     int m_max_size; ///< Number of slots: the capacity.
     int m_grow_by;  ///< Growth step in slots; 0: an eighth of the size, at least 4 and at most 1024.
