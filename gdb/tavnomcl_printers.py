@@ -60,11 +60,14 @@ class String:
 
 
 class Array:
-    """The elements of a block."""
+    """The elements of a block, whose free room is behind the first `gap` elements, or behind all."""
 
-    def __init__(self, value, data, size, capacity):
+    def __init__(self, value, data, size, capacity, gap=None):
         check(0 <= size <= capacity, f"length {size}, capacity {capacity}")
-        check_block(data, size)
+        self.gap = size if gap is None else gap
+        self.free = capacity - size
+        check(0 <= self.gap <= size, f"length {size}, gap at {self.gap}")
+        check_block(data, size if self.gap == size else capacity)
         self.title = f"{type_name(value)} of length {size}, capacity {capacity}"
         self.data = data
         self.size = size
@@ -75,7 +78,7 @@ class Array:
     def children(self):
         for i in range(self.size):
             try:
-                element = self.data[i]
+                element = self.data[i if i < self.gap else i + self.free]
                 element.fetch_lazy()
             except gdb.error as error:
                 yield f"[{i}]", f"<invalid: {error}>"
@@ -150,7 +153,7 @@ def object_array(value):
     objects = value["m_list"]
     base = gdb.types.get_basic_type(value.type).fields()[0].type
     data = objects["m_items"].cast(base.pointer().pointer())
-    return Array(value, data, int(objects["count"]), int(objects["m_capacity"]))
+    return Array(value, data, int(objects["count"]), int(objects["m_capacity"]), int(objects["m_gap"]))
 
 
 def time(value):

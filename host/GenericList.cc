@@ -7,7 +7,7 @@
 
 #include "host/memory_p.h"
 
-GenericList::GenericList() : count(0), m_items(nullptr), m_capacity(0)
+GenericList::GenericList() : count(0), m_items(nullptr), m_capacity(0), m_gap(0)
 {
 }
 
@@ -18,12 +18,27 @@ GenericList::~GenericList()
 
 void* GenericList::findItem(long index) const
 {
-    return index >= 0 && index < count ? m_items[index] : nullptr;
+    if (index < 0 || index >= count)
+        return nullptr;
+    return index < m_gap ? m_items[index] : ItemsBehindGap()[index];
 }
 
 void GenericList::append(void* item)
 {
     insertAt(count, item);
+}
+
+// There must be a block.
+void GenericList::MoveGap(int index)
+{
+    const auto Move = [](void** to, void** from, int items) {
+        std::memmove(to, from, static_cast<std::size_t>(items) * sizeof(void*));
+    };
+    if (index < m_gap)
+        Move(ItemsBehindGap() + index, m_items + index, m_gap - index);
+    else
+        Move(m_items + m_gap, ItemsBehindGap() + m_gap, index - m_gap);
+    m_gap = index;
 }
 
 void GenericList::insertAt(long index, void* item)
@@ -33,13 +48,10 @@ void GenericList::insertAt(long index, void* item)
         const std::size_t nSlots = nCapacity > m_capacity ? static_cast<std::size_t>(nCapacity) : SIZE_MAX;
         m_items = static_cast<void**>(AllocateOrRaise(m_items, nSlots, sizeof(void*)));
         m_capacity = nCapacity;
+        m_gap = count;
     }
-    if (index < 0)
-        index = 0;
-    if (index > count)
-        index = count;
-    std::memmove(m_items + index + 1, m_items + index, static_cast<std::size_t>(count - index) * sizeof(void*));
-    m_items[index] = item;
+    MoveGap(index < 0 ? 0 : index > count ? count : static_cast<int>(index));
+    m_items[m_gap++] = item;
     ++count;
 }
 
@@ -47,13 +59,13 @@ void* GenericList::remove(long index)
 {
     if (index < 0 || index >= count)
         return nullptr;
-    void* item = m_items[index];
+    MoveGap(static_cast<int>(index));
+    void* item = ItemsBehindGap()[index];
     --count;
-    std::memmove(m_items + index, m_items + index + 1, static_cast<std::size_t>(count - index) * sizeof(void*));
     return item;
 }
 
 void GenericList::clear()
 {
-    count = 0;
+    count = m_gap = 0;
 }

@@ -9,6 +9,9 @@
 
 /// An ordered list of untyped items, which it never owns. Indexes count from 0. Exhausted memory raises 1 and changes
 /// nothing.
+///
+/// An insertion or removal takes constant time, on average, at or beside the index of the last one; elsewhere time in
+/// proportion to the number of items between the two. Finding an item takes constant time.
 class TAVNOHOST_API GenericList {
 public:
     int count; ///< Number of items; the first member of the list.
@@ -32,8 +35,15 @@ public:
     void clear();
 
 private:
+    // The free slots of the block lie together, where the list was changed last:
+    //
+    //     | items 0 .. m_gap - 1 | free | items m_gap .. count - 1 |
     void** m_items;
-    int m_capacity;
+    int m_capacity; // slots in the block
+    int m_gap;      // items before the free slots
+
+    void** ItemsBehindGap() const { return m_items + (m_capacity - count); } // the address of item i is this, plus i
+    void MoveGap(int index);
 };
 
 #endif

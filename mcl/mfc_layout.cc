@@ -42,7 +42,7 @@ SIZE(VELM_CStringArray, 40, 64);
 FIELD(VELM_CStringArray, m_data, 0, 0);
 FIELD(VELM_CStringArray, m_size, 4, 8);
 FIELD(VELM_CStringArray, m_max_size, 8, 12);
-SIZE(VELM_CObArray, 20, 40);
+SIZE(VELM_CObArray, 24, 40);
 FIELD(VELM_CObArray, m_list, 8, 16);
 SIZE(VELM_CPlex, 4, 8);
 FIELD(VELM_CPlex, pNext, 0, 0);

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <random>
 
 #include "tests/support/watch.h"
 
@@ -132,6 +133,25 @@ TEST(ObArray, Operations)
          {[](auto& a) { a.InsertAt(1, &xy), a.InsertAt(0, (Objects*)nullptr), a.InsertAt(1, &a); }, "aaxybcxybc 0 "},
          {[](auto& a) { a.RemoveAt(1, INT_MAX), a.InsertAt(0, p, -1), a.InsertAt(0, a[1]), a.InsertAt(0, a[-1]); },
           "--a 0 "}});
+}
+
+TEST(ObArray, IsAListWhereverItChanges)
+{
+    std::mt19937 random(3);
+    VELM_CObArray array;
+    std::vector<VELM_CObject*> model;
+    for (int nStep = 0; nStep < 3000; ++nStep) {
+        const size_t nAt = random() % (model.size() + 1), nMore = random() % 4;
+        const auto at = model.begin() + static_cast<long>(nAt);
+        if (random() % 3 != 0) {
+            array.InsertAt(static_cast<int>(nAt), objects + nStep % 26, static_cast<int>(nMore));
+            model.insert(at, nMore, objects + nStep % 26);
+        } else {
+            array.RemoveAt(static_cast<int>(nAt), static_cast<int>(2 * nMore));
+            model.erase(at, at + static_cast<long>(std::min(2 * nMore, model.size() - nAt)));
+        }
+        ASSERT_EQ(std::vector<VELM_CObject*>(array.begin(), array.end()), model) << nStep;
+    }
 }
 
 TEST(ObArray, StreamHoldsACountAndImages)

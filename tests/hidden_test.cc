@@ -269,6 +269,18 @@ TEST(Large, GraphsAndArrays)
     EXPECT_EQ(pointers.GetSize(), sorted.GetSize());
 }
 
+TEST(Large, ObjectArraysThatChangeInFront)
+{
+    const int nCount = 400000;
+    VELM_CObject first, second;
+    VELM_CObArray array, other;
+    array.InsertAt(0, &second), array.InsertAt(0, &first, nCount);
+    other.InsertAt(0, &second, nCount), other.InsertAt(0, &array), other.InsertAt(1, &other);
+    EXPECT_EQ(other.GetSize(), 4 * nCount + 2);
+    other.RemoveAt(0, 3 * nCount + 1); // first, all of other, and the rest of it but a count
+    EXPECT_EQ(std::count(other.begin(), other.end(), &second), nCount + 1);
+}
+
 TEST(Large, LinesThatEndInACarriageReturn)
 {
     const unsigned nBytes = 6000000, nLines = nBytes / 3; // all of them read ahead

@@ -85,8 +85,8 @@ int main()
     strings.Add("");
     strings.Add("three");
     objects.InsertAt(0, &objectOne);
-    objects.InsertAt(1, static_cast<VELM_CObject*>(NULL));
-    objects.InsertAt(2, &objectTwo);
+    objects.InsertAt(1, &objectTwo);
+    objects.InsertAt(1, static_cast<VELM_CObject*>(NULL)); // leaves the free room before the last element
 
     FillMap(map);
     unsigned nHash;
