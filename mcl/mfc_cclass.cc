@@ -1,22 +1,43 @@
 #include "mcl/mfc_cclass.h"
 
+#include <atomic>
 #include <cstring>
 
-#include "mcl/mfc_cmap.h"
+#include "mcl/mfc_cmapindex_p.h"
 #include "mcl/mfc_memory.h"
 
 const unsigned nNameBuckets = 251;
 
+// A class, and the base that it was last found to derive from, which any thread that shares the table may note.
+struct ClassEntry {
+    VELM_CClassTable::Class cls;
+    mutable std::atomic<const VELM_CRuntimeClass*> pKnownBase;
+};
+
 // Nodes never move, so that what Find delivers stays where it is.
-using ClassAssoc = VELM_CMapAssoc<fxStr, char*, VELM_CClassTable::Class>;
+using ClassAssoc = VELM_CMapAssoc<fxStr, char*, ClassEntry>;
+
+VELM_INDEXED_MAP(ClassAssoc, char*)
 
 class VELM_CClassMap : public VELM_CMapTable<ClassAssoc, char*> {
 public:
     VELM_CClassMap() : VELM_CMapTable(16) { m_nHashTableSize = nNameBuckets; }
-    VELM_CClassTable::Class* Add(char* pszName)
+    ClassEntry* Add(char* pszName)
     {
         ClassAssoc* pAssoc = FindOrAdd(pszName);
         return pAssoc == nullptr ? nullptr : &pAssoc->value;
+    }
+    const ClassEntry* Find(const char* lpszName) const
+    {
+        unsigned nHash;
+        const ClassAssoc* const pAssoc = GetAssocAt(const_cast<char*>(lpszName), nHash);
+        return pAssoc == nullptr ? nullptr : &pAssoc->value;
+    }
+    // NULL when another record has the name.
+    const ClassEntry* Find(const VELM_CRuntimeClass* pClass) const
+    {
+        const ClassEntry* const pEntry = Find(pClass->m_pszName);
+        return pEntry != nullptr && pEntry->cls.pClass == pClass ? pEntry : nullptr;
     }
 };
 
@@ -56,10 +77,14 @@ int VELM_CClassTable::Put(const Class& cls)
     const Class* const pOther = Find(pszName);
     if (pOther != nullptr && pOther->pClass != cls.pClass)
         return 0;
-    Class* const pEntry = m_pClasses->Add(pszName);
+    ClassEntry* const pEntry = m_pClasses->Add(pszName);
     if (pEntry == nullptr)
         return 0;
-    *pEntry = cls;
+    if (pOther != nullptr && pOther->pBase != cls.pBase) { // what was found by way of the old base no longer holds
+        for (const auto& entry : *m_pClasses)
+            entry.value.pKnownBase = nullptr;
+    }
+    pEntry->cls = cls;
     const unsigned nLength = static_cast<unsigned>(std::strlen(pszName));
     if (nLength > m_nLongestName)
         m_nLongestName = nLength;
@@ -80,19 +105,27 @@ int VELM_CClassTable::AddIn(VELM_CRuntimeClass* pClass, CreateInProc pfnCreateIn
 
 const VELM_CClassTable::Class* VELM_CClassTable::Find(const char* lpszName) const
 {
-    unsigned nHash;
-    const ClassAssoc* const pAssoc = m_pClasses->GetAssocAt(const_cast<char*>(lpszName), nHash);
-    return pAssoc == nullptr ? nullptr : &pAssoc->value;
+    const ClassEntry* const pEntry = m_pClasses->Find(lpszName);
+    return pEntry == nullptr ? nullptr : &pEntry->cls;
 }
 
 int VELM_CClassTable::IsDerivedFrom(const VELM_CRuntimeClass* pClass, const VELM_CRuntimeClass* pBase) const
 {
-    // A chain longer than the table goes in a circle.
-    for (int i = 0; pClass != nullptr && i <= m_pClasses->GetCount(); ++i) {
-        if (pClass == pBase)
-            return 1;
-        const Class* pEntry = Find(pClass->m_pszName);
-        pClass = pEntry != nullptr && pEntry->pClass == pClass ? pEntry->pBase : nullptr;
+    if (pBase == nullptr)
+        return 0;
+    int nSteps = 0;
+    for (const VELM_CRuntimeClass* p = pClass; p != pBase; ++nSteps) {
+        const ClassEntry* const pEntry = p == nullptr ? nullptr : m_pClasses->Find(p);
+        if (pEntry == nullptr || nSteps > m_pClasses->GetCount()) // a chain longer than the table goes in a circle
+            return 0;
+        p = pEntry->pKnownBase.load(std::memory_order_relaxed) == pBase ? pBase : pEntry->cls.pBase;
     }
-    return 0;
+    // Each class on the way keeps the answer, so that nobody goes that way again for the same base.
+    for (; nSteps > 1; --nSteps) {
+        if (const ClassEntry* const pEntry = m_pClasses->Find(pClass)) {
+            pEntry->pKnownBase.store(pBase, std::memory_order_relaxed);
+            pClass = pEntry->cls.pBase;
+        }
+    }
+    return 1;
 }

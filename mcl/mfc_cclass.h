@@ -88,7 +88,8 @@ public:
               const std::type_info* pType = NULL);
     /// The class of that name; NULL when there is none.
     const Class* Find(const char* lpszName) const;
-    /// Whether the class is `pBase` or derives from it.
+    /// Whether the class is `pBase` or derives from it. A chain of bases takes time in proportion to its length only
+    /// once: each class of it remembers the base that it was last found to derive from.
     int IsDerivedFrom(const VELM_CRuntimeClass* pClass, const VELM_CRuntimeClass* pBase) const;
     /// Length of the longest name, in bytes.
     unsigned GetLongestName() const { return m_nLongestName; }

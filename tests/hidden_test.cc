@@ -281,6 +281,27 @@ TEST(Large, ObjectArraysThatChangeInFront)
     EXPECT_EQ(std::count(other.begin(), other.end(), &second), nCount + 1);
 }
 
+TEST(Large, ClassTables)
+{
+    const size_t nClasses = 256000, nHalf = nClasses / 2;
+    std::vector<std::string> names(nClasses);
+    std::vector<VELM_CRuntimeClass> records(nClasses); // each derived from the one before
+    VELM_CClassTable table;
+    unsigned nWrong = 0;
+    for (size_t i = 0; i < nClasses; ++i) {
+        names[i] = "class " + std::to_string(i);
+        records[i] = {names[i].c_str(), 0, 1};
+        nWrong += table.Add<Node>(&records[i], i > 0 ? &records[i - 1] : nullptr) != 1;
+    }
+    for (size_t i = nClasses; i-- > 0;)
+        nWrong += table.IsDerivedFrom(&records[i], &records[0]) != 1;
+    EXPECT_EQ(nWrong, 0u);
+    const auto isDerived = [&](size_t i, size_t nBase) { return table.IsDerivedFrom(&records[i], &records[nBase]); };
+    EXPECT_EQ(Row() << isDerived(9, 10) << isDerived(nHalf + 9, 1) << isDerived(nHalf + 9, nHalf), "0 1 1");
+    table.Add<Node>(&records[nHalf], &records[nHalf + 1]); // in a circle, and no longer with those before
+    EXPECT_EQ(Row() << isDerived(nHalf + 9, 1) << isDerived(nHalf + 9, nHalf) << isDerived(nHalf - 1, 1), "0 1 1");
+}
+
 TEST(Large, LinesThatEndInACarriageReturn)
 {
     const unsigned nBytes = 6000000, nLines = nBytes / 3; // all of them read ahead
