@@ -129,16 +129,17 @@ VELM_CObject* VELM_CArchiveLoader::CreateObject(const Met& met)
     const uint32_t nIndex = m_ar.m_nIndexCount;
     // Before the object, which must not be lost when memory is exhausted.
     Append(nullptr, 2 * static_cast<uint32_t>(&met - m_met) + 1);
+    const unsigned nKept = m_creating.GetCount(); // for the objects in whose constructors this one is made
     VELM_CObject* pOb = cls.pfnCreate != nullptr ? cls.pfnCreate() : cls.pfnCreateIn(m_creating);
     AfxNew(pOb);
-    m_creating.Keep();
+    m_creating.KeepFirst(nKept, dynamic_cast<void*>(pOb));
     m_ar.m_pLoadArray->SetAt(static_cast<int>(nIndex), pOb);
     return pOb;
 }
 
 void VELM_CArchiveLoader::DeleteObjects()
 {
-    m_creating.Free();
+    m_creating.KeepFirst(0);
     VELM_COwners& owners = VELM_CArchiveInside::Of(m_ar).owners;
     void** const objects = m_ar.m_pLoadArray->m_data;
     for (uint32_t i = 0; i < m_nSlots; ++i) {

@@ -1,6 +1,7 @@
 #include "mcl/mfc_cclass.h"
 
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 
 #include "mcl/mfc_cmapindex_p.h"
@@ -41,23 +42,31 @@ public:
     }
 };
 
-void* VELM_CBlockHolder::Allocate(unsigned long nBytes, unsigned long nAlignment)
+void* AfxTakeBlock(unsigned long nBytes, unsigned long nAlignment)
 {
-    if (m_pBlock != nullptr)
-        Free();
-    m_nAlignment = nAlignment;
-    m_pBlock = nAlignment == 0 ? ::operator new(nBytes, std::nothrow)
-                               : ::operator new(nBytes, static_cast<std::align_val_t>(nAlignment), std::nothrow);
-    return m_pBlock;
+    return nAlignment == 0 ? ::operator new(nBytes, std::nothrow)
+                           : ::operator new(nBytes, static_cast<std::align_val_t>(nAlignment), std::nothrow);
 }
 
-void VELM_CBlockHolder::Free()
+void AfxFreeBlock(void* pBlock, unsigned long nAlignment)
 {
-    if (m_nAlignment == 0)
-        ::operator delete(m_pBlock);
+    if (nAlignment == 0)
+        ::operator delete(pBlock);
     else
-        ::operator delete(m_pBlock, static_cast<std::align_val_t>(m_nAlignment));
-    m_pBlock = nullptr;
+        ::operator delete(pBlock, static_cast<std::align_val_t>(nAlignment));
+}
+
+VELM_CBlockHolder::~VELM_CBlockHolder()
+{
+    KeepFirst(0);
+    std::free(m_pKept);
+}
+
+void VELM_CBlockHolder::Grow()
+{
+    const unsigned nRoom = 2 * m_nRoom + 8;
+    m_pKept = static_cast<Kept*>(AfxAllocate(m_pKept, nRoom, sizeof *m_pKept));
+    m_nRoom = nRoom;
 }
 
 VELM_CClassTable::VELM_CClassTable() : m_pClasses(AfxNew(new (std::nothrow) VELM_CClassMap)), m_nLongestName(0)

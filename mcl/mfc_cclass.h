@@ -6,35 +6,122 @@
 #include <stddef.h>
 
 #include <new>
+#include <type_traits>
 #include <typeinfo>
 
 #include "mcl/mfc_base.h"
 #include "mcl/mfc_cobj.h"
 #include "mcl/mfc_crun.h"
+#include "mcl/mfc_memory.h"
 
 /// \addtogroup archives
 /// \{
 
 class VELM_LOCAL VELM_CClassMap;
 
-/// Keeps the block of an object while its constructor runs, which a raise there would lose: `new (holder) TYPE`.
+/// Keeps the blocks of objects while their constructors run, which a raise there would lose. A constructor may make
+/// further objects meanwhile. What is kept when the holder is destroyed is freed.
 class VELM_API VELM_CBlockHolder {
 public:
-    VELM_CBlockHolder() : m_pBlock(NULL), m_nAlignment(0) {}
+    VELM_CBlockHolder() : m_pKept(NULL), m_nKept(0), m_nRoom(0) {}
     VELM_CBlockHolder(const VELM_CBlockHolder&) = delete;
     VELM_CBlockHolder& operator=(const VELM_CBlockHolder&) = delete;
-    ~VELM_CBlockHolder() { Free(); }
-    /// A block of operator new, with an alignment other than 0 of that; NULL when there is no memory.
-    void* Allocate(unsigned long nBytes, unsigned long nAlignment);
-    /// The object is whole, and owns its block itself.
-    void Keep() { m_pBlock = NULL; }
-    /// Frees the block that is kept.
-    void Free();
+    ~VELM_CBlockHolder();
+    /// Keeps a block for an object, in which the caller constructs it: `::new (holder.Take<TYPE>()) TYPE`. The block is
+    /// one that `new TYPE` would take: of the class's own operator new where it has one. Exhausted memory: see
+    /// `AfxMemoryExhausted`.
+    template <class TYPE> void* Take();
+    /// Number of blocks that are kept.
+    unsigned GetCount() const { return m_nKept; }
+    /// Ends the keeping of all blocks but the first `nCount`. They are freed, except for `pWhole`: there an object is
+    /// whole, and is deleted one day by its owner.
+    void KeepFirst(unsigned nCount, const void* pWhole = NULL)
+    {
+        while (m_nKept > nCount) {
+            const Kept& kept = m_pKept[--m_nKept];
+            if (kept.pBlock != NULL && kept.pBlock != pWhole)
+                kept.pfnFree(kept.pBlock);
+        }
+    }
 
 private:
-    void* m_pBlock;
-    unsigned long m_nAlignment;
+    typedef void (*FreeProc)(void* pBlock);
+    struct Kept {
+        void* pBlock; // NULL until the block is there
+        FreeProc pfnFree;
+    };
+    Kept* m_pKept; // in the order in which they were taken; of malloc
+    unsigned m_nKept;
+    unsigned m_nRoom;
+
+    void Grow();
 };
+
+/// \cond
+VELM_API void* AfxTakeBlock(unsigned long nBytes, unsigned long nAlignment);
+VELM_API void AfxFreeBlock(void* pBlock, unsigned long nAlignment);
+
+// Of the functions that compile, the one of the highest rank is called.
+template <int RANK> struct VELM_CRank : VELM_CRank<RANK - 1> {
+};
+template <> struct VELM_CRank<0> {
+};
+
+// How `new TYPE` takes the block of an object, and `delete` frees it: by functions of the class where it has such, in
+// the language's order. Those that take an alignment come first for a class of a greater one than operator new
+// provides, and last for others.
+template <class TYPE> class VELM_CBlockOf {
+#ifdef __cpp_aligned_new
+    enum : size_t { nAlignment = alignof(TYPE) > __STDCPP_DEFAULT_NEW_ALIGNMENT__ ? alignof(TYPE) : 0 };
+#else
+    enum : size_t { nAlignment = 0 };
+#endif
+    template <class T> static std::true_type Makes(decltype(new T)*);
+    template <class T> static std::false_type Makes(...);
+    static_assert(decltype(Makes<TYPE>(NULL))::value,
+                  "a class is added that `new TYPE` makes: with a public constructor that needs no arguments, and with "
+                  "public functions where it has its own operator new and operator delete");
+
+#define VELM_BLOCK_FUNCTION(NAME, RANK, CALL)                                                                          \
+    template <class T> static auto NAME(void* pBlock, VELM_CRank<(RANK)>)->decltype(CALL)                              \
+    {                                                                                                                  \
+        return static_cast<void>(pBlock), CALL;                                                                        \
+    }
+    VELM_BLOCK_FUNCTION(Take, 0, AfxTakeBlock(sizeof(T), nAlignment))
+    VELM_BLOCK_FUNCTION(Take, 2, T::operator new(sizeof(T)))
+    VELM_BLOCK_FUNCTION(Free, 0, AfxFreeBlock(pBlock, nAlignment))
+    VELM_BLOCK_FUNCTION(Free, 3, T::operator delete(pBlock, sizeof(T)))
+    VELM_BLOCK_FUNCTION(Free, 4, T::operator delete(pBlock))
+#ifdef __cpp_aligned_new
+    VELM_BLOCK_FUNCTION(Take, nAlignment > 0 ? 3 : 1, T::operator new(sizeof(T), std::align_val_t(alignof(T))))
+    VELM_BLOCK_FUNCTION(Free, nAlignment > 0 ? 5 : 1,
+                        T::operator delete(pBlock, sizeof(T), std::align_val_t(alignof(T))))
+    VELM_BLOCK_FUNCTION(Free, nAlignment > 0 ? 6 : 2, T::operator delete(pBlock, std::align_val_t(alignof(T))))
+#endif
+#undef VELM_BLOCK_FUNCTION
+
+public:
+    static void* Take()
+    {
+        return Take<TYPE>(NULL, VELM_CRank<3>());
+    }
+    static void Free(void* pBlock)
+    {
+        Free<TYPE>(pBlock, VELM_CRank<6>());
+    }
+};
+
+template <class TYPE> void* VELM_CBlockHolder::Take()
+{
+    if (m_nKept == m_nRoom)
+        Grow();
+    const unsigned nIndex = m_nKept++; // before the block, which must not be lost
+    m_pKept[nIndex] = Kept{NULL, &VELM_CBlockOf<TYPE>::Free};
+    void* const pBlock = AfxNew(VELM_CBlockOf<TYPE>::Take());
+    m_pKept[nIndex].pBlock = pBlock;
+    return pBlock;
+}
+/// \endcond
 
 /// The classes that a loading archive can rebuild, by name; given to `VELM_CArchive::SetClassTable`.
 ///
@@ -44,7 +131,7 @@ class VELM_API VELM_CClassTable {
 public:
     /// Makes an object of one class with operator new; NULL when there is no memory for it.
     typedef VELM_CObject* (*CreateProc)();
-    /// The same, in a block that the holder keeps while the constructor runs.
+    /// The same, in a block of the holder, which keeps it while the constructor runs.
     typedef VELM_CObject* (*CreateInProc)(VELM_CBlockHolder& holder);
     /// Makes an object forget what it refers to, without deleting it; raises nothing.
     typedef void (*LetGoProc)(VELM_CObject* pOb);
@@ -74,13 +161,14 @@ public:
     /// deleted twice.
     int Add(VELM_CRuntimeClass* pClass, CreateProc pfnCreate, VELM_CRuntimeClass* pBase = NULL,
             LetGoProc pfnLetGo = NULL);
-    /// The same for objects that `new TYPE` makes. A constructor that raises loses nothing but what it made itself.
+    /// The same for objects that are made as `new TYPE` makes them, by the class's own operator new where it has one. A
+    /// constructor that raises loses nothing but what it made itself. It may read further objects from the archive.
     template <class TYPE>
     int Add(VELM_CRuntimeClass* pClass, VELM_CRuntimeClass* pBase = NULL, LetGoProc pfnLetGo = NULL)
     {
         return AddIn(
-            pClass, [](VELM_CBlockHolder& holder) -> VELM_CObject* { return new (holder) TYPE; }, pBase, pfnLetGo,
-            TypeOf<TYPE>());
+            pClass, [](VELM_CBlockHolder& holder) -> VELM_CObject* { return ::new (holder.Take<TYPE>()) TYPE; }, pBase,
+            pfnLetGo, TypeOf<TYPE>());
     }
     /// As the template, with a function that makes the object in a holder. `pType` is the class that it makes: a
     /// storing archive refuses objects of other classes with this record; NULL for no such check.
@@ -110,29 +198,5 @@ private:
 };
 
 /// \}
-
-/// \cond
-inline void* operator new(size_t nBytes, VELM_CBlockHolder& holder) noexcept
-{
-    return holder.Allocate(nBytes, 0);
-}
-
-inline void operator delete(void*, VELM_CBlockHolder& holder)
-{
-    holder.Free();
-}
-
-#ifdef __cpp_aligned_new
-inline void* operator new(size_t nBytes, std::align_val_t nAlignment, VELM_CBlockHolder& holder) noexcept
-{
-    return holder.Allocate(nBytes, static_cast<unsigned long>(nAlignment));
-}
-
-inline void operator delete(void*, std::align_val_t, VELM_CBlockHolder& holder)
-{
-    holder.Free();
-}
-#endif
-/// \endcond
 
 #endif

@@ -448,6 +448,91 @@ TEST(Survived, ConstructorsThatRaiseAndLoadsThatAbort)
     delete Special::pAborted;
 }
 
+namespace {
+
+// What takes and frees the blocks of a class's objects, and how many there are: one for each class.
+template <int NUMBER> struct Blocks {
+    static int nLive;
+    static size_t nBytes;
+    static void* Get(size_t n, size_t nAlignment = 16)
+    {
+        return ++nLive, nBytes = n, std::aligned_alloc(nAlignment, (n + nAlignment - 1) / nAlignment * nAlignment);
+    }
+    static void Free(void* p) { --nLive, std::free(p); }
+};
+template <int NUMBER> int Blocks<NUMBER>::nLive = 0;
+template <int NUMBER> size_t Blocks<NUMBER>::nBytes = 0;
+
+struct alignas(64) Global {}; // by the library's operator new
+struct Plain : Blocks<1> {
+    virtual ~Plain() {} // so that the block does not begin with the VELM_CObject
+    static void* operator new(size_t n) { return Get(n); }
+    static void operator delete(void* p) { Free(p); }
+    static void operator delete(void*, size_t) { ADD_FAILURE(); }
+};
+struct Sized : Blocks<2> {
+    static void* operator new(size_t n) { return Get(n); }
+    static void operator delete(void* p, size_t n) { Free(n == nBytes ? p : nullptr); }
+};
+struct alignas(128) Aligned : Blocks<3> {
+    static void* operator new(size_t n, std::align_val_t a) { return Get(n, static_cast<size_t>(a)); }
+    static void* operator new(size_t) noexcept { return nullptr; }
+    static void operator delete(void* p, std::align_val_t) { Free(p); }
+    static void operator delete(void*) { ADD_FAILURE(); }
+};
+
+// While it is constructed, an object reads the next one, until nLeft have been made. The last raises; the one of the
+// number nCatching survives that.
+VELM_CArchive* pReading;
+int nLeft, nCatching;
+
+template <class BLOCKS> struct Nesting : BLOCKS, VELM_CObject {
+    static VELM_CRuntimeClass record;
+    Nesting()
+    {
+        const int nNumber = --nLeft;
+        const auto goOn = [=] { nNumber == 0 ? pfm_raise(8) : void(pReading->ReadObject(nullptr)); };
+        if (nNumber == nCatching)
+            pfm_protect(goOn);
+        else if (nNumber >= 0)
+            goOn();
+    }
+    VELM_CRuntimeClass* GetRuntimeClass() const override { return &record; }
+    void Serialize(VELM_CArchive&) override {}
+};
+template <class BLOCKS> VELM_CRuntimeClass Nesting<BLOCKS>::record = {typeid(BLOCKS).name(), 0, 1};
+
+template <class... BLOCKS> std::string StoreEach(VELM_CClassTable& rTable)
+{
+    nLeft = 0;
+    const std::tuple<Nesting<BLOCKS>...> objects;
+    return Stored([&](VELM_CArchive& ar) {
+        (static_cast<void>(rTable.Add<Nesting<BLOCKS>>(&Nesting<BLOCKS>::record)), ...);
+        (ar.WriteObject(&std::get<Nesting<BLOCKS>>(objects)), ...);
+    });
+}
+
+} // namespace
+
+TEST(Survived, ConstructorsThatReadFurtherObjectsAndBlocksOfTheClassItself)
+{
+    VELM_CClassTable table;
+    const std::string bytes = StoreEach<Plain, Sized, Global, Aligned>(table);
+    const int nLast = 3;
+    for (nCatching = -1; nCatching <= nLast; ++nCatching) {
+        MemoryFile file(bytes);
+        VELM_CArchive ar(&file, VELM_CArchive::load);
+        ar.SetClassTable(&table);
+        pReading = &ar, nLeft = nLast + 1;
+        EXPECT_EQ(Outcome([&] { ar.ReadObject(nullptr); }), "raise 8");
+        // Those that are whole, or all while nobody has survived; the third is not counted.
+        const int nKept = nLast + 1 - std::max(nCatching, 0);
+        EXPECT_EQ(Blocks<1>::nLive + Blocks<2>::nLive + Blocks<3>::nLive, nKept - (nKept > 2)) << nCatching;
+        ar.DeleteLoadedObjects();
+        EXPECT_EQ(Row() << Blocks<1>::nLive << Blocks<2>::nLive << Blocks<3>::nLive, "0 0 0") << nCatching;
+    }
+}
+
 TEST(Survived, WhoOwnsWhatItRefersToLetsGoBeforeAnythingIsDeleted)
 {
     Dir root;
