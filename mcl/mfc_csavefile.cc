@@ -44,6 +44,17 @@ static bool FlushToDisk(int nDescriptor, int nNoFlushing = EINVAL)
     return Retry([&] { return fsync(nDescriptor); }) == 0 || errno == EINVAL || errno == EROFS || errno == nNoFlushing;
 }
 
+// Locks the file unless another process has; the lock goes with the descriptor.
+static bool Lock(int nDescriptor)
+{
+    return Retry([&] { return flock(nDescriptor, LOCK_EX | LOCK_NB); }) == 0;
+}
+
+static bool GetStatusOf(int nDescriptor, struct stat64& rStatus)
+{
+    return Retry([&] { return fstat64(nDescriptor, &rStatus); }) == 0;
+}
+
 // The path by which the process reaches what it has opened.
 struct DescriptorPath {
     char szPath[32];
@@ -124,7 +135,7 @@ bool VELM_CSaveFile::FindTarget()
         const char* lpszFolder = szPath[0] == '\0' ? "." : szPath;
         int nFolder = Retry([&] { return openat(nFrom, lpszFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
         if (nFolder == -1 && errno == EACCES) // may be a folder that the process cannot list
-            nFolder = openat(nFrom, lpszFolder, O_PATH | O_DIRECTORY | O_CLOEXEC);
+            nFolder = Retry([&] { return openat(nFrom, lpszFolder, O_PATH | O_DIRECTORY | O_CLOEXEC); });
         const int nError = errno;
         CloseDescriptor(m_nFolder);
         m_nFolder = nFolder;
@@ -151,14 +162,14 @@ bool VELM_CSaveFile::OpenBeside()
         return false;
     const mode_t nMode = m_bReplaces ? S_IRUSR | S_IWUSR : DEFFILEMODE; // until the old file's is known to fit
     m_nFile = Retry([&] { return openat(m_nFolder, ".", nWriting | O_TMPFILE, nMode); });
-    if (m_nFile != -1 && flock(m_nFile, LOCK_EX | LOCK_NB) == 0 && access(DescriptorPath(m_nFile).szPath, F_OK) == 0)
+    if (m_nFile != -1 && Lock(m_nFile) && Retry([&] { return access(DescriptorPath(m_nFile).szPath, F_OK); }) == 0)
         return true;
     CloseDescriptor(m_nFile);
     return NameTemporary([&] {
         m_nFile = Retry([&] { return openat(m_nFolder, m_szTemporary, nWriting | O_CREAT | O_EXCL, nMode); });
         struct stat64 status;
-        if (m_nFile == -1 || ((flock(m_nFile, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) &&
-                              fstat64(m_nFile, &status) == 0 && status.st_nlink > 0))
+        if (m_nFile == -1 ||
+            ((Lock(m_nFile) || errno != EWOULDBLOCK) && !(GetStatusOf(m_nFile, status) && status.st_nlink == 0)))
             return m_nFile != -1;
         CloseDescriptor(m_nFile); // another process took it for a leftover, before it was locked
         return FailWith(EEXIST);
@@ -183,13 +194,15 @@ template <class MAKE> bool VELM_CSaveFile::NameTemporary(MAKE make)
 // Removes the file with the temporary's name if its process is dead; else fails with EEXIST.
 bool VELM_CSaveFile::RemoveLeftover()
 {
-    int nLeftover = openat(m_nFolder, m_szTemporary, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    const int nReading = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    int nLeftover = Retry([&] { return openat(m_nFolder, m_szTemporary, nReading); });
     struct stat64 opened, named;
     // The lock is held before the name is looked at again: whoever removes this file must have it.
     const bool bRemoved =
-        nLeftover != -1 && flock(nLeftover, LOCK_EX | LOCK_NB) == 0 && fstat64(nLeftover, &opened) == 0 &&
-        S_ISREG(opened.st_mode) && fstatat64(m_nFolder, m_szTemporary, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-        opened.st_ino == named.st_ino && opened.st_dev == named.st_dev && unlinkat(m_nFolder, m_szTemporary, 0) == 0;
+        nLeftover != -1 && Lock(nLeftover) && GetStatusOf(nLeftover, opened) && S_ISREG(opened.st_mode) &&
+        Retry([&] { return fstatat64(m_nFolder, m_szTemporary, &named, AT_SYMLINK_NOFOLLOW); }) == 0 &&
+        opened.st_ino == named.st_ino && opened.st_dev == named.st_dev &&
+        Retry([&] { return unlinkat(m_nFolder, m_szTemporary, 0); }) == 0;
     CloseDescriptor(nLeftover);
     return bRemoved || FailWith(EEXIST);
 }
@@ -199,7 +212,7 @@ unsigned long VELM_CSaveFile::GetLength() const
     struct stat64 status;
     if (m_nFile == -1)
         return VELM_CFile::GetLength();
-    return fstat64(m_nFile, &status) != 0 ? 0 : static_cast<uint32_t>(status.st_size);
+    return GetStatusOf(m_nFile, status) ? static_cast<uint32_t>(status.st_size) : 0;
 }
 
 void VELM_CSaveFile::Write(const void* lpBuf, unsigned nCount)

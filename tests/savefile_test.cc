@@ -126,6 +126,17 @@ TEST_F(SaveFile, EveryCallFailsOnce)
     }
 }
 
+TEST_F(SaveFile, EveryCallIsInterruptedOnce)
+{
+    for (const bool bUnnamed : {true, false}) {
+        Renew();
+        bNoUnnamedFiles = !bUnnamed;
+        std::ofstream(folder / ".file.save0") << "left"; // by a process that died
+        WithFault(eachOnce, EINTR, [&] { EXPECT_EQ(Save(path), 1); });
+        EXPECT_EQ(Contents(), "file 640 new");
+    }
+}
+
 TEST_F(SaveFile, TheOldFileStaysWithoutCommit)
 {
     for (const bool bUnnamed : {true, false}) {

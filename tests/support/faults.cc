@@ -39,7 +39,10 @@ static bool Fails(const char* lpszName)
         char line[64];
         syscall(SYS_write, nLog, line, std::snprintf(line, sizeof line, "%s\n", lpszName));
     }
-    if (nCalls != nFailingCall)
+    static const char* lpszFailed;
+    const bool bAgain = lpszFailed == lpszName;
+    lpszFailed = bAgain ? nullptr : lpszName;
+    if (nFailingCall == eachOnce ? bAgain : nCalls != nFailingCall)
         return false;
     if (nFailure == killsProcess)
         raise(SIGKILL);

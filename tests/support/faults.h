@@ -6,8 +6,9 @@
 #include <string>
 #include <vector>
 
-// Special values of nError below.
+// Special values of nError and of nFailing below.
 enum { comesUpShort = -1, killsProcess = -2 };
+enum { eachOnce = -1 }; // every call fails but one that is made again right after it failed
 
 // Whether the file system behaves as if it had no files without a name.
 extern bool bNoUnnamedFiles;
