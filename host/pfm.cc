@@ -1,5 +1,6 @@
 #include "host/pfm.h"
 
+#include <atomic>
 #include <climits>
 #include <cstddef>
 #include <cstdio>
@@ -15,6 +16,8 @@ static_assert(offsetof(pfm_cleanup_block, nJumped) == 528, "the result of sigset
 
 FAST_THREAD_LOCAL pfm_cleanup_block* pInnermost = nullptr;
 FAST_THREAD_LOCAL unsigned nLastNumber = 0;
+FAST_THREAD_LOCAL unsigned nThread = 0; // its number, from 1 on, once it has had a block
+static std::atomic<unsigned> nThreads{0};
 
 // Weak, so that a statically linked process can define its own as well.
 __attribute__((weak)) void pfm_assert_fail(const char* lpszText, const char* lpszFile, int nLine)
@@ -39,6 +42,8 @@ int pfm_cleanup_start(pfm_cleanup_block* pBlock, int)
     if (pBlock->nJumped != 0)
         return 0;
     pBlock->pOuter = pInnermost;
+    if (nThread == 0)
+        nThread = ++nThreads;
     if (++nLastNumber > INT_MAX)
         nLastNumber = 1;
     pBlock->nActive = static_cast<int>(nLastNumber);
@@ -64,15 +69,17 @@ void pfm_cleanup_rls(pfm_cleanup_block* pBlock)
         pInnermost = pBlock->pOuter;
 }
 
-int pfm_cleanup_mark()
+unsigned long long pfm_cleanup_mark()
 {
-    return pInnermost == nullptr ? 0 : pInnermost->nActive;
+    const unsigned nNumber = pInnermost == nullptr ? 0 : static_cast<unsigned>(pInnermost->nActive);
+    return static_cast<unsigned long long>(nThread) << 32 | nNumber;
 }
 
-int pfm_cleanup_holds(int nMark)
+int pfm_cleanup_holds(unsigned long long nMark)
 {
+    const int nNumber = static_cast<int>(nMark);
     const pfm_cleanup_block* p = pInnermost;
-    while (p != nullptr && p->nActive != nMark)
+    while (p != nullptr && p->nActive != nNumber)
         p = p->pOuter;
-    return nMark == 0 || p != nullptr;
+    return nNumber == 0 || p != nullptr || nMark >> 32 != nThread;
 }

@@ -63,12 +63,12 @@ TAVNOHOST_API void pfm_cleanup_reset(pfm_cleanup_block* pBlock);
 /// an outer block's release took it off, is left alone.
 TAVNOHOST_API void pfm_cleanup_rls(pfm_cleanup_block* pBlock);
 
-/// The number of the innermost active block of this thread, which no later block of the thread gets; 0 when there is
-/// none. Who notes it before a call can tell afterwards, by `pfm_cleanup_holds`, whether a raise has left that call.
-TAVNOHOST_API int pfm_cleanup_mark(void);
+/// A number for the innermost active block of this thread, or for none, which no other block gets. Who notes it before a
+/// call can tell afterwards, by `pfm_cleanup_holds`, whether a raise has left that call.
+TAVNOHOST_API unsigned long long pfm_cleanup_mark(void);
 
-/// Whether the block of that number is still active on this thread; 1 for the number 0.
-TAVNOHOST_API int pfm_cleanup_holds(int nMark);
+/// 0 when the block of that number is a block of this thread and no longer active; else 1.
+TAVNOHOST_API int pfm_cleanup_holds(unsigned long long nMark);
 }
 
 /// Runs `body()` inside a cleanup block. Returns 0 when it ended normally, else the code that was raised.

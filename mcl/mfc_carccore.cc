@@ -272,6 +272,11 @@ void VELM_CArchiveInside::Explain(unsigned long long nOffset, const char* lpszFo
     }
 }
 
+void VELM_CArchive::NoteLoss(const char* lpszText)
+{
+    m_pInside->Lose("%s", lpszText);
+}
+
 void VELM_CArchive::RaiseInvalid(const char* lpszText)
 {
     m_pInside->Fail(VELM_CArchiveException::causeGeneric, m_pInside->Offset(), "%s", lpszText);

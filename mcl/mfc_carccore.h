@@ -270,6 +270,8 @@ public:
     /// Asked in a `Serialize`, it answers for what is complete. A file's own failures are the file's to tell.
     /// Loading: 1.
     int IsWhole() const;
+    /// For a program's own writers: notes that something was not stored, without a raise. `GetErrorText` has the text.
+    void NoteLoss(const char* lpszText);
     /// For a program's own checks, storing and loading: raises 1, with the text in `GetErrorText`, which adds the
     /// offset of the next byte and the objects under way.
     void RaiseInvalid(const char* lpszText);

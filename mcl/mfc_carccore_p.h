@@ -14,8 +14,8 @@
 // A host's own library may lack these two: then a raise that a Serialize survives leaves its mark on the texts of
 // errors.
 extern "C" {
-__attribute__((weak)) int pfm_cleanup_mark();
-__attribute__((weak)) int pfm_cleanup_holds(int nMark);
+__attribute__((weak)) unsigned long long pfm_cleanup_mark();
+__attribute__((weak)) int pfm_cleanup_holds(unsigned long long nMark);
 }
 
 // The indexes of classes that an archive has stored, so that the store map is asked for few. A place is of the class
@@ -140,8 +140,8 @@ public:
     struct UnderWay {
         const VELM_CRuntimeClass* pClass;
         unsigned nIndex;
-        unsigned nSchema; // that it is stored with
-        int nMark;        // the cleanup block that was innermost
+        unsigned nSchema;         // that it is stored with
+        unsigned long long nMark; // of the cleanup block that was innermost
     };
     // Their number. What a raise has left does not count: the block that was innermost then is gone.
     unsigned Depth()

@@ -585,8 +585,10 @@ void VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::Serialize(VELM_CArchive& ar)
         ar.WriteCount(static_cast<unsigned long>(this->m_nCount));
         if (this->m_nCount == 0)
             return;
-        if (!VELM_ASSERT(m_pHashTable != NULL))
+        if (!VELM_ASSERT(m_pHashTable != NULL)) {
+            ar.NoteLoss("the entries of a map were not stored");
             return;
+        }
         for (unsigned i = 0; i < this->m_nHashTableSize; ++i) {
             for (VELM_CAssoc* pAssoc = m_pHashTable[i]; pAssoc != NULL; pAssoc = pAssoc->pNext) {
                 SerializeElements(ar, &pAssoc->key, 1);
