@@ -319,7 +319,7 @@ void VELM_CArchiveInside::DropLeft()
 
 bool VELM_CArchiveInside::GrowPath()
 {
-    const unsigned nMore = m_nMaxPath + m_nMaxPath / 2 + 16;
+    const unsigned nMore = 2 * m_nMaxPath + 16;
     void* const pMore = std::realloc(m_path, nMore * sizeof *m_path);
     if (pMore == nullptr)
         return false;
@@ -508,11 +508,6 @@ int VELM_CArchive::LoadWhole(void* lpBuf, unsigned nBytes)
     if (IsInbound())
         m_nDataEnd = dataEnded;
     return 0;
-}
-
-int VELM_CArchive::CanLoad()
-{
-    return IsInbound() || VELM_ASSERT(IsLoading());
 }
 
 void VELM_CArchive::RaiseDataEnded()

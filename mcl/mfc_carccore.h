@@ -398,7 +398,7 @@ public:
     int LoadPrefixed(VELM_CString& rString);
     /// Whether bytes can be loaded: 0, after the assertion "IsLoading()", on an archive that stores. A reader asks it
     /// before it empties what it loads into.
-    int CanLoad();
+    int CanLoad() const { return IsInbound() || VELM_ASSERT(IsLoading()); }
     /// Whether a value came up short. Once it did, `LoadByte` and its kin, and all that loads by them, find the end at
     /// once, so that a loop that asks ends; `Flush` makes them look again. `Read` and `ReadString` always look.
     int IsDataEnded() const { return m_nDataEnd != dataGoesOn; }
@@ -444,7 +444,7 @@ private:
     bool HasStoreMap() const { return m_nMode == store; }
     VELM_LOCAL bool CheckBuffer() const;
     bool HasMap() const { return m_pStoreMap != NULL && m_nIndexCount != 0; }
-    VELM_LOCAL void MakeMap();
+    VELM_LOCAL bool MakeMap();
     VELM_LOCAL bool StoreClass(const VELM_CRuntimeClass* pClassRef, const VELM_CObject* pOb);
     VELM_LOCAL bool StartReading(const VELM_CRuntimeClass* pClassRefRequested);
     VELM_LOCAL VELM_CObject* LoadObject(const VELM_CRuntimeClass* pClassRefRequested, unsigned& rIndex,

@@ -127,15 +127,6 @@ public:
     }
     // Gives the next index, once its place is there.
     unsigned TakeIndex() { return m_ar.m_nIndexCount++; }
-    // Raises 1 when no further object can be stored or loaded inside those that are under way, seen from the frame of
-    // the operation; false when that returns. The offset is that of the object's start.
-    bool RequireDepth(unsigned long long nOffset, const void* pFrame)
-    {
-        if (m_calls.Prepare(pFrame, nMaxDepth) && (Depth() < m_nMaxPath || GrowPath()))
-            return true;
-        FailDepth(nOffset);
-        return false;
-    }
     // The objects under way: those whose Serialize has been called and has not returned, outermost first.
     struct UnderWay {
         const VELM_CRuntimeClass* pClass;
@@ -144,24 +135,28 @@ public:
         unsigned long long nMark; // of the cleanup block that was innermost
     };
     // Their number. What a raise has left does not count: the block that was innermost then is gone.
-    unsigned Depth()
-    {
-        if (m_nPath > 0 && pfm_cleanup_mark != nullptr && m_path[m_nPath - 1].nMark != pfm_cleanup_mark())
-            DropLeft();
-        return m_nPath;
-    }
+    unsigned Depth() { return m_nPath == 0 ? 0 : DepthAt(Mark()); }
     // The innermost; NULL outside of all.
     const UnderWay* Innermost() { return Depth() == 0 ? nullptr : &m_path[m_nPath - 1]; }
+    // Raises 1 when no further object can be stored or loaded inside those that are under way, seen from the frame of
+    // the operation; false when that returns. The offset is that of the object's start. Notes the mark of the next one.
+    bool RequireDepth(unsigned long long nOffset, const void* pFrame, UnderWay& rNext)
+    {
+        rNext.nMark = Mark();
+        if (m_calls.Prepare(pFrame, nMaxDepth) && (DepthAt(rNext.nMark) < m_nMaxPath || GrowPath()))
+            return true;
+        FailDepth(nOffset);
+        return false;
+    }
     // Calls the object's Serialize, one level deeper.
-    void Serialize(VELM_CObject& ob, const void* pFrame, const VELM_CRuntimeClass* pClass, unsigned nIndex,
-                   unsigned nSchema)
+    void Serialize(VELM_CObject& ob, const void* pFrame, const UnderWay& next)
     {
         struct Level {
             VELM_CArchiveInside& inside;
             const unsigned nOuter;
             ~Level() { inside.m_nPath = nOuter; } // also where a C++ exception passes
         } level = {*this, m_nPath};
-        m_path[m_nPath++] = {pClass, nIndex, nSchema, pfm_cleanup_mark == nullptr ? 0 : pfm_cleanup_mark()};
+        m_path[m_nPath++] = next;
         if (m_calls.Enter(pFrame)) {
             ob.Serialize(m_ar);
         } else {
@@ -192,6 +187,13 @@ private:
     void FailDepth(unsigned long long nOffset);
     void Explain(unsigned long long nOffset, const char* lpszFormat, va_list args);
     void NoteLoss();
+    static unsigned long long Mark() { return pfm_cleanup_mark == nullptr ? 0 : pfm_cleanup_mark(); }
+    unsigned DepthAt(unsigned long long nMark)
+    {
+        if (m_nPath > 0 && m_path[m_nPath - 1].nMark != nMark)
+            DropLeft();
+        return m_nPath;
+    }
     void DropLeft();
     bool GrowPath();
 

@@ -23,11 +23,17 @@
 
 // The value that the store map has for an object or a class: its index, or NULL when it is new. The reference holds
 // whatever is inserted meanwhile, since the nodes of a map never move.
-static void*& IndexSlot(VELM_CMapPtrToPtr& map, const void* pObjectOrClass)
+static void*& IndexSlot(VELM_CArchive& ar, const void* pObjectOrClass)
 {
+    VELM_CMapPtrToPtr& map = *ar.m_pStoreMap;
     void* const key = const_cast<void*>(pObjectOrClass);
-    void** const pValue = VELM_CMapIndex::ValueOf(map, key);
-    return pValue != nullptr ? *pValue : map[key];
+    if (void** const pValue = VELM_CMapIndex::ValueOf(map, key))
+        return *pValue;
+    VELM_CArchiveInside& inside = VELM_CArchiveInside::Of(ar);
+    inside.Begin(); // there may be no memory
+    void*& slot = map[key];
+    inside.End();
+    return slot;
 }
 
 static unsigned IndexIn(void* pSlot)
@@ -52,9 +58,12 @@ static const char* NameOf(const VELM_CRuntimeClass* pClass)
     return pClass->m_pszName == nullptr ? "" : pClass->m_pszName;
 }
 
-// Makes the store map or the load array, and goes on where an earlier attempt was left by a raise.
-void VELM_CArchive::MakeMap()
+// Makes the store map or the load array, and goes on where an earlier attempt was left by a raise. False after Abort.
+bool VELM_CArchive::MakeMap()
 {
+    if (m_pInside->bAborted)
+        return false;
+    m_pInside->Begin();
     if (HasStoreMap()) {
         if (m_pStoreMap == nullptr)
             m_pInside->pStoreMap = m_pStoreMap = AfxNew(new (std::nothrow) VELM_CMapPtrToPtr(m_nMapGrowth));
@@ -67,6 +76,8 @@ void VELM_CArchive::MakeMap()
         m_pLoadArray->SetAt(0, nullptr);
     }
     m_nIndexCount = 1;
+    m_pInside->End();
+    return true;
 }
 
 void VELM_CArchiveInside::FailIndex()
@@ -91,19 +102,13 @@ void VELM_CArchive::CheckCount()
 
 void VELM_CArchive::MapObject(const VELM_CObject* pOb)
 {
-    if (m_pInside->bAborted)
-        return;
     const bool bNew = !HasMap();
-    m_pInside->Begin();
-    if (bNew)
-        MakeMap();
-    m_pInside->End();
-    if (pOb == nullptr || (!bNew && !m_pInside->RequireIndex()))
+    if ((bNew && !MakeMap()) || pOb == nullptr || (!bNew && !m_pInside->RequireIndex()))
         return;
     m_pInside->Begin();
     if (HasStoreMap()) {
         m_pInside->owners.ReserveOther();
-        void*& slot = IndexSlot(*m_pStoreMap, pOb);
+        void*& slot = IndexSlot(*this, pOb);
         m_pInside->owners.AddOther(m_nIndexCount);
         slot = AsSlot(m_pInside->TakeIndex());
     } else {
@@ -147,9 +152,9 @@ bool VELM_CArchive::StoreClass(const VELM_CRuntimeClass* pClassRef, const VELM_C
     }
     if (m_pInside->pStoredClasses != nullptr && !m_pInside->RequireLoadable(*pClassRef, pOb))
         return false;
-    if (!HasMap())
-        MakeMap();
-    void*& slot = IndexSlot(*m_pStoreMap, pClassRef);
+    if (!HasMap() && !MakeMap())
+        return false;
+    void*& slot = IndexSlot(*this, pClassRef);
     const bool bNew = slot == nullptr;
     if (!bNew) {
         VELM_CReference{VELM_CReference::knownClass, IndexIn(slot)}.Store(*this);
@@ -181,28 +186,27 @@ void VELM_CArchive::WriteClass(const VELM_CRuntimeClass* pClassRef)
 
 void VELM_CArchive::WriteObject(const VELM_CObject* pOb)
 {
-    if (m_pInside->bAborted)
+    if (m_nMode != store && m_pInside->bAborted)
         return;
     if (!VELM_ASSERT(IsStoring())) {
         m_pInside->Lose("an object was not stored");
         return;
     }
-    m_pInside->Begin();
-    if (!HasMap())
-        MakeMap();
+    if (!HasMap() && !MakeMap())
+        return;
     if (pOb == nullptr) {
         VELM_CReference{VELM_CReference::nullObject, 0}.Store(*this);
-        m_pInside->End();
         return;
     }
-    void*& slot = IndexSlot(*m_pStoreMap, pOb);
+    void*& slot = IndexSlot(*this, pOb);
     if (slot != nullptr) {
         VELM_CReference{VELM_CReference::object, IndexIn(slot)}.Store(*this);
-        m_pInside->End();
         return;
     }
     const void* const pFrame = __builtin_frame_address(0);
-    if (!m_pInside->RequireDepth(m_pInside->Offset(), pFrame))
+    VELM_CArchiveInside::UnderWay next;
+    m_pInside->Begin();
+    if (!m_pInside->RequireDepth(m_pInside->Offset(), pFrame, next))
         return;
     const VELM_CRuntimeClass* const pClassRef = pOb->GetRuntimeClass();
     unsigned nClass = 0;
@@ -214,9 +218,11 @@ void VELM_CArchive::WriteObject(const VELM_CObject* pOb)
         return;
     if (!m_pInside->RequireIndex())
         return;
-    const unsigned nIndex = m_pInside->TakeIndex();
-    slot = AsSlot(nIndex);
-    m_pInside->Serialize(*const_cast<VELM_CObject*>(pOb), pFrame, pClassRef, nIndex, pClassRef->m_nSchema);
+    next.pClass = pClassRef;
+    next.nIndex = m_pInside->TakeIndex();
+    next.nSchema = pClassRef->m_nSchema;
+    slot = AsSlot(next.nIndex);
+    m_pInside->Serialize(*const_cast<VELM_CObject*>(pOb), pFrame, next);
     m_pInside->End();
 }
 
@@ -239,9 +245,7 @@ bool VELM_CArchive::StartReading(const VELM_CRuntimeClass* pClassRefRequested)
                         "class \"%s\" cannot go through an archive", NameOf(pClassRefRequested));
         return false;
     }
-    if (!HasMap())
-        MakeMap();
-    return true;
+    return HasMap() || MakeMap();
 }
 
 // The class that the reference names, or whose record follows it. NULL after a raise that returned.
@@ -314,7 +318,8 @@ VELM_CArchive::LoadObject(const VELM_CRuntimeClass* pClassRefRequested, unsigned
             rIndex = 0;
         return !IsInbound() || m_pLoadArray == nullptr ? nullptr : static_cast<VELM_CObject*>(m_pLoadArray->GetAt(0));
     }
-    if ((pClassRefRequested != nullptr || !IsLoading() || !HasMap()) && !StartReading(pClassRefRequested))
+    const bool bAny = pClassRefRequested == nullptr || pClassRefRequested->m_nSchema != VELM_CRuntimeClass::nNoSchema;
+    if ((!bAny || !IsLoading() || !HasMap()) && !StartReading(pClassRefRequested))
         return nullptr;
     const unsigned long long nOffset = m_pInside->Offset();
     VELM_CReference reference;
@@ -331,19 +336,22 @@ VELM_CArchive::LoadObject(const VELM_CRuntimeClass* pClassRefRequested, unsigned
         rIndex = reference.nIndex;
         return static_cast<VELM_CObject*>(m_pLoadArray->GetAt(static_cast<int>(reference.nIndex)));
     }
+    VELM_CArchiveInside::UnderWay next;
     const VELM_CArchiveLoader::Met* const pMet = LoadClass(*this, reference, nOffset);
     if (pMet == nullptr || !pLoader->RequireDerived(pMet->pClass->pClass, pClassRefRequested, nOffset) ||
-        !m_pInside->RequireIndex() || !m_pInside->RequireDepth(nOffset, pFrame) ||
+        !m_pInside->RequireIndex() || !m_pInside->RequireDepth(nOffset, pFrame, next) ||
         !pLoader->RequireConcrete(*pMet, nOffset))
         return nullptr;
-    const unsigned nSchema = pMet->nSchema, nOuterSchema = m_nCurSchema, nIndex = m_nIndexCount;
-    const VELM_CRuntimeClass* const pClass = pMet->pClass->pClass;
+    next.pClass = pMet->pClass->pClass;
+    next.nIndex = m_nIndexCount;
+    next.nSchema = pMet->nSchema;
+    const unsigned nOuterSchema = m_nCurSchema;
     VELM_CObject* const pOb = pLoader->CreateObject(*pMet);
     // From here on neither the loader nor the load array is touched: Serialize may abort the archive.
-    m_nCurSchema = nSchema;
-    m_pInside->Serialize(*pOb, pFrame, pClass, nIndex, nSchema);
+    m_nCurSchema = next.nSchema;
+    m_pInside->Serialize(*pOb, pFrame, next);
     m_nCurSchema = nOuterSchema;
-    rIndex = nIndex;
+    rIndex = next.nIndex;
     return pOb;
 }
 

@@ -72,6 +72,13 @@ struct VELM_COwnsOrNull {
     enum { bOwns = 1, bOrNull = 1 };
 };
 
+// A plain pointer is where its owner keeps it, if the index is one.
+inline void AfxAdopt(VELM_CArchive& ar, unsigned nIndex)
+{
+    if (nIndex != 0)
+        ar.Adopt(nIndex, VELM_CArchive::plainOwner);
+}
+
 // A value that is being loaded, which no raise may lose, not even one of its constructor.
 template <class TYPE> class VELM_LOCAL VELM_CHeldValue : public VELM_CHeld {
 public:
@@ -318,13 +325,13 @@ template <class FIRST, class SECOND, bool bEntry> struct VELM_CPairForm {
     template <class HOW> static unsigned Load(VELM_CArchive& ar, Pair& both, HOW how)
     {
         const unsigned nFirst = First::Load(ar, both.first, FirstHow<HOW>());
-        ar.Adopt(nFirst, VELM_CArchive::plainOwner);
+        AfxAdopt(ar, nFirst);
         if (nFirst == VELM_CArchive::nRefused || ar.IsDataEnded())
             return nFirst;
         const unsigned nSecond = Second::Load(ar, both.second, how);
         if (bEntry) // which is not in its map yet
             return nSecond;
-        ar.Adopt(nSecond, VELM_CArchive::plainOwner);
+        AfxAdopt(ar, nSecond);
         return nSecond == VELM_CArchive::nRefused ? nSecond : 0;
     }
     template <class BOTH, class HOW> static bool MayReplace(VELM_CArchive& ar, const BOTH& both, HOW how)
@@ -390,7 +397,7 @@ template <class CONTAINER, class VALUE, class FORM> struct VELM_CContainerForm {
                 ar.RaiseBadIndex("an owner has the key of an earlier one");
                 break;
             }
-            ar.Adopt(nIndex, VELM_CArchive::plainOwner);
+            AfxAdopt(ar, nIndex);
         }
         ar.DropHeld(pHeld);
         ar.RaiseDataEnded(); // of an element whose operator does not raise
@@ -442,7 +449,7 @@ template <class TYPE, size_t SIZE> struct VELM_CForm<std::array<TYPE, SIZE>> {
             const unsigned nIndex = Element::Load(ar, elements[i], how);
             if (nIndex == VELM_CArchive::nRefused)
                 return nIndex;
-            ar.Adopt(nIndex, VELM_CArchive::plainOwner);
+            AfxAdopt(ar, nIndex);
         }
         return 0;
     }
@@ -487,7 +494,7 @@ template <class TYPE> struct VELM_CForm<std::optional<TYPE>> {
         const unsigned nIndex = Element::Load(ar, rHeld, how);
         if (nIndex != VELM_CArchive::nRefused && !ar.IsDataEnded()) {
             rValue = std::move(rHeld);
-            ar.Adopt(nIndex, VELM_CArchive::plainOwner);
+            AfxAdopt(ar, nIndex);
         }
         ar.DropHeld(pHeld);
         ar.RaiseDataEnded();
@@ -552,7 +559,7 @@ VELM_CArchive& operator<<(VELM_CArchive& ar, const VELM_COwnedOperand<TYPE, HOW>
 template <class TYPE, class HOW>
 VELM_CArchive& operator>>(VELM_CArchive& ar, const VELM_COwnedOperand<TYPE, HOW>& owned)
 {
-    ar.Adopt(VELM_CForm<TYPE>::Load(ar, owned.operand, HOW()), VELM_CArchive::plainOwner);
+    AfxAdopt(ar, VELM_CForm<TYPE>::Load(ar, owned.operand, HOW()));
     return ar;
 }
 
