@@ -22,6 +22,7 @@
 #include <stdint.h>
 #include <string.h>
 
+#include <atomic>
 #include <iterator>
 
 #include "mcl/mfc_base.h"
@@ -130,11 +131,11 @@ public:
     typedef VELM_CMapIterator<VELM_CMapTable, decltype(ASSOC::value)> iterator;             ///< Of the entries.
     typedef VELM_CMapIterator<VELM_CMapTable, const decltype(ASSOC::value)> const_iterator; ///< Of a const map.
     /// The first entry.
-    iterator begin() { return iterator(this, m_nCount == 0 ? NULL : FirstFrom(0)); }
+    iterator begin() { return iterator(this, m_nCount == 0 ? NULL : First()); }
     /// Behind the last entry.
     iterator end() { return iterator(this, NULL); }
     /// \copydoc begin()
-    const_iterator begin() const { return const_iterator(this, m_nCount == 0 ? NULL : FirstFrom(0)); }
+    const_iterator begin() const { return const_iterator(this, m_nCount == 0 ? NULL : First()); }
     /// \copydoc end()
     const_iterator end() const { return const_iterator(this, NULL); }
     /// The position before the first entry; NULL when there is none.
@@ -177,6 +178,9 @@ private:
     VELM_CAssocRoom<VELM_CAssoc>* m_pSpare;
     int m_nBuilt;            // parts of the first free node that are constructed: not 0 only after a raise
     mutable bool m_bTouched; // by NewAssoc or FreeAssoc, since the map was empty
+    // Every bucket before this one is empty, unless m_bTouched: so that taking the first entry again and again does not
+    // look at the same empty buckets each time. Atomic, since two threads may look for the first entry of one map.
+    mutable std::atomic<unsigned> m_nFirst;
 
     static __POSITION* BeforeFirst() { return reinterpret_cast<__POSITION*>(~uintptr_t(0)); }
     unsigned Bucket(ARG_KEY key) const
@@ -184,6 +188,7 @@ private:
         const unsigned nHash = VELM_CAssoc::Hash(key);
         return m_nHashTableSize == 0 ? 0 : nHash % m_nHashTableSize;
     }
+    VELM_CAssoc* First() const;
     VELM_CAssoc* FirstFrom(unsigned nBucket) const;
     void AbandonBuilt()
     {
@@ -205,7 +210,7 @@ private:
 template <class ASSOC, class ARG_KEY>
 VELM_CMapTable<ASSOC, ARG_KEY>::VELM_CMapTable(int nBlockSize)
     : m_pHashTable(NULL), m_nHashTableSize(17), m_nCount(0), m_pFreeList(NULL), m_pBlocks(NULL), m_nBlockSize(1),
-      m_pIndex(NULL), m_pSpare(NULL), m_nBuilt(0), m_bTouched(false)
+      m_pIndex(NULL), m_pSpare(NULL), m_nBuilt(0), m_bTouched(false), m_nFirst(0)
 {
     if (VELM_ASSERT(nBlockSize > 0))
         m_nBlockSize = nBlockSize;
@@ -308,6 +313,8 @@ template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Fin
     if (pAssoc == NULL)
         return NULL;
     pAssoc->nHashValue = nHash;
+    if (nHash < m_nFirst.load(std::memory_order_relaxed))
+        m_nFirst.store(nHash, std::memory_order_relaxed);
     LinkFirst(pAssoc);
     return pAssoc;
 }
@@ -388,7 +395,7 @@ template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Ass
     if (!VELM_ASSERT(pAssocRet != NULL))
         return NULL;
     if (position == BeforeFirst()) {
-        pAssocRet = FirstFrom(0);
+        pAssocRet = First();
         VELM_ASSERT(pAssocRet != NULL);
     }
     return pAssocRet;
@@ -399,6 +406,15 @@ __POSITION* VELM_CMapTable<ASSOC, ARG_KEY>::PositionBehind(const VELM_CAssoc* pA
 {
     VELM_CAssoc* pNext = pAssoc->pNext != NULL ? pAssoc->pNext : FirstFrom(pAssoc->nHashValue + 1);
     return reinterpret_cast<__POSITION*>(pNext);
+}
+
+// The head of the first chain that is not empty.
+template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::First() const
+{
+    VELM_CAssoc* pAssoc = FirstFrom(m_bTouched ? 0 : m_nFirst.load(std::memory_order_relaxed));
+    if (pAssoc != NULL)
+        m_nFirst.store(pAssoc->nHashValue, std::memory_order_relaxed);
+    return pAssoc;
 }
 
 // The head of the first chain that is not empty, from the bucket on.

@@ -236,6 +236,33 @@ TEST(Large, MapsOfSeventeenBuckets)
     EXPECT_EQ(nRemoved, nMany);
 }
 
+TEST(Large, FirstEntriesOfManyBuckets)
+{
+    std::vector<uint32_t> words(nMany);
+    VELM_CMapPtrToPtr map;
+    VELM_CMap<unsigned, unsigned, int, int> numbers;
+    map.InitHashTable(5 * nMany), numbers.InitHashTable(5 * nMany);
+    for (uint32_t i = 0; i < nMany; ++i) {
+        words[i] = i * 80; // five buckets from one to the next
+        map[&words[i]], numbers[i * 80];
+    }
+    unsigned nWrong = 0;
+    for (uint32_t i = 0; i < nMany; ++i) {
+        const unsigned nAgain = i % 1000 == 999; // an entry that was taken comes back
+        if (nAgain)
+            map[&words[i - 500]], numbers[(i - 500) * 80];
+        for (unsigned n = 0; n <= nAgain; ++n) {
+            __POSITION* position = map.GetStartPosition();
+            void *pKey, *pValue;
+            map.GetNextAssoc(position, pKey, pValue);
+            nWrong +=
+                pKey != &words[n < nAgain ? i - 500 : i] || (*numbers.begin()).key != *static_cast<unsigned*>(pKey);
+            map.RemoveKey(pKey), numbers.RemoveKey((*numbers.begin()).key);
+        }
+    }
+    EXPECT_EQ(Row() << nWrong << map.GetCount() << numbers.GetCount(), "0 0 0");
+}
+
 TEST(Large, GraphsAndArrays)
 {
     std::vector<std::unique_ptr<Node>> nodes;
