@@ -105,12 +105,17 @@ private:
 ///
 /// An operation whose check fails changes nothing and delivers NULL or 0. Exhausted memory, and whatever else raises
 /// while an entry is made, leaves the map as it was.
+///
+/// A program may read the chains at any time, and change `value` and `nValue` of a node. After any other change to what
+/// the chains consist of (the fields of the map, or `pNext`, `nHashValue` or `key` of a node), it tells the map so by
+/// `WalkChains` before the next operation; `NewAssoc` and `FreeAssoc` tell it as well. An operation on a map that was
+/// not told may miss a node that is on a chain, or find one that no longer is.
 template <class ASSOC, class ARG_KEY> class VELM_API VELM_CMapTable : public VELM_CObject {
 public:
     typedef ASSOC VELM_CAssoc; ///< The node.
     typedef ASSOC CAssoc;      ///< The node, by its short name.
 
-    VELM_CAssoc** m_pHashTable; ///< The bucket heads, of operator new[]; NULL while there is no table.
+    VELM_CAssoc** m_pHashTable; ///< The bucket heads, of operator new[]; NULL while there is no table. See above.
     unsigned m_nHashTableSize;  ///< Number of buckets; kept while there is no table.
     int m_nCount;               ///< Number of entries.
     VELM_CAssoc* m_pFreeList;   ///< The first free node.
@@ -150,11 +155,16 @@ public:
     int RemoveKey(ARG_KEY key);
     /// The node of the key, or NULL; `nHash` receives its bucket in any case.
     VELM_CAssoc* GetAssocAt(ARG_KEY key, unsigned& nHash) const;
+    /// Tells the map that a program has changed its chains, or is about to: from here on until the map is empty, every
+    /// operation walks the chains, so that finding an entry takes as long as its chain is. Where nothing was changed by
+    /// hand, finding takes the same time in a map of any size.
+    void WalkChains() { DropIndex(true); }
     /// Takes a node off the free list, which a new block refills, and counts it. Its `pNext` and `nHashValue` are for
-    /// the caller to set. Asserts "m_pFreeList != NULL" and "m_nCount > 0".
+    /// the caller to set, who then puts it on a chain; see `WalkChains`. Asserts "m_pFreeList != NULL" and "m_nCount >
+    /// 0".
     VELM_CAssoc* NewAssoc();
-    /// Puts a node that is on no chain back on the free list. When it was the last one in use, empties the map.
-    /// Asserts "m_nCount >= 0".
+    /// Puts a node that is on no chain back on the free list; see `WalkChains`. When it was the last one in use,
+    /// empties the map. Asserts "m_nCount >= 0".
     void FreeAssoc(VELM_CAssoc* pAssoc);
 
 protected:
@@ -177,7 +187,7 @@ private:
     mutable VELM_CMapIndex* m_pIndex;
     VELM_CAssocRoom<VELM_CAssoc>* m_pSpare;
     int m_nBuilt;            // parts of the first free node that are constructed: not 0 only after a raise
-    mutable bool m_bTouched; // by NewAssoc or FreeAssoc, since the map was empty
+    mutable bool m_bTouched; // by WalkChains, NewAssoc or FreeAssoc, since the map was empty
     // Every bucket before this one is empty, unless m_bTouched: so that taking the first entry again and again does not
     // look at the same empty buckets each time. Atomic, since two threads may look for the first entry of one map.
     mutable std::atomic<unsigned> m_nFirst;
@@ -286,8 +296,9 @@ template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Unl
     return pAssoc;
 }
 
-template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::DropIndex(bool) const
+template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::DropIndex(bool bTouched) const
 {
+    m_bTouched = bTouched;
 }
 
 template <class ASSOC, class ARG_KEY>
@@ -364,13 +375,13 @@ template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Tak
 
 template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::NewAssoc()
 {
-    DropIndex(true);
+    WalkChains();
     return BuildFirstFree() ? TakeFirstFree() : NULL;
 }
 
 template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::FreeAssoc(VELM_CAssoc* pAssoc)
 {
-    DropIndex(true);
+    WalkChains();
     if (pAssoc != NULL)
         PutBack(pAssoc);
 }
@@ -434,9 +445,9 @@ template <class ASSOC, class ARG_KEY> ASSOC& VELM_CMapTable<ASSOC, ARG_KEY>::Spa
 
 /// A node of the pointer-keyed map.
 struct VELM_API VELM_CPtrAssoc {
-    VELM_CPtrAssoc* pNext; ///< The next node of the chain, or of the free list.
-    unsigned nHashValue;   ///< The bucket.
-    void* key;             ///< The key.
+    VELM_CPtrAssoc* pNext; ///< The next node of the chain, or of the free list. A map is told of changes: `WalkChains`.
+    unsigned nHashValue;   ///< The bucket. A map is told of changes.
+    void* key;             ///< The key. A map is told of changes.
     void* value;           ///< The value.
     unsigned nValue;       ///< A second value, for the caller's use.
 
@@ -500,9 +511,9 @@ public:
 
 /// A node of a template map.
 template <class KEY, class ARG_KEY, class VALUE> struct VELM_API VELM_CMapAssoc {
-    VELM_CMapAssoc* pNext; ///< The next node of the chain, or of the free list.
-    unsigned nHashValue;   ///< The bucket.
-    KEY key;               ///< The node's own key.
+    VELM_CMapAssoc* pNext; ///< The next node of the chain, or of the free list. A map is told of changes: `WalkChains`.
+    unsigned nHashValue;   ///< The bucket. A map is told of changes.
+    KEY key;               ///< The node's own key. A map is told of changes.
     VALUE value;           ///< The value.
 
     enum { bOwnsNothing = 0 }; ///< Key and value are destroyed when a node goes.

@@ -12,10 +12,10 @@
 // 48 bits of the link and, above them, 16 of the hash, so that the nodes of other entries are hardly ever looked at.
 //
 // - Every node on a chain has a slot as long as the map keeps an index. A new head moves the link of the old one.
-// - What the index says is believed only as long as the chains bear it out, so that chains changed by hand count: a
-//   link must point at a node of the key, what is before a node that is unlinked must be linked itself, and a bucket's
-//   head must be the one that was left there. Else the index is dropped, and the next insertion makes a new one. A map
-//   whose nodes a caller takes or frees by NewAssoc and FreeAssoc has none until it is empty again.
+// - A program that changes the chains by hand tells the map so, by WalkChains, NewAssoc or FreeAssoc: then there is no
+//   index until the map is empty again. Where it forgets to, much is noticed: a link must point at a node of the key,
+//   what is before a node that is unlinked must be linked itself, and a bucket's head must be the one that was left
+//   there. Else the index is dropped, and the next insertion makes a new one.
 // - Nothing but an insertion makes an index. Without memory for it there is none, and the chains are walked.
 //
 // Link and node of a far key are far as well, and known only when the slot has come. So that the two need not be waited

@@ -4,6 +4,7 @@
 #include <array>
 #include <memory>
 #include <random>
+#include <set>
 
 #include "tests/support/graph.h"
 #include "tests/support/watch.h"
@@ -122,28 +123,50 @@ TEST(Hidden, ChainsAreAsTheyWouldBeWithoutAnIndex)
     }
 }
 
-TEST(Hidden, WhatIsUnlinkedByHandStaysSoWhileTheMapGrows)
+// Chains changed behind their heads, of which nothing but WalkChains tells the map.
+template <class MAP, class KEY> static void CheckChangesByHand(const std::vector<KEY>& keys, KEY other)
 {
-    std::vector<VELM_CObject> keys(3000); // all in one bucket
-    VELM_CMapPtrToPtr map;
-    std::vector<int> unlinked(keys.size());
-    for (size_t i = 0; i < keys.size(); ++i) {
-        map[&keys[i]] = &keys[i];
-        if (i % 100 != 60)
-            continue;
-        unsigned nBucket;
-        auto* const pAssoc = map.GetAssocAt(&keys[i - 30], nBucket);
-        auto** ppLink = &map.m_pHashTable[nBucket];
-        while (*ppLink != pAssoc)
-            ppLink = &(*ppLink)->pNext;
-        *ppLink = pAssoc->pNext, unlinked[i - 30] = 1;
-        EXPECT_EQ(map.RemoveKey(&keys[i - 31]), 1) << i; // which was behind it
-        unlinked[i - 31] = 1;
+    typedef typename MAP::VELM_CAssoc Assoc;
+    const std::function<void(MAP&, Assoc*)> changes[] = {
+        [](MAP&, Assoc* p) { p->pNext = p->pNext->pNext->pNext; },              // two nodes are taken off at once
+        [&](MAP&, Assoc* p) { p->pNext->key = other; },                         // one has another key
+        [](MAP&, Assoc* p) { std::swap(p->pNext->key, p->pNext->pNext->key); }, // two change places
+        [](MAP& map, Assoc* p) {                                                // one is put on an earlier chain
+            Assoc* const pMoved = p->pNext;
+            p->pNext = pMoved->pNext, pMoved->pNext = nullptr, pMoved->nHashValue = 0, map.m_pHashTable[0] = pMoved;
+        }};
+    for (size_t i = 0; i < std::size(changes); ++i) {
+        MAP map;
+        unsigned nBucket, nRemoved = 0;
+        for (const KEY key : keys)
+            map[key];
+        auto* const pFirst = map.GetAssocAt((*map.begin()).key, nBucket);
+        changes[i](map, pFirst->pNext->pNext);
+        map.WalkChains();
+        std::set<KEY> linked;
+        for (auto* p = pFirst; p != nullptr; p = p->pNext)
+            linked.insert(p->key);
+        for (const KEY key : keys)
+            EXPECT_EQ(map.GetAssocAt(key, nBucket) != nullptr, linked.count(key) == 1) << i;
+        EXPECT_EQ((*map.begin()).key == pFirst->key, map.m_pHashTable[0] == nullptr) << i;
+        for (const KEY key : keys)
+            nRemoved += static_cast<unsigned>(map.RemoveKey(key));
+        EXPECT_EQ(nRemoved, linked.size() - linked.count(other)) << i;
     }
-    for (size_t i = 0; i < keys.size(); ++i) {
-        void* pValue;
-        EXPECT_EQ(map.Lookup(&keys[i], pValue), !unlinked[i]) << i;
-    }
+}
+
+TEST(Hidden, ChangesByHandCountOnceTheMapIsTold)
+{
+    static uint32_t words[300]; // with other words: all in one bucket
+    std::vector<void*> pointers;
+    std::vector<unsigned> numbers;
+    for (unsigned i = 0; i < 300; ++i)
+        words[i] = 5 * 16, pointers.push_back(&words[i]), numbers.push_back((5 + 17 * i) * 16);
+    const unsigned nOther = numbers.back();
+    void* const pOther = pointers.back();
+    numbers.pop_back(), pointers.pop_back();
+    CheckChangesByHand<VELM_CMapPtrToPtr>(pointers, pOther);
+    CheckChangesByHand<VELM_CMap<unsigned, unsigned, int, int>>(numbers, nOther);
 }
 
 TEST(Hidden, StringArraysGrowAndCutAsWithoutRoom)
