@@ -12,8 +12,8 @@
 /// The class record that an object must be of, or derived from, to be loaded through a `TYPE*`: `TYPE::classRecord`,
 /// which is the class's own, not one that it inherits. A class whose record has another name specialises this.
 template <class TYPE> struct VELM_CClassOf {
-    /// The record; NULL for any class.
-    static const VELM_CRuntimeClass* Record() { return &TYPE::classRecord; }
+    /// The record; NULL for any class. Not there for a class without a record.
+    template <class OWN = TYPE> static auto Record() -> decltype(&OWN::classRecord) { return &OWN::classRecord; }
 };
 /// Any object goes for the root of the classes.
 template <> struct VELM_CClassOf<VELM_CObject> {

@@ -509,6 +509,36 @@ public:
     void GetNextAssoc(__POSITION*& rNextPosition, void*& rKey, void*& rValue) const;
 };
 
+/// How a map takes its keys, where KEY is the type of those that it keeps. In general: an argument is hashed by
+/// `HashKey`, or by its address if it is a `const char*`, and a key that was loaded is converted to an argument.
+///
+/// `VELM_CString` and `std::string` keys are hashed by their texts, whatever the argument is; NULL is the empty text. A
+/// program may specialise this for keys of its own.
+template <class KEY, class ARG_KEY> struct VELM_CMapKey {
+    /// The hash value of an argument.
+    static unsigned Hash(ARG_KEY key) { return VELM_CKeyHash<ARG_KEY>::Hash(key); }
+    /// The argument that a given one stands for.
+    static ARG_KEY Given(ARG_KEY key) { return key; }
+    /// The argument for a stored key, as long as that stays as it is.
+    static ARG_KEY Argument(const KEY& key) { return static_cast<ARG_KEY>(key); }
+};
+/// \cond
+template <class CHAR> struct VELM_CTextKey {
+    static CHAR* Given(CHAR* key) { return key == NULL ? const_cast<CHAR*>("") : key; }
+    static unsigned Hash(CHAR* key) { return HashKey(const_cast<char*>(key)); }
+    static CHAR* Argument(const VELM_CString& key) { return key.m_data; }
+    static CHAR* Argument(const std::string& key) { return const_cast<CHAR*>(key.c_str()); }
+};
+template <> struct VELM_CMapKey<VELM_CString, char*> : VELM_CTextKey<char> {
+};
+template <> struct VELM_CMapKey<VELM_CString, const char*> : VELM_CTextKey<const char> {
+};
+template <> struct VELM_CMapKey<std::string, char*> : VELM_CTextKey<char> {
+};
+template <> struct VELM_CMapKey<std::string, const char*> : VELM_CTextKey<const char> {
+};
+/// \endcond
+
 /// A node of a template map.
 template <class KEY, class ARG_KEY, class VALUE> struct VELM_API VELM_CMapAssoc {
     VELM_CMapAssoc* pNext; ///< The next node of the chain, or of the free list. A map is told of changes: `WalkChains`.
@@ -516,13 +546,18 @@ template <class KEY, class ARG_KEY, class VALUE> struct VELM_API VELM_CMapAssoc 
     KEY key;               ///< The node's own key. A map is told of changes.
     VALUE value;           ///< The value.
 
-    enum { bOwnsNothing = 0 }; ///< Key and value are destroyed when a node goes.
-    /// As `HashKey`; of a `const char*`, the address.
-    static unsigned Hash(ARG_KEY key) { return VELM_CKeyHash<ARG_KEY>::Hash(key); }
+    enum { bOwnsNothing = 0 };                ///< Key and value are destroyed when a node goes.
+    typedef VELM_CMapKey<KEY, ARG_KEY> KeyOf; ///< How the map takes its keys.
+    /// The hash value of the key.
+    static unsigned Hash(ARG_KEY key) { return KeyOf::Hash(key); }
     /// Whether this is the key, as by `CompareElements`.
-    bool Matches(ARG_KEY k) const { return CompareElements(&key, &k) != 0; }
+    bool Matches(ARG_KEY k) const
+    {
+        const ARG_KEY given = KeyOf::Given(k);
+        return CompareElements(&key, &given) != 0;
+    }
     /// Takes a copy of the key.
-    void SetKey(ARG_KEY k) { key = k; }
+    void SetKey(ARG_KEY k) { key = KeyOf::Given(k); }
     /// Constructs key and value by `ConstructElements`; `rBuilt` counts them as they are.
     void Construct(int& rBuilt)
     {
@@ -557,7 +592,10 @@ template <class KEY, class ARG_KEY, class VALUE> struct VELM_API VELM_CMapAssoc 
 /// two entries there.
 ///
 /// `Serialize` prints "CObject Serialize NYI\n" on standard output. It stores the count and, in the order of iteration,
-/// each key and value; loading merges those entries into the map, and raises 3 when the data ends.
+/// each key and value; loading merges those entries into the map, and raises 3 when the data ends. With keys or values
+/// that have no form in an archive (see `SerializeElements`) a map can be used, but raises 1 there. Those of the
+/// standard library have one where `mfc_std.h` is included, which must then be so in every source file that uses the
+/// map.
 template <class KEY, class ARG_KEY, class VALUE, class ARG_VALUE>
 class VELM_API VELM_CMap : public VELM_CMapTable<VELM_CMapAssoc<KEY, ARG_KEY, VALUE>, ARG_KEY> {
     typedef VELM_CMapTable<VELM_CMapAssoc<KEY, ARG_KEY, VALUE>, ARG_KEY> Table;
@@ -624,6 +662,7 @@ void VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::Serialize(VELM_CArchive& ar)
         }
         return;
     }
+    typedef typename std::conditional<std::is_assignable<VALUE&, VALUE&&>::value, VALUE&&, VALUE&>::type Loaded;
     // The archive holds what is loaded before it is in the map: a raise of an element helper must not lose it.
     VELM_CAssocRoom<VELM_CAssoc>* pLoaded = AfxNew(new (std::nothrow) VELM_CAssocRoom<VELM_CAssoc>);
     ar.Hold(pLoaded);
@@ -634,7 +673,7 @@ void VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::Serialize(VELM_CArchive& ar)
             SerializeElements(ar, &entry.value, 1);
         if (ar.IsDataEnded())
             break;
-        (*this)[static_cast<ARG_KEY>(entry.key)] = entry.value;
+        (*this)[VELM_CAssoc::KeyOf::Argument(entry.key)] = static_cast<Loaded>(entry.value);
     }
     ar.DropHeld(pLoaded);
     ar.RaiseDataEnded(); // of a value whose helper does not raise

@@ -130,18 +130,28 @@ template <class TYPE, class ENABLE = void> struct VELM_CForm {
     template <class HOW> static bool MayReplace(VELM_CArchive&, const TYPE&, HOW) { return true; }
 };
 
+template <class TYPE> struct VELM_CObjectClass {
+    static_assert(std::is_base_of<VELM_CObject, TYPE>::value,
+                  "a pointer goes through an archive when its class derives from VELM_CObject");
+    static const VELM_CRuntimeClass* Record() { return VELM_CClassOf<TYPE>::Record(); }
+    static const VELM_CObject* Root(const TYPE* pOb) { return pOb; }
+};
+
 template <class TYPE> struct VELM_CForm<TYPE*> {
     enum { bStandard = 0, nLeast = 4 };
     template <class HOW> static constexpr int nPlain() { return HOW::bOwns; }
     template <class HOW> static constexpr bool bOwner() { return HOW::bOwns; }
-    static void Store(VELM_CArchive& ar, TYPE* pOb, VELM_CRefers) { ar.WriteObject(pOb); }
+    static void Store(VELM_CArchive& ar, TYPE* pOb, VELM_CRefers)
+    {
+        ar.WriteObject(VELM_CObjectClass<TYPE>::Root(pOb));
+    }
     template <class HOW> static void Store(VELM_CArchive& ar, TYPE* pOb, HOW)
     {
-        ar.WriteForOwner(pOb, VELM_CArchive::plainOwner, HOW::bOrNull);
+        ar.WriteForOwner(VELM_CObjectClass<TYPE>::Root(pOb), VELM_CArchive::plainOwner, HOW::bOrNull);
     }
     static unsigned Load(VELM_CArchive& ar, TYPE*& rpOb, VELM_CRefers)
     {
-        rpOb = static_cast<TYPE*>(ar.ReadObject(VELM_CClassOf<TYPE>::Record()));
+        rpOb = static_cast<TYPE*>(ar.ReadObject(VELM_CObjectClass<TYPE>::Record()));
         return 0;
     }
     template <class HOW> static unsigned Load(VELM_CArchive& ar, TYPE*& rpOb, HOW)
@@ -154,8 +164,6 @@ template <class TYPE> struct VELM_CForm<TYPE*> {
 
 // What the smart pointers have in common.
 template <class TYPE> struct VELM_CSmartForm {
-    static_assert(std::is_base_of<VELM_CObject, TYPE>::value,
-                  "a smart pointer goes through an archive when its class derives from VELM_CObject");
     enum { bStandard = 1, nLeast = 4 };
     template <class HOW> static constexpr int nPlain() { return 0; }
     template <class HOW> static constexpr bool bOwner() { return true; }
@@ -166,7 +174,7 @@ template <class TYPE> struct VELM_CForm<std::unique_ptr<TYPE>> : VELM_CSmartForm
     typedef std::unique_ptr<TYPE> Pointer;
     template <class HOW> static void Store(VELM_CArchive& ar, const Pointer& pOb, HOW)
     {
-        ar.WriteForOwner(pOb.get(), VELM_CArchive::smartOwner, HOW::bOrNull);
+        ar.WriteForOwner(VELM_CObjectClass<TYPE>::Root(pOb.get()), VELM_CArchive::smartOwner, HOW::bOrNull);
     }
     template <class HOW> static unsigned Load(VELM_CArchive& ar, Pointer& rpOb, HOW how)
     {
@@ -175,7 +183,7 @@ template <class TYPE> struct VELM_CForm<std::unique_ptr<TYPE>> : VELM_CSmartForm
             return nIndex;
         rpOb.reset();
         VELM_CObject* const pOb =
-            ar.ReadForOwner(VELM_CClassOf<TYPE>::Record(), VELM_CArchive::smartOwner, HOW::bOrNull, nIndex);
+            ar.ReadForOwner(VELM_CObjectClass<TYPE>::Record(), VELM_CArchive::smartOwner, HOW::bOrNull, nIndex);
         rpOb.reset(static_cast<TYPE*>(pOb));
         ar.Adopt(nIndex, VELM_CArchive::smartOwner);
         return VELM_CSmartForm<TYPE>::Result(nIndex);
@@ -213,7 +221,7 @@ template <class TYPE, class POINTER>
 unsigned AfxLoadShare(VELM_CArchive& ar, POINTER& rpOb, VELM_CArchive::Owner kind, int bOrNull)
 {
     unsigned nIndex;
-    VELM_CObject* const pOb = ar.ReadForOwner(VELM_CClassOf<TYPE>::Record(), kind, bOrNull, nIndex);
+    VELM_CObject* const pOb = ar.ReadForOwner(VELM_CObjectClass<TYPE>::Record(), kind, bOrNull, nIndex);
     if (pOb == NULL) {
         rpOb.reset();
     } else if (nIndex == 0) { // not the archive's any more
@@ -237,7 +245,7 @@ template <class TYPE> struct VELM_CForm<std::shared_ptr<TYPE>> : VELM_CSmartForm
     typedef std::shared_ptr<TYPE> Pointer;
     template <class HOW> static void Store(VELM_CArchive& ar, const Pointer& pOb, HOW)
     {
-        ar.WriteForOwner(pOb.get(), VELM_CArchive::sharedOwner, HOW::bOrNull);
+        ar.WriteForOwner(VELM_CObjectClass<TYPE>::Root(pOb.get()), VELM_CArchive::sharedOwner, HOW::bOrNull);
     }
     template <class HOW> static unsigned Load(VELM_CArchive& ar, Pointer& rpOb, HOW how)
     {
@@ -256,7 +264,8 @@ template <class TYPE> struct VELM_CForm<std::weak_ptr<TYPE>> : VELM_CSmartForm<T
     template <class HOW> static constexpr bool bOwner() { return false; }
     template <class HOW> static void Store(VELM_CArchive& ar, const Pointer& pOb, HOW)
     {
-        ar.WriteForOwner(pOb.lock().get(), VELM_CArchive::weakOwner, HOW::bOrNull); // others share it
+        const TYPE* const pShared = pOb.lock().get(); // which others share
+        ar.WriteForOwner(VELM_CObjectClass<TYPE>::Root(pShared), VELM_CArchive::weakOwner, HOW::bOrNull);
     }
     template <class HOW> static unsigned Load(VELM_CArchive& ar, Pointer& rpOb, HOW)
     {

@@ -6,6 +6,15 @@
 #include "mcl/mfc_cobj.h"
 #include "mcl/mfc_memory.h"
 
+void AfxRefuseElement(VELM_CArchive& ar)
+{
+    VELM_CArchiveInside& inside = VELM_CArchiveInside::Of(ar);
+    inside.Fail(VELM_CArchiveException::causeGeneric, inside.Offset(), "an element of a type that no archive takes");
+    unsigned char nDropped; // where the raise returns: so that a count of such elements costs no more than the data
+    if (!ar.IsStoring())
+        ar.LoadByte(nDropped);
+}
+
 template <> int CompareElements(const fxStr* pElement1, const char* const* pElement2)
 {
     return *pElement1 == (*pElement2 == nullptr ? "" : *pElement2);

@@ -10,9 +10,13 @@
 #include <string.h>
 
 #include <new>
+#include <string>
+#include <type_traits>
+#include <utility>
 
 #include "host/fxStr.h"
 #include "mcl/mfc_carccore.h"
+#include "mcl/mfc_carcown.h"
 
 /// \addtogroup collections
 /// \{
@@ -38,26 +42,65 @@ template <class TYPE> void DestructElements(TYPE* pElements, int nCount)
         pElements[i].~TYPE();
 }
 
-/// Stores elements in the archive, or loads them over constructed ones. In general: each by operator<< and >>. Where
-/// the data ends and the raise returns, the later elements stay as they were.
+/// Raises 1, storing and loading, for an element that has no form in an archive.
+VELM_API void AfxRefuseElement(VELM_CArchive& ar);
+
+/// \cond
+// Whether an element has operators << and >>; or else is a pointer to objects of a class with a record.
+template <class TYPE, class = void> struct VELM_CHasOperators : std::false_type {
+};
+template <class TYPE>
+struct VELM_CHasOperators<TYPE, decltype(void(std::declval<VELM_CArchive&>() << std::declval<TYPE&>()),
+                                         void(std::declval<VELM_CArchive&>() >> std::declval<TYPE&>()))>
+    : std::true_type {
+};
+template <class TYPE, class = void> struct VELM_CIsReference : std::false_type {
+};
+template <class TYPE>
+struct VELM_CIsReference<TYPE*, decltype(void(VELM_CClassOf<TYPE>::Record()))>
+    : std::integral_constant<bool,
+                             std::is_convertible<TYPE*, VELM_CObject*>::value && !VELM_CHasOperators<TYPE*>::value> {
+};
+
+template <class TYPE>
+typename std::enable_if<VELM_CHasOperators<TYPE>::value>::type AfxSerializeElement(VELM_CArchive& ar, TYPE& rElement)
+{
+    if (ar.IsStoring())
+        ar << rElement;
+    else
+        ar >> rElement;
+}
+
+template <class TYPE>
+typename std::enable_if<VELM_CIsReference<TYPE*>::value>::type AfxSerializeElement(VELM_CArchive& ar, TYPE*& rpOb)
+{
+    if (ar.IsStoring())
+        ar.WriteObject(rpOb);
+    else
+        rpOb = static_cast<TYPE*>(ar.ReadObject(VELM_CClassOf<TYPE>::Record()));
+}
+
+template <class TYPE>
+typename std::enable_if<!VELM_CHasOperators<TYPE>::value && !VELM_CIsReference<TYPE>::value>::type
+AfxSerializeElement(VELM_CArchive& ar, TYPE&)
+{
+    AfxRefuseElement(ar);
+}
+/// \endcond
+
+/// Stores elements in the archive, or loads them over constructed ones. In general: each by operator<< and >>; a
+/// pointer to a class derived from `VELM_CObject` as an object reference, see `VELM_CClassOf`. An element that has
+/// neither raises 1 when it is to be stored or loaded. Where the data ends and the raise returns, the later elements
+/// stay as they were.
 template <class TYPE> void SerializeElements(VELM_CArchive& ar, TYPE* pElements, int nCount)
 {
     for (int i = 0; i < nCount; ++i) {
-        if (ar.IsStoring()) {
-            ar << pElements[i];
-        } else {
-            ar >> pElements[i];
-            if (ar.IsDataEnded())
-                return;
-        }
+        AfxSerializeElement(ar, pElements[i]);
+        if (!ar.IsStoring() && ar.IsDataEnded())
+            return;
     }
 }
 
-/// The hash value of a key, in general: of its 32 low bits, as an integer or an address, shifted right by 4.
-template <class ARG_KEY> unsigned HashKey(ARG_KEY key)
-{
-    return static_cast<uint32_t>((uintptr_t)key) >> 4;
-}
 /// The hash value of a text; NULL counts as the empty text, whose value is 0.
 VELM_API unsigned HashKey(char* key);
 /// The same: the text is left as it is.
@@ -66,12 +109,34 @@ inline unsigned HashKey(const char* key)
     return HashKey(const_cast<char*>(key));
 }
 
+/// \cond
+template <class KEY> unsigned AfxHashOf(const KEY& key)
+{
+    return static_cast<uint32_t>((uintptr_t)key) >> 4;
+}
+inline unsigned AfxHashOf(const VELM_CString& key)
+{
+    return HashKey(key.m_data);
+}
+inline unsigned AfxHashOf(const std::string& key)
+{
+    return HashKey(key.c_str());
+}
+/// \endcond
+
+/// The hash value of a key, in general: of its 32 low bits, as an integer or an address, shifted right by 4. Of a
+/// `VELM_CString` or a `std::string`, that of its text up to the first NUL.
+template <class ARG_KEY> unsigned HashKey(ARG_KEY key)
+{
+    return AfxHashOf(key);
+}
+
 /// How a map hashes its keys: by `HashKey`.
 template <class ARG_KEY> struct VELM_CKeyHash {
     /// The hash value.
     static unsigned Hash(ARG_KEY key) { return HashKey(key); }
 };
-/// A map with `const char*` keys does not look at the text: it hashes the address.
+/// A `const char*` is hashed by its address, without a look at the text; but see `VELM_CMapKey`.
 template <> struct VELM_CKeyHash<const char*> {
     /// The hash value.
     static unsigned Hash(const char* key) { return HashKey<const char*>(key); }

@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <memory>
+
+#include "mcl/mfc_std.h"
 
 #include "tests/support/watch.h"
 
@@ -178,5 +181,80 @@ TEST(Maps, FailedChecksAndCutDataAreHarmless)
         TextMap map;
         EXPECT_EQ(Load(map, Bytes(lpszHostile) + Bytes("0161 01000000")), "raise 3");
         EXPECT_EQ(map.m_nCount, 1);
+    }
+}
+
+struct Item : VELM_CObject {
+    static VELM_CRuntimeClass classRecord;
+    VELM_CRuntimeClass* GetRuntimeClass() const override { return &classRecord; }
+    void Serialize(VELM_CArchive&) override {}
+};
+VELM_CRuntimeClass Item::classRecord = {"Item", 0, 1};
+
+// Maps from strings, which are found by their texts, to objects, which are shared again.
+template <class KEY, class ARG_KEY> static void CheckStringKeys()
+{
+    std::string text = "abc", same = "abc", other = "b", none;
+    const auto arg = [](std::string& str) { return VELM_CMapKey<std::string, ARG_KEY>::Argument(str); };
+    Item one, two;
+    VELM_CMap<KEY, ARG_KEY, Item*, Item*> map, loaded, wrong;
+    map[arg(text)] = &one, map[arg(other)] = &two, map[arg(same)] = &two, map[arg(none)] = nullptr;
+    MemoryFile file;
+    Printed([&] { file.data = Stored([&](VELM_CArchive& to) { map.Serialize(to); }); });
+    EXPECT_EQ(file.data.size(), 4 + 7 + 16 + 4 + 4u); // count, texts, class and first object, second mention, NULL
+    VELM_CClassTable classes, noClasses;
+    classes.Add<Item>(&Item::classRecord);
+    VELM_CArchive ar(&file, VELM_CArchive::load), again(&file, VELM_CArchive::load);
+    ar.SetClassTable(&classes), again.SetClassTable(&noClasses);
+    Printed([&] { loaded.Serialize(ar); });
+    EXPECT_EQ(loaded.GetCount(), 3);
+    EXPECT_TRUE(loaded[arg(same)] != nullptr && loaded[arg(same)] == loaded[arg(other)] && !loaded[arg(none)]);
+    file.nPosition = 0;
+    Printed([&] { EXPECT_EQ(Outcome([&] { wrong.Serialize(again); }), "raise 1"); });
+    EXPECT_EQ(loaded.RemoveKey(arg(text)) + loaded.RemoveKey(arg(same)), 1);
+    ar.DeleteLoadedObjects();
+}
+
+struct Unknown : VELM_CObject { // without a record
+};
+struct Plain { // can only be moved
+    std::unique_ptr<int> pNumber;
+};
+
+// Maps that cannot be archived, of types that archives do not take, can be used.
+template <class VALUE> static void CheckRefused(bool bRaiseReturns)
+{
+    VELM_CMap<int, int, VALUE, VALUE> map, loaded;
+    map[16], map[32];
+    EXPECT_EQ(Row() << map.GetCount() << map.RemoveKey(16) << map.RemoveKey(16), "2 1 0");
+    MemoryFile file;
+    VELM_CArchive to(&file, VELM_CArchive::store), from(&file, VELM_CArchive::load);
+    Printed([&] {
+        EXPECT_EQ(Outcome([&] { map.Serialize(to); }, bRaiseReturns), "raise 1");
+        EXPECT_STREQ(to.GetErrorText(), "offset 8: an element of a type that no archive takes");
+        to.Close();
+        file.data[0] = '\xF0'; // 240 entries, of which nothing is there
+        EXPECT_EQ(Outcome([&] { loaded.Serialize(from); }, bRaiseReturns),
+                  bRaiseReturns ? "raise 1; raise 3" : "raise 1");
+    });
+    EXPECT_EQ(loaded.GetCount(), 0);
+}
+
+TEST(Maps, OfStringsObjectsAndWhatNoArchiveTakes)
+{
+    CheckStringKeys<VELM_CString, const char*>();
+    CheckStringKeys<VELM_CString, char*>();
+    CheckStringKeys<std::string, const char*>();
+    CheckStringKeys<std::string, char*>();
+    CheckStringKeys<std::string, const std::string&>();
+    VELM_CMap<VELM_CString, const VELM_CString&, int, int> byString;
+    VELM_CMap<std::string, const char*, int, int> map;
+    byString[VELM_CString("a")] = 1, map[nullptr] = 2;
+    EXPECT_EQ(Row() << byString[VELM_CString("a")] << map[""] << map.GetCount(), "1 2 1");
+    for (const bool bRaiseReturns : {false, true}) {
+        CheckRefused<Unknown*>(bRaiseReturns);
+        CheckRefused<Item>(bRaiseReturns);
+        CheckRefused<long long>(bRaiseReturns);
+        CheckRefused<Plain>(bRaiseReturns);
     }
 }
