@@ -490,24 +490,23 @@ template <class TYPE, int BYTES> struct VELM_CIntegerForm {
     enum { nBytes = BYTES };
     static bool Fits(TYPE) { return true; }
     static unsigned long long Bits(TYPE value) { return static_cast<unsigned long long>(value); }
-    static TYPE Value(unsigned long long nBits) { return static_cast<TYPE>(nBits); }
+    static void SetBits(TYPE& rValue, unsigned long long nBits) { rValue = static_cast<TYPE>(nBits); }
 };
+// Never copied as a number: the x87 unit changes the bits of a signalling NaN.
 template <class TYPE, class UINT> struct VELM_CFloatForm {
     static_assert(sizeof(TYPE) == sizeof(UINT), "IEEE 754");
     enum { nBytes = sizeof(UINT) };
-    static bool Fits(TYPE) { return true; }
-    static unsigned long long Bits(TYPE value)
+    static bool Fits(const TYPE&) { return true; }
+    static unsigned long long Bits(const TYPE& value)
     {
         UINT nBits;
         memcpy(&nBits, &value, sizeof nBits);
         return nBits;
     }
-    static TYPE Value(unsigned long long nAll)
+    static void SetBits(TYPE& rValue, unsigned long long nAll)
     {
         const UINT nBits = static_cast<UINT>(nAll);
-        TYPE value;
-        memcpy(&value, &nBits, sizeof value);
-        return value;
+        memcpy(&rValue, &nBits, sizeof nBits);
     }
 };
 template <> struct VELM_CValueForm<bool> : VELM_CIntegerForm<bool, 1> {
@@ -524,7 +523,7 @@ template <> struct VELM_CValueForm<int> : VELM_CIntegerForm<int, 4> {
 };
 template <> struct VELM_CValueForm<long> : VELM_CIntegerForm<long, 4> {
     static bool Fits(long n) { return VELM_ASSERT(n >= INT32_MIN && n <= INT32_MAX); }
-    static long Value(unsigned long long nBits) { return static_cast<int32_t>(nBits); }
+    static void SetBits(long& rValue, unsigned long long nBits) { rValue = static_cast<int32_t>(nBits); }
 };
 template <> struct VELM_CValueForm<float> : VELM_CFloatForm<float, uint32_t> {
 };
@@ -540,16 +539,14 @@ template <class TYPE>
 struct VELM_CIsLongLong : std::integral_constant<bool, std::is_same<TYPE, long long>::value ||
                                                            std::is_same<TYPE, unsigned long long>::value> {
 };
-/// \endcond
+template <class TYPE>
+struct VELM_CIsFloat
+    : std::integral_constant<bool, std::is_same<TYPE, float>::value || std::is_same<TYPE, double>::value> {
+};
 
-/// Stores a `bool`, `char` or `signed char` in 1 byte, a `short` or `unsigned short` in 2, an `int`, `long` or `float`
-/// in 4, a `double` in 8. A `long` that 4 bytes do not hold fails "n >= INT32_MIN && n <= INT32_MAX" and raises 1;
-/// nothing is stored.
-template <class ARCHIVE, class TYPE>
-typename VELM_CWhereMoved<ARCHIVE, VELM_CValueForm<TYPE>::nBytes != 0>::type operator<<(ARCHIVE& rArchive, TYPE value)
+template <class TYPE> VELM_CArchive& AfxStoreNumber(VELM_CArchive& ar, const TYPE& value)
 {
     typedef VELM_CValueForm<TYPE> Form;
-    VELM_CArchive& ar = rArchive;
     if (!Form::Fits(value)) {
         ar.RaiseInvalid("the value does not fit into 4 bytes");
         return ar;
@@ -567,6 +564,23 @@ typename VELM_CWhereMoved<ARCHIVE, VELM_CValueForm<TYPE>::nBytes != 0>::type ope
         ar.WriteUInt64(nBits);
         return ar;
     }
+}
+/// \endcond
+
+/// Stores a `bool`, `char` or `signed char` in 1 byte, a `short` or `unsigned short` in 2, an `int` or `long` in 4. A
+/// `long` that 4 bytes do not hold fails "n >= INT32_MIN && n <= INT32_MAX" and raises 1; nothing is stored.
+template <class ARCHIVE, class TYPE>
+typename VELM_CWhereMoved<ARCHIVE, VELM_CValueForm<TYPE>::nBytes != 0 && !VELM_CIsFloat<TYPE>::value>::type
+operator<<(ARCHIVE& rArchive, TYPE value)
+{
+    return AfxStoreNumber(rArchive, value);
+}
+
+/// Stores a `float` in 4 bytes, a `double` in 8: each of its bits, also those of a NaN.
+template <class ARCHIVE, class TYPE>
+typename VELM_CWhereMoved<ARCHIVE, VELM_CIsFloat<TYPE>::value>::type operator<<(ARCHIVE& rArchive, const TYPE& value)
+{
+    return AfxStoreNumber(rArchive, value);
 }
 
 /// 64-bit values are stored by `VELM_CArchive::WriteInt64` and `WriteUInt64`.
@@ -634,7 +648,7 @@ typename VELM_CWhereMoved<ARCHIVE, VELM_CValueForm<TYPE>::nBytes != 0>::type ope
         bCame = ar.Load64(nBits);
     }
     if (bCame)
-        rValue = VELM_CValueForm<TYPE>::Value(nBits);
+        VELM_CValueForm<TYPE>::SetBits(rValue, nBits);
     else
         ar.RaiseDataEnded();
     return ar;

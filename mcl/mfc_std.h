@@ -113,7 +113,7 @@ private:
 // Load delivers what VELM_CArchive::Adopt needs once a plain pointer is where its owner keeps it, else 0; nRefused
 // where nothing could be loaded. This one is of what has operators of its own.
 template <class TYPE, class ENABLE = void> struct VELM_CForm {
-    enum { bStandard = 0, nLeast = VELM_CValueForm<TYPE>::nBytes };
+    enum { bStandard = 0, nLeast = std::is_arithmetic<TYPE>::value || std::is_same<TYPE, VELM_CString>::value ? 1 : 0 };
     template <class HOW> static constexpr int nPlain() { return 0; }
     template <class HOW> static constexpr bool bOwner() { return false; }
     template <class HOW> static void Store(VELM_CArchive& ar, const TYPE& value, HOW)

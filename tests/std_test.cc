@@ -176,6 +176,23 @@ TEST(Std, EverythingComesBackAndWhatIsCutRaises)
     }
 }
 
+// Signalling NaNs, which lose that when they are copied as numbers; the numbers of a vector are its memory.
+TEST(Std, NumbersKeepEachBit)
+{
+    const std::string bits = Bytes("0100A07F 010000000000F47F");
+    MemoryFile file(bits);
+    VELM_CArchive from(&file, VELM_CArchive::load);
+    float f;
+    double d;
+    std::vector<float> floats(1);
+    std::vector<double> doubles(1);
+    from >> f >> d;
+    memcpy(floats.data(), &f, sizeof f), memcpy(doubles.data(), &d, sizeof d);
+    EXPECT_EQ(Stored([&](VELM_CArchive& ar) { ar << f << d; }), bits);
+    EXPECT_EQ(Stored([&](VELM_CArchive& ar) { ar << floats << doubles; }),
+              Bytes("01000000") + bits.substr(0, 4) + Bytes("01000000") + bits.substr(4));
+}
+
 // Loads a TYPE from the bytes: the outcome, and into what it holds.
 template <class TYPE> static std::string LoadedAs(const char* hex, TYPE& rValue)
 {
