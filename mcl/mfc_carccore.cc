@@ -712,6 +712,14 @@ static size_t LengthOfLine(const unsigned char* lpFrom, size_t nBytes, bool bNul
     return nBytes;
 }
 
+// The number of bytes that end a line: 1 or 2; 0 where none does, or not all of it is there.
+static size_t LengthOfLineEnd(const unsigned char* lpFrom, size_t nBytes)
+{
+    if (nBytes > 0 && lpFrom[0] == '\n')
+        return 1;
+    return nBytes > 1 && lpFrom[0] == '\r' ? 2 : 0;
+}
+
 char* VELM_CArchive::ReadString(char* lpsz, unsigned nMax)
 {
     const bool bKeepLineEnd = nMax > INT_MAX; // negative as an int
@@ -726,14 +734,16 @@ char* VELM_CArchive::ReadString(char* lpsz, unsigned nMax)
     const size_t nAhead = IsLoading() ? static_cast<size_t>(m_lpBufMax - m_lpBufCur) : 0;
     const size_t nMost = nAhead < nStop ? nAhead : nStop;
     const size_t nText = LengthOfLine(m_lpBufCur, nMost, false);
-    const bool bLineEnd = nText < nMost && m_lpBufCur[nText] == '\n';
-    if (nText < nStop && !bLineEnd)
+    const size_t nLineEnd = nText < nStop ? LengthOfLineEnd(m_lpBufCur + nText, nAhead - nText) : 0;
+    if (nText < nStop && nLineEnd == 0)
         return ReadLineProtected(*this, lpsz, nStop, bKeepLineEnd);
-    const size_t nKept = nText + (bLineEnd && bKeepLineEnd);
-    if (nKept > 0)
-        std::memcpy(lpsz, m_lpBufCur, nKept);
-    lpsz[nKept] = '\0';
-    m_lpBufCur += nText + bLineEnd;
+    char* lpszEnd = lpsz + nText;
+    if (nText > 0)
+        std::memcpy(lpsz, m_lpBufCur, nText);
+    m_lpBufCur += nText + nLineEnd;
+    if (nLineEnd > 0 && bKeepLineEnd)
+        *lpszEnd++ = static_cast<char>(m_lpBufCur[-1]);
+    *lpszEnd = '\0';
     return lpsz;
 }
 
@@ -744,10 +754,11 @@ int VELM_CArchive::ReadString(VELM_CString& rString)
     // A line that has been read ahead, with nothing in it that is special to a chunk.
     const size_t nAhead = IsLoading() ? static_cast<size_t>(m_lpBufMax - m_lpBufCur) : 0;
     const size_t nText = LengthOfLine(m_lpBufCur, nAhead, true);
-    if (nText < nAhead && m_lpBufCur[nText] == '\n') {
+    const size_t nLineEnd = LengthOfLineEnd(m_lpBufCur + nText, nAhead - nText);
+    if (nLineEnd > 0 && m_lpBufCur[nText + nLineEnd - 1] == '\n') {
         if (!AfxTryAssign(rString, reinterpret_cast<const char*>(m_lpBufCur), nText))
             AfxMemoryExhausted();
-        m_lpBufCur += nText + 1;
+        m_lpBufCur += nText + nLineEnd;
         return 1;
     }
     char scratch[nLineChunk + 1];
