@@ -9,7 +9,8 @@
 
 typedef void (*BodyProc)(VELM_CArchive& ar, void* pContext);
 
-// An archive that is made where raises are caught, and destroyed wherever it was made.
+// An archive that is made where raises are caught, and destroyed wherever it was made. What it has loaded is deleted
+// with it until that is known to be good, also where an exception passes.
 class ArchiveRoom {
 public:
     ArchiveRoom() = default;
@@ -17,14 +18,18 @@ public:
     ArchiveRoom& operator=(const ArchiveRoom&) = delete;
     ~ArchiveRoom()
     {
-        if (m_pArchive != nullptr)
-            m_pArchive->~VELM_CArchive();
+        if (m_pArchive == nullptr)
+            return;
+        if (!bGood)
+            m_pArchive->DeleteLoadedObjects();
+        m_pArchive->~VELM_CArchive();
     }
     VELM_CArchive& Make(VELM_CFile& file, unsigned nMode)
     {
         return *(m_pArchive = new (m_room) VELM_CArchive(&file, nMode));
     }
     VELM_CArchive* Get() const { return m_pArchive; }
+    bool bGood = false;
 
 private:
     alignas(VELM_CArchive) unsigned char m_room[sizeof(VELM_CArchive)];
@@ -135,8 +140,9 @@ static int Load(const char* lpszPath, const VELM_CClassTable& classes, BodyProc 
         error.SetFrom(lpszPath, *pArchive, nRaised);
         if (VELM_CFile::ERROR_CODE != 0)
             error.Set(lpszPath, "the file cannot be read");
-        pfm_protect([&] { pArchive->DeleteLoadedObjects(); });
+        pfm_protect([&] { pArchive->DeleteLoadedObjects(); }); // a destructor of the program's may raise
     }
+    room.bGood = true; // or nothing is left
     VELM_CFile::ERROR_CODE |= nErrorBefore;
     return nLoaded;
 }

@@ -8,10 +8,12 @@
 
 #include <fstream>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 
 #include "tests/support/exhaust.h"
 #include "tests/support/graph.h"
+#include "tests/support/owners.h"
 #include "tests/support/watch.h"
 
 #if defined(TESTS_EXHAUST)
@@ -321,6 +323,95 @@ TEST(Exhausted, ArchivesLoseNothingAndGoOn)
         }
         ASSERT_EQ(Exhaust::Live(), nLive) << "loading loses blocks, allocation " << k;
     }
+}
+
+// Runs an operation, in which each allocation fails once; afterwards as many blocks and objects live as before.
+static void FailEachAllocation(const char* name, const std::function<void()>& operate)
+{
+    const int nObjects = Style::nAlive;
+    for (long k = 0, bFailed = 1; bFailed; ++k) {
+        const long nLive = Exhaust::Live();
+        {
+            HostWatch watch;
+            watch.raises.reserve(8);
+            operate();
+            bFailed = Exhaust::HasFailed();
+        }
+        ASSERT_EQ(Exhaust::Live(), nLive) << name << " loses blocks, allocation " << k;
+        ASSERT_EQ(Style::nAlive, nObjects) << name << " loses objects, allocation " << k;
+    }
+}
+
+TEST(Exhausted, OwnersAndDocumentsLoseNothing)
+{
+    const std::string path = testing::TempDir() + "tavnomcl_survive_test" + std::to_string(getpid());
+    const std::unique_ptr<Part> root = MakeParts(7, 30);
+    const std::string bytes = StoredParts(*root);
+    const auto Contents = [&] {
+        std::ostringstream text;
+        text << std::ifstream(path).rdbuf();
+        return text.str();
+    };
+    long k = 0;
+    FailEachAllocation("loading owners", [&] {
+        VELM_CMemoryFile file(bytes.data(), bytes.size());
+        VELM_CArchive ar(&file, VELM_CArchive::load, 128);
+        VELM_CObject* pRoot = nullptr;
+        int nRaised = -1;
+        ar.SetClassTable(&OwnerClasses());
+        try {
+            Exhaust exhaust(k++);
+            nRaised = pfm_protect([&] { pRoot = ar.ReadObject(&Part::classRecord); });
+        } catch (const std::bad_alloc&) { // of a container, or of a Part
+        }
+        nRaised == 0 ? delete pRoot : ar.DeleteLoadedObjects();
+    });
+    k = 0;
+    FailEachAllocation("saving a document", [&] {
+        std::ofstream(path) << "old";
+        VELM_CString error;
+        int nSaved;
+        {
+            Exhaust exhaust(k++);
+            nSaved = AfxSaveDocument(path.c_str(), OwnerClasses(), root.get(), &error);
+        }
+        EXPECT_EQ(Contents(), nSaved ? bytes : "old") << k;
+        EXPECT_EQ(error.IsEmpty(), nSaved) << k;
+    });
+    std::ofstream(path) << bytes;
+    k = 0;
+    FailEachAllocation("loading a document", [&] {
+        VELM_CString error;
+        Part* pLoaded = nullptr;
+        try {
+            Exhaust exhaust(k++);
+            pLoaded = AfxLoadDocument<Part>(path.c_str(), OwnerClasses(), &error);
+            EXPECT_EQ(error.IsEmpty(), pLoaded != nullptr) << k;
+        } catch (const std::bad_alloc&) {
+        }
+        delete pLoaded;
+    });
+    unlink(path.c_str());
+}
+
+TEST(Exhausted, AnArchiveWhoseLastWriteRaisesReleasesAllAndRaisesAgain)
+{
+    struct Raising : MemoryFile {
+        void Write(const void*, unsigned) override { pfm_raise(9); }
+    } file;
+    Node node;
+    file.calls.reserve(8);
+    const auto store = [&] {
+        VELM_CArchive ar(&file, VELM_CArchive::store);
+        ar.WriteObject(&node);
+    };
+    HostWatch watch;
+    watch.raises.reserve(8);
+    const long nLive = Exhaust::Live();
+    EXPECT_EQ(pfm_protect(store), 9);
+    watch.bRaiseReturns = true;
+    EXPECT_EQ(pfm_protect(store), 0);
+    EXPECT_EQ(Exhaust::Live(), nLive);
 }
 #endif
 
