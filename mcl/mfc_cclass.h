@@ -27,8 +27,8 @@ public:
     VELM_CBlockHolder(const VELM_CBlockHolder&) = delete;
     VELM_CBlockHolder& operator=(const VELM_CBlockHolder&) = delete;
     ~VELM_CBlockHolder();
-    /// Keeps a block for an object, in which the caller constructs it: `::new (holder.Take<TYPE>()) TYPE`. The block is
-    /// one that `new TYPE` would take: of the class's own operator new where it has one. Exhausted memory: see
+    /// Keeps a block for an object, in which the caller constructs it by the global placement new. The block is one
+    /// that `new TYPE` would take: of the class's own operator new where it has one. Exhausted memory: see
     /// `AfxMemoryExhausted`.
     template <class TYPE> void* Take();
     /// Number of blocks that are kept.
