@@ -417,6 +417,9 @@ public:
     /// The object of that index has an owner of that kind: the object whose `Serialize` is running. Cannot fail;
     /// nothing for 0 and `nRefused`.
     void Adopt(unsigned nIndex, Owner kind);
+    /// Loading: how many objects have been adopted so far. A container that drops an element, since it has its key
+    /// already, raises 5 where its elements have adopted some: the file may refer to these again.
+    unsigned GetAdoptions() const;
     /// Stores a reference to an object that has an owner of that kind. Raises as `WriteOwned`.
     void WriteForOwner(const VELM_CObject* pOb, Owner kind, int bOrNull);
     /// Whether an owner may let go of the object to load another one: not of one that this archive has made, which the

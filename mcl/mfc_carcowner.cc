@@ -76,6 +76,7 @@ void VELM_COwners::Adopt(uint32_t nObject, uint32_t nUnderWay, VELM_CArchive::Ow
 {
     const bool bCallers = nUnderWay == 0 && kind == VELM_CArchive::plainOwner;
     m_bUsed = m_bUsed || !bCallers;
+    m_nAdoptions += kind != VELM_CArchive::weakOwner;
     if (kind == VELM_CArchive::sharedOwner || kind == VELM_CArchive::weakOwner) {
         if (Tag(nObject) != shared) {
             m_shares[m_nShares] = Share{nullptr, false};
@@ -136,6 +137,11 @@ void VELM_CArchive::Adopt(unsigned nIndex, Owner kind)
         return;
     const VELM_CArchiveInside::UnderWay* const pInnermost = m_pInside->Innermost();
     m_pInside->owners.Adopt(nIndex, pInnermost == nullptr ? 0 : pInnermost->nIndex, kind);
+}
+
+unsigned VELM_CArchive::GetAdoptions() const
+{
+    return m_pInside->owners.Adoptions();
 }
 
 void VELM_CArchive::WriteForOwner(const VELM_CObject* pOb, Owner kind, int bOrNull)

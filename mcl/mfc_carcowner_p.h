@@ -35,6 +35,7 @@ public:
 
     // Whether any object has an owner, other than roots that the caller has as plain pointers.
     bool AreUsed() const { return m_bUsed; }
+    uint32_t Adoptions() const { return m_nAdoptions; }
     // Makes room for the indexes below nEnd, and for one more share. Raises 1 when there is no memory.
     void Reserve(uint32_t nEnd);
     // What speaks against an owner in the object under way. There is room for both.
@@ -79,6 +80,7 @@ private:
     uint32_t* m_roots = nullptr;
     uint32_t m_nIndexes = 0;
     bool m_bUsed = false;
+    uint32_t m_nAdoptions = 0;
     Share* m_shares = nullptr;
     uint32_t m_nShares = 0;
     uint32_t m_nMaxShares = 0;

@@ -592,7 +592,8 @@ template <class KEY, class ARG_KEY, class VALUE> struct VELM_API VELM_CMapAssoc 
 /// two entries there.
 ///
 /// `Serialize` prints "CObject Serialize NYI\n" on standard output. It stores the count and, in the order of iteration,
-/// each key and value; loading merges those entries into the map, and raises 3 when the data ends. With keys or values
+/// each key and value; loading merges those entries into the map, and raises 3 when the data ends, and 5 where a value
+/// that owns objects of the load would take the place of another one. With keys or values
 /// that have no form in an archive (see `SerializeElements`) a map can be used, but raises 1 there. Those of the
 /// standard library have one where `mfc_std.h` is included, which must then be so in every source file that uses the
 /// map.
@@ -666,6 +667,7 @@ void VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::Serialize(VELM_CArchive& ar)
     // The archive holds what is loaded before it is in the map: a raise of an element helper must not lose it.
     VELM_CAssocRoom<VELM_CAssoc>* pLoaded = AfxNew(new (std::nothrow) VELM_CAssocRoom<VELM_CAssoc>);
     ar.Hold(pLoaded);
+    const unsigned nAdopted = ar.GetAdoptions();
     for (unsigned long n = ar.ReadCount(); n > 0; --n) {
         VELM_CAssoc& entry = pLoaded->Renew();
         SerializeElements(ar, &entry.key, 1);
@@ -673,7 +675,13 @@ void VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::Serialize(VELM_CArchive& ar)
             SerializeElements(ar, &entry.value, 1);
         if (ar.IsDataEnded())
             break;
-        (*this)[VELM_CAssoc::KeyOf::Argument(entry.key)] = static_cast<Loaded>(entry.value);
+        const int nBefore = this->m_nCount;
+        VALUE& rValue = (*this)[VELM_CAssoc::KeyOf::Argument(entry.key)];
+        if (this->m_nCount == nBefore && ar.GetAdoptions() != nAdopted) { // an owner would let go of what it owns
+            ar.RaiseBadIndex("an owner has the key of an earlier one");
+            break;
+        }
+        rValue = static_cast<Loaded>(entry.value);
     }
     ar.DropHeld(pLoaded);
     ar.RaiseDataEnded(); // of a value whose helper does not raise

@@ -106,7 +106,6 @@ private:
 //     bStandard        whether the operators of this header move the type
 //     nLeast           bytes that a value takes at least; 0 where that is not known
 //     nPlain<HOW>      whether the value is a pointer that owns (1), or has such pointers inside (2)
-//     bOwner<HOW>      whether a value that is dropped lets go of an object that it owns
 //     Store(ar, value, how), Load(ar, rValue, how)
 //     MayReplace(ar, value, how)   false, after a raise that returned, where the value owns an object of this load
 //
@@ -115,7 +114,6 @@ private:
 template <class TYPE, class ENABLE = void> struct VELM_CForm {
     enum { bStandard = 0, nLeast = std::is_arithmetic<TYPE>::value || std::is_same<TYPE, VELM_CString>::value ? 1 : 0 };
     template <class HOW> static constexpr int nPlain() { return 0; }
-    template <class HOW> static constexpr bool bOwner() { return false; }
     template <class HOW> static void Store(VELM_CArchive& ar, const TYPE& value, HOW)
     {
         static_assert(!HOW::bOwns, "AfxOwned takes pointers to objects, and containers of these");
@@ -140,7 +138,6 @@ template <class TYPE> struct VELM_CObjectClass {
 template <class TYPE> struct VELM_CForm<TYPE*> {
     enum { bStandard = 0, nLeast = 4 };
     template <class HOW> static constexpr int nPlain() { return HOW::bOwns; }
-    template <class HOW> static constexpr bool bOwner() { return HOW::bOwns; }
     static void Store(VELM_CArchive& ar, TYPE* pOb, VELM_CRefers)
     {
         ar.WriteObject(VELM_CObjectClass<TYPE>::Root(pOb));
@@ -166,7 +163,6 @@ template <class TYPE> struct VELM_CForm<TYPE*> {
 template <class TYPE> struct VELM_CSmartForm {
     enum { bStandard = 1, nLeast = 4 };
     template <class HOW> static constexpr int nPlain() { return 0; }
-    template <class HOW> static constexpr bool bOwner() { return true; }
     static unsigned Result(unsigned nIndex) { return nIndex == VELM_CArchive::nRefused ? nIndex : 0; }
 };
 
@@ -261,7 +257,6 @@ template <class TYPE> struct VELM_CForm<std::shared_ptr<TYPE>> : VELM_CSmartForm
 
 template <class TYPE> struct VELM_CForm<std::weak_ptr<TYPE>> : VELM_CSmartForm<TYPE> {
     typedef std::weak_ptr<TYPE> Pointer;
-    template <class HOW> static constexpr bool bOwner() { return false; }
     template <class HOW> static void Store(VELM_CArchive& ar, const Pointer& pOb, HOW)
     {
         const TYPE* const pShared = pOb.lock().get(); // which others share
@@ -280,7 +275,6 @@ template <class TRAITS, class ALLOC> struct VELM_CForm<std::basic_string<char, T
     typedef std::basic_string<char, TRAITS, ALLOC> String;
     enum { bStandard = 1, nLeast = 1 };
     template <class HOW> static constexpr int nPlain() { return 0; }
-    template <class HOW> static constexpr bool bOwner() { return false; }
     static void Store(VELM_CArchive& ar, const String& str, VELM_CRefers)
     {
         ar.StorePrefixed(str.data(), static_cast<unsigned long>(str.size()));
@@ -321,10 +315,6 @@ template <class FIRST, class SECOND, bool bEntry> struct VELM_CPairForm {
         return bEntry                                                            ? Second::template nPlain<HOW>()
                : First::template nPlain<HOW>() || Second::template nPlain<HOW>() ? 2
                                                                                  : 0;
-    }
-    template <class HOW> static constexpr bool bOwner()
-    {
-        return First::template bOwner<FirstHow<HOW>>() || Second::template bOwner<HOW>();
     }
     template <class BOTH, class HOW> static void Store(VELM_CArchive& ar, const BOTH& both, HOW how)
     {
@@ -372,7 +362,6 @@ private:
 template <class CONTAINER, class VALUE, class FORM> struct VELM_CContainerForm {
     enum { bStandard = 1, nLeast = 4 };
     template <class HOW> static constexpr int nPlain() { return FORM::template nPlain<HOW>() != 0 ? 2 : 0; }
-    template <class HOW> static constexpr bool bOwner() { return FORM::template bOwner<HOW>(); }
     template <class HOW> static void Store(VELM_CArchive& ar, const CONTAINER& elements, HOW how)
     {
         ar.WriteCount(static_cast<unsigned long>(elements.size())); // which refuses one that is too large
@@ -395,6 +384,7 @@ template <class CONTAINER, class VALUE, class FORM> struct VELM_CContainerForm {
         VELM_CHeldValue<VALUE>* pHeld = AfxNew(new (std::nothrow) VELM_CHeldValue<VALUE>);
         ar.Hold(pHeld);
         VALUE& rValue = pHeld->Build();
+        const unsigned nAdopted = ar.GetAdoptions();
         for (unsigned long n = ar.ReadCount(); n > 0; --n) {
             const VELM_CProgress<FORM> progress(ar);
             const unsigned nIndex = FORM::Load(ar, rValue, how);
@@ -402,7 +392,7 @@ template <class CONTAINER, class VALUE, class FORM> struct VELM_CContainerForm {
                 break;
             const size_t nBefore = elements.size();
             elements.insert(elements.end(), std::move(rValue));
-            if (FORM::template bOwner<HOW>() && elements.size() == nBefore) {
+            if (elements.size() == nBefore && (nIndex != 0 || ar.GetAdoptions() != nAdopted)) {
                 ar.RaiseBadIndex("an owner has the key of an earlier one");
                 break;
             }
@@ -442,7 +432,6 @@ template <class TYPE, size_t SIZE> struct VELM_CForm<std::array<TYPE, SIZE>> {
     typedef VELM_CForm<TYPE> Element;
     enum { bStandard = 1, nLeast = int(SIZE) * int(Element::nLeast) };
     template <class HOW> static constexpr int nPlain() { return Element::template nPlain<HOW>() != 0 ? 2 : 0; }
-    template <class HOW> static constexpr bool bOwner() { return Element::template bOwner<HOW>(); }
     template <class HOW> static void Store(VELM_CArchive& ar, const Array& elements, HOW how)
     {
         static_assert(SIZE > 0, "an element takes a byte at least, so that no count costs more than the data");
@@ -479,7 +468,6 @@ template <class TYPE> struct VELM_CForm<std::optional<TYPE>> {
     typedef VELM_CForm<TYPE> Element;
     enum { bStandard = 1, nLeast = 1 };
     template <class HOW> static constexpr int nPlain() { return Element::template nPlain<HOW>() != 0 ? 2 : 0; }
-    template <class HOW> static constexpr bool bOwner() { return Element::template bOwner<HOW>(); }
     template <class HOW> static void Store(VELM_CArchive& ar, const Optional& value, HOW how)
     {
         ar << value.has_value();

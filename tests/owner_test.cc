@@ -10,6 +10,14 @@ namespace {
 
 // An object that stores and loads by a script, which it stores first: steps such as "o1", a way of owning and the
 // number of an object; '-' is NULL. When it forges, it stores references where it will load owners.
+class Scripted;
+
+// An owner that the library does not know as one.
+struct Wrapped {
+    std::unique_ptr<Scripted> unique;
+};
+VELM_CArchive& operator>>(VELM_CArchive& ar, Wrapped& row);
+
 class Scripted : public VELM_CObject {
 public:
     static VELM_CRuntimeClass classRecord;
@@ -22,8 +30,9 @@ public:
     std::shared_ptr<Scripted> shared[8];
     std::weak_ptr<Scripted> weak;
     std::map<int, std::unique_ptr<Scripted>> byNumber;
+    std::map<int, Wrapped> rows;
+    VELM_CMap<int, int, std::unique_ptr<Scripted>, std::unique_ptr<Scripted>&&> table;
     std::vector<std::unique_ptr<Scripted>> list;
-    bool bStores = false;
 
     explicit Scripted(std::string steps = "") : script(std::move(steps)) { ++nAlive; }
     Scripted(const Scripted& other) : Scripted(other.script) {}
@@ -45,9 +54,10 @@ private:
     static void Store(VELM_CArchive& ar, char how, char which)
     {
         Scripted* const pOb = which == '-' ? nullptr : &(*pAll)[static_cast<size_t>(which - '0')];
-        if (how == 'k' || how == 'l')
-            ar.WriteCount(2), how == 'k' ? ar << 7 : ar;
-        if (bForges || how == 'r' || how == 'k' || how == 'l')
+        const bool bMap = how == 'k' || how == 'q' || how == 't';
+        if (bMap || how == 'l')
+            ar.WriteCount(2), bMap ? ar << 7 : ar;
+        if (bForges || how == 'r' || bMap || how == 'l')
             ar.WriteObject(pOb);
         else if (how == 'o')
             ar.WriteOwned(pOb);
@@ -59,8 +69,8 @@ private:
                              : how == 'w' ? VELM_CArchive::weakOwner
                                           : VELM_CArchive::smartOwner,
                              how != 'U');
-        if (how == 'k' || how == 'l')
-            how == 'k' ? ar << 7 : ar, ar.WriteObject(nullptr);
+        if (bMap || how == 'l')
+            bMap ? ar << 7 : ar, ar.WriteObject(nullptr);
     }
     void Load(VELM_CArchive& ar, char how, size_t i)
     {
@@ -83,6 +93,12 @@ private:
         case 'k':
             ar >> byNumber;
             break;
+        case 'q':
+            ar >> rows;
+            break;
+        case 't':
+            table.Serialize(ar);
+            break;
         case 'l':
             ar >> AfxOwned(list);
             break;
@@ -94,6 +110,11 @@ private:
         }
     }
 };
+
+VELM_CArchive& operator>>(VELM_CArchive& ar, Wrapped& row)
+{
+    return ar >> row.unique;
+}
 
 VELM_CRuntimeClass Scripted::classRecord = {"Scripted", 0, 1};
 std::vector<Scripted>* Scripted::pAll = nullptr;
@@ -137,6 +158,8 @@ TEST(Owners, RefusesWhatCannotBeOwnedStoringAndLoading)
         {{"o1 w1", ""}, "object 3, a Scripted, has an owner already"},
         {{"v1 v2", "", ""}, "", "an owner would let go of an object of this load to load another one"},
         {{"k1", ""}, "", "an owner has the key of an earlier one"},
+        {{"q1", ""}, "", "an owner has the key of an earlier one"},
+        {{"t1", ""}, "", "an owner has the key of an earlier one"},
         {{"l1", ""}, "", "an object that is owned is NULL"},
         {{"u1 r2", "", ""}, "", "", "object 4, a Scripted, has no owner"},
         {{"u1 w2", "", ""}, "", "", "object 4, a Scripted, has no owner"},
