@@ -679,7 +679,7 @@ void VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::Serialize(VELM_CArchive& ar)
         VALUE& rValue = (*this)[VELM_CAssoc::KeyOf::Argument(entry.key)];
         if (this->m_nCount == nBefore && ar.GetAdoptions() != nAdopted) { // an owner would let go of what it owns
             ar.RaiseBadIndex("an owner has the key of an earlier one");
-            break;
+            return; // the archive holds the new value
         }
         rValue = static_cast<Loaded>(entry.value);
     }

@@ -358,6 +358,16 @@ private:
     const unsigned long long m_nOffset;
 };
 
+template <class FORM, class CONTAINER, class HOW>
+bool AfxMayReplaceAll(VELM_CArchive& ar, const CONTAINER& elements, HOW how)
+{
+    for (const auto& element : elements) {
+        if (!FORM::MayReplace(ar, element, how))
+            return false;
+    }
+    return true;
+}
+
 // A count, then the elements. VALUE: the type of element that is loaded, FORM: its form.
 template <class CONTAINER, class VALUE, class FORM> struct VELM_CContainerForm {
     enum { bStandard = 1, nLeast = 4 };
@@ -394,7 +404,7 @@ template <class CONTAINER, class VALUE, class FORM> struct VELM_CContainerForm {
             elements.insert(elements.end(), std::move(rValue));
             if (elements.size() == nBefore && (nIndex != 0 || ar.GetAdoptions() != nAdopted)) {
                 ar.RaiseBadIndex("an owner has the key of an earlier one");
-                break;
+                return VELM_CArchive::nRefused; // the archive holds it: the file may refer to what it owns
             }
             AfxAdopt(ar, nIndex);
         }
@@ -404,11 +414,7 @@ template <class CONTAINER, class VALUE, class FORM> struct VELM_CContainerForm {
     }
     template <class HOW> static bool MayReplace(VELM_CArchive& ar, const CONTAINER& elements, HOW how)
     {
-        for (const auto& element : elements) {
-            if (!FORM::MayReplace(ar, element, how))
-                return false;
-        }
-        return true;
+        return AfxMayReplaceAll<FORM>(ar, elements, how);
     }
 };
 template <class TYPE, class ALLOC>
@@ -453,11 +459,7 @@ template <class TYPE, size_t SIZE> struct VELM_CForm<std::array<TYPE, SIZE>> {
     }
     template <class HOW> static bool MayReplace(VELM_CArchive& ar, const Array& elements, HOW how)
     {
-        for (const TYPE& element : elements) {
-            if (!Element::MayReplace(ar, element, how))
-                return false;
-        }
-        return true;
+        return AfxMayReplaceAll<Element>(ar, elements, how);
     }
 };
 
