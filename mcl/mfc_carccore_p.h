@@ -157,21 +157,13 @@ public:
             ~Level() { inside.m_nPath = nOuter; } // also where a C++ exception passes
         } level = {*this, m_nPath};
         m_path[m_nPath++] = next;
-        if (m_calls.Enter(pFrame)) {
+        if (m_calls.HasRoom(pFrame)) {
+            const unsigned nLevels = m_calls.Enter(pFrame);
             ob.Serialize(m_ar);
+            m_calls.Leave(nLevels);
         } else {
-            struct Arguments {
-                VELM_CObject& ob;
-                VELM_CArchive& ar;
-            } arguments = {ob, m_ar};
-            m_calls.CallOnSegment(
-                [](void* p) {
-                    Arguments& a = *static_cast<Arguments*>(p);
-                    a.ob.Serialize(a.ar);
-                },
-                &arguments);
+            SerializeSlowly(ob, pFrame);
         }
-        m_calls.Leave();
     }
 
     VELM_CStoredClasses storedClasses;
@@ -196,6 +188,7 @@ private:
     }
     void DropLeft();
     bool GrowPath();
+    void SerializeSlowly(VELM_CObject& ob, const void* pFrame);
 
     VELM_CArchive& m_ar;
     VELM_CDeepCalls m_calls;

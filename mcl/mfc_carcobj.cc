@@ -95,6 +95,20 @@ void VELM_CArchiveInside::FailDepth(unsigned long long nOffset)
          nDepth);
 }
 
+void VELM_CArchiveInside::SerializeSlowly(VELM_CObject& ob, const void* pFrame)
+{
+    struct Arguments {
+        VELM_CObject& ob;
+        VELM_CArchive& ar;
+    } arguments = {ob, m_ar};
+    const auto call = [](void* p) {
+        Arguments& a = *static_cast<Arguments*>(p);
+        a.ob.Serialize(a.ar);
+    };
+    if (!m_calls.CallSlowly(pFrame, call, &arguments))
+        FailDepth(Offset());
+}
+
 void VELM_CArchive::CheckCount()
 {
     m_pInside->RequireIndex();

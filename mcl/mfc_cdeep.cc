@@ -1,10 +1,11 @@
 #include "mcl/mfc_cdeep_p.h"
 
+#include <pthread.h>
 #include <sys/mman.h>
 #include <ucontext.h>
-#include <unistd.h>
 
 #include <cstdlib>
+#include <mutex>
 #include <new>
 
 #if __has_include(<valgrind/valgrind.h>)
@@ -24,20 +25,41 @@ __attribute__((weak)) void __tsan_destroy_fiber(void* pFiber);
 __attribute__((weak)) void __tsan_switch_to_fiber(void* pFiber, unsigned nFlags);
 }
 
-// What they leave of a segment, to the last one of them and to archives that it uses in turn.
-const std::size_t nReserve = std::size_t{256} << 10;
-const std::size_t nFirstSegment = 2 * nReserve;
-const std::size_t nLargestSegment = std::size_t{64} << 20;
+// ThreadSanitizer notes where a function begins and ends. A function that is on one stack at its beginning and on
+// another one at its end must not have such notes; clang leaves them in for the attribute that g++ knows.
+#if __has_attribute(disable_sanitizer_instrumentation)
+#define SWITCHES_STACKS __attribute__((noinline, disable_sanitizer_instrumentation))
+#else
+#define SWITCHES_STACKS __attribute__((noinline, no_sanitize("thread")))
+#endif
+
+const std::size_t nMiB = std::size_t{1} << 20;
+// What the calls leave of a segment to the last Serialize: 1 MiB, and what comes between the frame that was looked at
+// and that of the Serialize.
+const std::size_t nReserve = nMiB + nMiB / 16;
+const std::size_t nGuard = nMiB;
+const std::size_t nSmallestSegment = 2 * nMiB;
+const std::size_t nLargestSegment = 64 * nMiB;
+// What the calls use at most of a thread's own stack.
+const std::uintptr_t nShare = std::uintptr_t{16} << 10;
+// How much of a thread's own stack counts as that. Where no limit is set, the stack of the main thread seems to go on
+// down to the next mapping, and later mappings may come to lie in between.
+const std::uintptr_t nLargestOwn = 8 * nMiB;
+
+std::atomic<VELM_CDeepCalls::Segment*> VELM_CDeepCalls::s_pInUse{nullptr};
+static std::mutex inUseMutex; // for changing that list, and for walking it
+
+// The calling thread's own stack; 0 and 0 while it is not known.
+static thread_local std::uintptr_t nOwnLow = 0, nOwnHigh = 0;
 
 struct VELM_CDeepCalls::Segment {
-    Segment* pNext = nullptr;
-    Segment* pOuter = nullptr; // the one below while this one is in use
-    char* pLow = nullptr;      // of the stack; a guard page lies below
+    VELM_CDeepCalls* const pOwner;
+    Segment* pNext = nullptr; // of those in use, or of its owner's free ones
+    char* pLow = nullptr;     // of the stack; the guard lies below
     std::size_t nSize = 0;
     ucontext_t inside, below;
     void (*pfn)(void*) = nullptr;
     void* pArgument = nullptr;
-    unsigned nBaseLevel = 0; // levels under way below it
     int nRaised = 0;
     unsigned nValgrindId = 0;
     const void* pBottomBelow = nullptr; // of the stack below, as AddressSanitizer knows it
@@ -45,156 +67,321 @@ struct VELM_CDeepCalls::Segment {
     void* pFiber = nullptr; // ThreadSanitizer's
     void* pFiberBelow = nullptr;
 
-    // Makes `inside` a call of Base on the segment. Of its own, as getcontext returns twice for all that the compiler
-    // knows.
-    void Start()
-    {
-        getcontext(&inside);
-        inside.uc_stack.ss_sp = pLow;
-        inside.uc_stack.ss_size = nSize;
-        inside.uc_link = nullptr;
-        const std::uint64_t nThis = reinterpret_cast<std::uintptr_t>(this); // the arguments of Base are ints
-        makecontext(&inside, reinterpret_cast<void (*)()>(Base), 2, static_cast<unsigned>(nThis >> 32),
-                    static_cast<unsigned>(nThis));
-    }
+    explicit Segment(VELM_CDeepCalls* pCalls) : pOwner(pCalls) {}
+    ~Segment();
+    bool Map(std::size_t nBytes);
+    void Use();
+    void EndUse();
+    static Segment* UsedBy(const VELM_CDeepCalls& calls);
+    void Start();
+    SWITCHES_STACKS void Switch();
+    SWITCHES_STACKS static void Base(unsigned nHigh, unsigned nLow);
+    void Run();
+};
 
-    // Goes on there, and returns when that ends. Not by swapcontext, which AddressSanitizer warns of though it is told.
-    void Switch()
-    {
-        volatile bool bBack = false;
-        getcontext(&below);
-        if (!bBack) {
-            bBack = true;
-            setcontext(&inside);
-        }
-    }
+struct VELM_CDeepCalls::Stack {
+    enum Kind { own, segment, unknown };
+    Kind kind;
+    std::uintptr_t nLow;
+    std::size_t nSize;
 
-    ~Segment()
+    bool Has(std::uintptr_t nAddress) const { return nAddress - nLow < nSize; }
+    // The top of a stretch that begins at the frame, and how much the levels may use from there on.
+    std::uintptr_t Top(std::uintptr_t nFrame) const { return kind == segment ? nLow + nSize - 1 : nFrame; }
+    std::uintptr_t Room(std::uintptr_t nTop) const
     {
-        VALGRIND_STACK_DEREGISTER(nValgrindId);
-        if (pFiber != nullptr)
-            __tsan_destroy_fiber(pFiber);
-        const std::size_t nPage = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-        if (pLow != nullptr)
-            munmap(pLow - nPage, nSize + nPage);
+        if (kind == segment)
+            return nSize - 1 - nReserve;
+        const std::uintptr_t nQuarter = (nTop - nLow) / 4;
+        return kind == unknown ? nUnasked : nQuarter < nShare ? nQuarter : nShare;
+    }
+    // The size of the segment on which the calls go on. ThreadSanitizer has room for some 65,000 function calls on each
+    // stack, and each call of malloc takes it time for all of them.
+    std::size_t NextSize() const
+    {
+        if (kind != segment || __tsan_create_fiber != nullptr)
+            return nSmallestSegment;
+        return nSize < nLargestSegment / 2 ? 2 * nSize : nLargestSegment;
     }
 };
 
+void VELM_CDeepCalls::Segment::Use()
+{
+    const std::lock_guard<std::mutex> lock(inUseMutex);
+    pNext = s_pInUse;
+    s_pInUse = this;
+}
+
+void VELM_CDeepCalls::Segment::EndUse()
+{
+    const std::lock_guard<std::mutex> lock(inUseMutex);
+    Segment* p = s_pInUse;
+    if (p == this) {
+        s_pInUse = pNext;
+        return;
+    }
+    while (p->pNext != this)
+        p = p->pNext;
+    p->pNext = pNext;
+}
+
+// One that its owner has in use; NULL when there is none.
+VELM_CDeepCalls::Segment* VELM_CDeepCalls::Segment::UsedBy(const VELM_CDeepCalls& calls)
+{
+    if (s_pInUse.load(std::memory_order_relaxed) == nullptr)
+        return nullptr;
+    const std::lock_guard<std::mutex> lock(inUseMutex);
+    Segment* p = s_pInUse;
+    while (p != nullptr && p->pOwner != &calls)
+        p = p->pNext;
+    return p;
+}
+
 VELM_CDeepCalls::~VELM_CDeepCalls()
 {
-    while (m_pFirst != nullptr) {
-        Segment* const pNext = m_pFirst->pNext;
-        delete m_pFirst;
-        m_pFirst = pNext;
+    // A host whose raises go elsewhere than to the cleanup blocks may have left some in use.
+    while (Segment* const p = Segment::UsedBy(*this)) {
+        p->EndUse();
+        delete p;
+    }
+    while (Segment* const p = m_pFree) {
+        m_pFree = p->pNext;
+        delete p;
     }
     std::free(m_levels);
 }
 
-bool VELM_CDeepCalls::SegmentHasRoom(std::uintptr_t nFrame) const
-{
-    return nFrame - reinterpret_cast<std::uintptr_t>(m_pSegment->pLow) > nReserve;
-}
-
-VELM_CDeepCalls::Segment* VELM_CDeepCalls::Next() const
-{
-    return m_pSegment == nullptr ? m_pFirst : m_pSegment->pNext;
-}
-
-bool VELM_CDeepCalls::PrepareSlowly(std::uintptr_t nFrame, unsigned nMost)
-{
-    // A host whose raises go elsewhere than to the cleanup blocks may have left a segment behind.
-    while (m_pSegment != nullptr && nFrame - reinterpret_cast<std::uintptr_t>(m_pSegment->pLow) >= m_pSegment->nSize) {
-        m_nLevels = m_pSegment->nBaseLevel;
-        m_pSegment = m_pSegment->pOuter;
-    }
-    const unsigned nBase = m_pSegment == nullptr ? 0 : m_pSegment->nBaseLevel + 1;
-    while (m_nLevels > nBase && m_levels[m_nLevels - 1] <= nFrame)
-        --m_nLevels;
-    if (m_nLevels >= nMost)
-        return false;
-    if (m_nLevels == m_nMaxLevels) {
-        const unsigned nMore = m_nMaxLevels + m_nMaxLevels / 2 + 64;
-        void* pMore = std::realloc(m_levels, nMore * sizeof *m_levels);
-        if (pMore == nullptr)
-            return false;
-        m_levels = static_cast<std::uintptr_t*>(pMore);
-        m_nMaxLevels = nMore;
-    }
-    return HasRoom(nFrame) || Next() != nullptr || AddSegment();
-}
-
-bool VELM_CDeepCalls::AddSegment()
+// Asked once of each thread: the answer may take a walk through the process's mappings.
+static void AskOwnStack()
 {
 #ifdef __GLIBC__
-    Segment* const pSegment = new (std::nothrow) Segment;
-    if (pSegment == nullptr)
-        return false;
-    const std::size_t nPage = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    const std::size_t nTwice = m_pSegment == nullptr ? nFirstSegment : 2 * m_pSegment->nSize;
-    const std::size_t nSize = nTwice < nLargestSegment ? nTwice : nLargestSegment;
-    void* const pMapped = mmap(nullptr, nSize + nPage, PROT_READ | PROT_WRITE,
-                               MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_STACK, -1, 0);
-    if (pMapped != MAP_FAILED) {
-        pSegment->pLow = static_cast<char*>(pMapped) + nPage;
-        pSegment->nSize = nSize;
-    }
-    if (pMapped == MAP_FAILED || mprotect(pMapped, nPage, PROT_NONE) != 0) {
-        delete pSegment;
-        return false;
-    }
-    pSegment->nValgrindId = VALGRIND_STACK_REGISTER(pSegment->pLow, pSegment->pLow + nSize);
-    (m_pSegment == nullptr ? m_pFirst : m_pSegment->pNext) = pSegment;
-    return true;
-#else
-    return false; // no contexts here: what the share holds is all
+    pthread_attr_t attributes;
+    void* pLow = nullptr;
+    std::size_t nSize = 0;
+    if (pthread_getattr_np(pthread_self(), &attributes) != 0)
+        return;
+    pthread_attr_getstack(&attributes, &pLow, &nSize);
+    pthread_attr_destroy(&attributes);
+    nOwnHigh = reinterpret_cast<std::uintptr_t>(pLow) + nSize;
+    nOwnLow = nOwnHigh - (nSize < nLargestOwn ? nSize : nLargestOwn);
 #endif
 }
 
-void VELM_CDeepCalls::CallOnSegment(void (*pfn)(void*), void* pArgument)
+VELM_CDeepCalls::Stack VELM_CDeepCalls::StackOf(std::uintptr_t nFrame)
 {
-    Segment* const pSegment = Next();
-    pSegment->pOuter = m_pSegment;
+    if (nOwnHigh == 0)
+        AskOwnStack();
+    const Stack own = {Stack::own, nOwnLow, nOwnHigh - nOwnLow};
+    if (own.Has(nFrame))
+        return own;
+    const std::lock_guard<std::mutex> lock(inUseMutex);
+    for (const Segment* p = s_pInUse; p != nullptr; p = p->pNext) {
+        const Stack segment = {Stack::segment, AddressOf(p->pLow), p->nSize};
+        if (segment.Has(nFrame))
+            return segment;
+    }
+    return {Stack::unknown, nFrame - nUnasked, 2 * nUnasked}; // what is near counts as the same stack
+}
+
+// Forgets the levels that a raise has left, and returns the stretch that a call from the frame belongs to.
+VELM_CDeepCalls::Stretch VELM_CDeepCalls::StretchOf(std::uintptr_t nFrame, const Stack& here)
+{
+    // Also where the raise has gone past the cleanup blocks: the outermost call has been left, and so have all others.
+    if (m_nLevels != 0 && here.Has(m_levels[1]) && m_levels[1] <= nFrame)
+        m_nLevels = 0;
+    // An outermost call on a segment is one inside another archive. It begins a stretch, which a raise is to put back.
+    const bool bSame = m_nLevels == 0 ? here.kind != Stack::segment : here.Has(m_stretch.nTop);
+    if (!bSame) {
+        const std::uintptr_t nTop = here.Top(nFrame);
+        return {nTop, here.kind == Stack::unknown ? 0 : here.Room(nTop), m_nLevels};
+    }
+    while (m_nLevels > m_stretch.nFirst && m_levels[m_nLevels] <= nFrame)
+        --m_nLevels;
+    if (m_nLevels == 0)
+        m_stretch = {nFrame, 0, 0};
+    m_stretch.nRoom = here.Room(m_stretch.nTop);
+    return m_stretch;
+}
+
+// Makes sure that the list of levels has room for one more, and that there is a segment where the stretch has none.
+bool VELM_CDeepCalls::MakeRoom(std::uintptr_t nFrame, const Stack& here, const Stretch& stretch)
+{
+    if (m_nLevels == m_nMaxLevels) {
+        const unsigned nMore = m_nMaxLevels + m_nMaxLevels / 2 + 64;
+        void* const pMore = std::realloc(m_levels, (std::size_t{nMore} + 1) * sizeof *m_levels);
+        if (pMore == nullptr)
+            return false;
+        m_levels = static_cast<std::uintptr_t*>(pMore);
+        m_levels[0] = UINTPTR_MAX;
+        m_nMaxLevels = nMore;
+    }
+    return stretch.Holds(nFrame) || m_pFree != nullptr || AddSegment(here.NextSize());
+}
+
+bool VELM_CDeepCalls::PrepareSlowly(const void* pFrame, unsigned nMost)
+{
+    const std::uintptr_t nFrame = AddressOf(pFrame);
+    if (m_nLevels == 0 && m_stretch.Holds(nFrame)) // nothing to look at: the list is full, or nothing is allowed
+        return nMost != 0 && MakeRoom(nFrame, {}, m_stretch);
+    const Stack here = StackOf(nFrame);
+    const Stretch stretch = StretchOf(nFrame, here);
+    return m_nLevels < nMost && MakeRoom(nFrame, here, stretch);
+}
+
+bool VELM_CDeepCalls::CallSlowly(const void* pFrame, void (*pfn)(void*), void* pArgument)
+{
+    // Since Prepare, a constructor may have used the archive, which may have been left by a raise.
+    const std::uintptr_t nFrame = AddressOf(pFrame);
+    const Stack here = StackOf(nFrame);
+    const Stretch stretch = StretchOf(nFrame, here);
+    if (!MakeRoom(nFrame, here, stretch))
+        return false;
+    const Stretch outer = m_stretch;
+    const unsigned nLevels = Enter(pFrame);
+    int nRaised;
+    if (stretch.Holds(nFrame)) {
+        m_stretch = stretch;
+        nRaised = pfm_protect([pfn, pArgument] { pfn(pArgument); });
+    } else {
+        nRaised = CallOnSegment(pfn, pArgument);
+    }
+    m_stretch = outer;
+    Leave(nLevels);
+    if (nRaised != 0)
+        pfm_raise(nRaised);
+    return true;
+}
+
+// Calls on the first free segment. Returns what was raised there, or 0.
+int VELM_CDeepCalls::CallOnSegment(void (*pfn)(void*), void* pArgument)
+{
+    Segment* const pSegment = m_pFree;
+    m_pFree = pSegment->pNext;
+    pSegment->Use();
+    const Stack stack = {Stack::segment, AddressOf(pSegment->pLow), pSegment->nSize};
+    m_stretch = {stack.Top(0), stack.Room(0), m_nLevels};
     pSegment->pfn = pfn;
     pSegment->pArgument = pArgument;
-    pSegment->nBaseLevel = m_nLevels - 1;
-    pSegment->nRaised = 0;
-    m_pSegment = pSegment;
-
     pSegment->Start();
     void* pFakeStack = nullptr;
-    if (__tsan_create_fiber != nullptr) {
-        if (pSegment->pFiber == nullptr)
-            pSegment->pFiber = __tsan_create_fiber(0);
-        pSegment->pFiberBelow = __tsan_get_current_fiber();
-        __tsan_switch_to_fiber(pSegment->pFiber, 0);
-    }
     if (__sanitizer_start_switch_fiber != nullptr)
         __sanitizer_start_switch_fiber(&pFakeStack, pSegment->pLow, pSegment->nSize);
     pSegment->Switch();
     if (__sanitizer_finish_switch_fiber != nullptr)
         __sanitizer_finish_switch_fiber(pFakeStack, nullptr, nullptr);
 
-    m_pSegment = pSegment->pOuter;
-    m_nLevels = pSegment->nBaseLevel + 1;
-    if (pSegment->nRaised != 0) {
-        --m_nLevels;
-        pfm_raise(pSegment->nRaised);
-        ++m_nLevels;
+    pSegment->EndUse();
+    pSegment->pNext = m_pFree;
+    m_pFree = pSegment;
+    return pSegment->nRaised;
+}
+
+// Adds a free segment of that size; a smaller one when there is no room for it.
+bool VELM_CDeepCalls::AddSegment(std::size_t nSize)
+{
+    Segment* const pSegment = new (std::nothrow) Segment(this);
+    if (pSegment == nullptr)
+        return false;
+    while (!pSegment->Map(nSize)) {
+        nSize /= 2;
+        if (nSize < nSmallestSegment) {
+            delete pSegment;
+            return false;
+        }
+    }
+    pSegment->pNext = m_pFree;
+    m_pFree = pSegment;
+    return true;
+}
+
+#ifdef __GLIBC__
+bool VELM_CDeepCalls::Segment::Map(std::size_t nBytes)
+{
+    void* const pMapped = mmap(nullptr, nGuard + nBytes, PROT_READ | PROT_WRITE,
+                               MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_STACK, -1, 0);
+    if (pMapped == MAP_FAILED)
+        return false;
+    if (mprotect(pMapped, nGuard, PROT_NONE) != 0) {
+        munmap(pMapped, nGuard + nBytes);
+        return false;
+    }
+    pLow = static_cast<char*>(pMapped) + nGuard;
+    nSize = nBytes;
+    nValgrindId = VALGRIND_STACK_REGISTER(pLow, pLow + nSize);
+    if (__tsan_create_fiber != nullptr)
+        pFiber = __tsan_create_fiber(0);
+    return true;
+}
+
+// Makes `inside` a call of Base on the segment. A function of its own, as getcontext returns twice for all that the
+// compiler knows.
+void VELM_CDeepCalls::Segment::Start()
+{
+    getcontext(&inside);
+    inside.uc_stack.ss_sp = pLow;
+    inside.uc_stack.ss_size = nSize;
+    inside.uc_link = nullptr;
+    const std::uint64_t nThis = AddressOf(this); // the arguments of Base are ints
+    makecontext(&inside, reinterpret_cast<void (*)()>(Base), 2, static_cast<unsigned>(nThis >> 32),
+                static_cast<unsigned>(nThis));
+}
+
+// Goes on there, and returns when that ends. Not by swapcontext, which AddressSanitizer warns of though it is told.
+void VELM_CDeepCalls::Segment::Switch()
+{
+    volatile bool bBack = false;
+    if (__tsan_get_current_fiber != nullptr)
+        pFiberBelow = __tsan_get_current_fiber();
+    getcontext(&below);
+    if (!bBack) {
+        bBack = true;
+        if (__tsan_switch_to_fiber != nullptr)
+            __tsan_switch_to_fiber(pFiber, 0);
+        setcontext(&inside);
     }
 }
 
 // Runs on the segment, and ends by switching back.
-void VELM_CDeepCalls::Base(unsigned nHigh, unsigned nLow)
+void VELM_CDeepCalls::Segment::Base(unsigned nHigh, unsigned nLow)
 {
     const std::uint64_t nSegment = static_cast<std::uint64_t>(nHigh) << 32 | nLow;
     Segment* const pSegment = reinterpret_cast<Segment*>(static_cast<std::uintptr_t>(nSegment));
-    if (__sanitizer_finish_switch_fiber != nullptr)
-        __sanitizer_finish_switch_fiber(nullptr, &pSegment->pBottomBelow, &pSegment->nSizeBelow);
-    const auto body = [pSegment]() noexcept { pSegment->pfn(pSegment->pArgument); };
-    pSegment->nRaised = pfm_protect(body);
+    pSegment->Run();
     if (__tsan_switch_to_fiber != nullptr)
         __tsan_switch_to_fiber(pSegment->pFiberBelow, 0);
-    if (__sanitizer_start_switch_fiber != nullptr)
-        __sanitizer_start_switch_fiber(nullptr, pSegment->pBottomBelow, pSegment->nSizeBelow);
     setcontext(&pSegment->below);
+    __builtin_trap(); // returning would end the thread without a sign, and the process with status 0
+}
+#else
+// Without contexts, what the calls use of the stack that they begin on is all.
+bool VELM_CDeepCalls::Segment::Map(std::size_t)
+{
+    return false;
+}
+void VELM_CDeepCalls::Segment::Start()
+{
+}
+void VELM_CDeepCalls::Segment::Switch()
+{
+}
+#endif
+
+VELM_CDeepCalls::Segment::~Segment()
+{
+    if (pLow == nullptr)
+        return;
+    VALGRIND_STACK_DEREGISTER(nValgrindId);
+    if (pFiber != nullptr)
+        __tsan_destroy_fiber(pFiber);
+    munmap(pLow - nGuard, nGuard + nSize);
+}
+
+void VELM_CDeepCalls::Segment::Run()
+{
+    if (__sanitizer_finish_switch_fiber != nullptr)
+        __sanitizer_finish_switch_fiber(nullptr, &pBottomBelow, &nSizeBelow);
+    const auto body = [this]() noexcept { pfn(pArgument); };
+    nRaised = pfm_protect(body);
+    if (__sanitizer_start_switch_fiber != nullptr)
+        __sanitizer_start_switch_fiber(nullptr, pBottomBelow, nSizeBelow);
 }

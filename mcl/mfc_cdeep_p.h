@@ -1,20 +1,47 @@
 // Room on the stack for objects that are stored or loaded inside each other, however deep; private to the library.
 //
-// Each level is a call of a caller's Serialize, which calls WriteObject or ReadObject for the next one. When the calls
-// of one archive have used their share of the stack that they are on, they go on on a segment of memory of their own,
-// and when that is used up on a further one, and come back as the levels return:
+// Each level is a call of a caller's Serialize, which calls WriteObject or ReadObject for the next level. The calls of
+// an archive use a small share of the stack that they begin on. Then they go on on a segment: memory of the archive's
+// own, used as a stack. When that is used up they go on on a larger segment, and they come back as the levels return:
 //
-//     the caller's stack          first segment            second segment
-//     | ... | level 0 .. 299 |    | level 300 .. 1500 |    | level 1501 ..        |
-//                       setcontext ->             setcontext ->
+//     the thread's stack        segment, 2 MiB              segment, 4 MiB
+//     +----------------+        +----------------+          +----------------+
+//     | caller         |   +--> | level 150      |     +--> | level 3400     |
+//     | level 0        |   |    | ...            |     |    | ...            |
+//     | ...            |   |    | level 3399     |-----+    |                |
+//     | level 149      |---+    |- - - - - - - - |          |- - - - - - - - |
+//     |                |        | 1 MiB, for the |          | 1 MiB          |
+//     |                |        | last Serialize |          |                |
+//     +----------------+        +----------------+          +----------------+
+//                               | 1 MiB of guard |          | 1 MiB of guard |
+//                               +----------------+          +----------------+
 //
-// A raise must not jump from one stack to another: the C library may refuse that, and the host's chain of cleanup
-// blocks would lead to frames that are gone. So a block at the base of each segment catches it, and it is raised again
-// on the stack below. A C++ exception cannot be passed on that way: where it comes to the base of a segment, it ends
-// the process by std::terminate.
+// A segment is reserved address space: the system gives it a page of memory when the page is first touched. Nothing
+// can be read or written in the guard, so that a frame too large for what is left ends the process there instead of
+// reaching foreign memory, also when the compiler does not touch each page of a large frame in turn.
+//
+// A Serialize may use other archives, which may call the first one again; and it may go on on another stack, that of a
+// coroutine or of a thread that it waits for. So an archive does not assume that a call comes from the stack of the
+// call before. It looks at the address of the frame, which is
+//   - on the calling thread's own stack: the calls use 16 KiB of it, or a quarter of what is left if that is less;
+//   - on a segment that is in use, of this archive or another: the calls use it down to the last 1 MiB;
+//   - on neither, as on a coroutine's stack: nothing is known of its size, and the calls go on on a segment at once.
+// This look takes time. The first 4 KiB below an archive's outermost call are used without it.
+//
+// A stretch is a run of levels whose frames are on one stack. What must hold:
+//   - Only frames of one stack are compared with each other. The levels that a raise has left are found that way, and
+//     they are not counted: their frames lie no higher than the frame of a later call on the same stack.
+//   - A call that begins a stretch keeps the outer one in its own frame and puts it back when it ends. So does each
+//     call with the number of levels. Hence calls that end in another order than that in which they began, as on
+//     coroutines that take turns, can make the number wrong, but nothing else.
+//   - A segment is either free or in use. It is in use until the call for which it was taken has returned to it.
+//   - A raise does not jump from one stack to another: the C library may refuse that, and the host's chain of cleanup
+//     blocks would lead to frames that are gone. So a block where the stretch begins catches it, and it is raised again
+//     outside. A C++ exception cannot be passed on from a segment: it ends the process by std::terminate there.
 #ifndef TAVNOMCL_MFC_CDEEP_P_H
 #define TAVNOMCL_MFC_CDEEP_P_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -28,53 +55,72 @@ public:
     VELM_CDeepCalls& operator=(const VELM_CDeepCalls&) = delete;
 
     // Makes sure that one more call can be made from the frame. False when there is no memory for it, or when as many
-    // are under way as there may be; what a raise has left does not count.
+    // are under way as there may be.
     bool Prepare(const void* pFrame, unsigned nMost)
     {
-        const std::uintptr_t nFrame = reinterpret_cast<std::uintptr_t>(pFrame);
-        if (m_pSegment == nullptr && m_nLevels < m_nMaxLevels && m_nLevels < nMost) {
-            if (m_nLevels == 0)
+        if (m_nLevels == 0) {
+            const bool bOnSegment = s_pInUse.load(std::memory_order_relaxed) != nullptr; // perhaps
+            m_stretch.nTop = AddressOf(pFrame);
+            m_stretch.nRoom = bOnSegment ? 0 : nUnasked;
+            if (!bOnSegment && m_nMaxLevels != 0 && nMost != 0)
                 return true;
-            if (m_levels[m_nLevels - 1] > nFrame && m_levels[0] - nFrame < nShare)
-                return true;
+        } else if (m_nLevels < m_nMaxLevels && m_nLevels < nMost && HasRoom(pFrame)) {
+            return true;
         }
-        return PrepareSlowly(nFrame, nMost);
+        return PrepareSlowly(pFrame, nMost);
     }
     // How many calls are under way, after Prepare.
     unsigned Depth() const { return m_nLevels; }
-    // One level deeper, which has been prepared for: true when the stack at hand has room for it, else CallOnSegment
-    // makes the call. Leave comes after it.
-    bool Enter(const void* pFrame)
+
+    // After Prepare: whether the call can simply be made, between Enter and Leave, which takes what Enter returned.
+    bool HasRoom(const void* pFrame) const
     {
-        m_levels[m_nLevels++] = reinterpret_cast<std::uintptr_t>(pFrame);
-        return HasRoom(reinterpret_cast<std::uintptr_t>(pFrame));
+        return m_levels[m_nLevels] > AddressOf(pFrame) && m_stretch.Holds(AddressOf(pFrame));
     }
-    void CallOnSegment(void (*pfn)(void*), void* pArgument);
-    void Leave() { --m_nLevels; }
+    unsigned Enter(const void* pFrame)
+    {
+        m_levels[m_nLevels + 1] = AddressOf(pFrame);
+        return m_nLevels++;
+    }
+    void Leave(unsigned nLevels) { m_nLevels = nLevels; }
+    // Makes the call otherwise. False, and it is not made, when the memory is gone that Prepare had found.
+    bool CallSlowly(const void* pFrame, void (*pfn)(void*), void* pArgument);
 
 private:
-    // What one archive's calls use of the caller's stack, of which nothing else is known: a thread may have little.
-    static const std::uintptr_t nShare = std::uintptr_t{64} << 10;
-
     struct Segment;
+    struct Stack;
+    struct Stretch {
+        std::uintptr_t nTop;  // frames lie there or below,
+        std::uintptr_t nRoom; // by less than so much
+        unsigned nFirst;      // levels under way outside of it
 
-    // The frames of the calls under way. One that a raise has left lies no higher than the frame of a later call on the
-    // same stack: stacks grow downwards.
-    std::uintptr_t* m_levels = nullptr;
+        bool Holds(std::uintptr_t nFrame) const { return nTop - nFrame < nRoom; }
+    };
+
+#ifdef __GLIBC__
+    static const std::uintptr_t nUnasked = std::uintptr_t{4} << 10;
+#else
+    static const std::uintptr_t nUnasked = std::uintptr_t{64} << 10; // and no segments
+#endif
+
+    static std::atomic<Segment*> s_pInUse; // in the whole process, whatever its archive
+
+    std::uintptr_t* m_levels = nullptr; // the frames of the calls under way, outermost first, behind a highest address
     unsigned m_nLevels = 0;
     unsigned m_nMaxLevels = 0;
-    Segment* m_pSegment = nullptr; // that the calls are on; NULL on the caller's stack
-    Segment* m_pFirst = nullptr;   // they are kept in the order of their use until the end
+    Stretch m_stretch = {0, 0, 0}; // of the innermost call
+    Segment* m_pFree = nullptr;    // that was used last, first
 
-    bool HasRoom(std::uintptr_t nFrame) const
+    static std::uintptr_t AddressOf(const void* pFrame)
     {
-        return m_pSegment == nullptr ? m_nLevels == 0 || m_levels[0] - nFrame < nShare : SegmentHasRoom(nFrame);
+        return reinterpret_cast<std::uintptr_t>(pFrame);
     }
-    bool SegmentHasRoom(std::uintptr_t nFrame) const;
-    bool PrepareSlowly(std::uintptr_t nFrame, unsigned nMost);
-    Segment* Next() const;
-    bool AddSegment();
-    static void Base(unsigned nHigh, unsigned nLow);
+    bool PrepareSlowly(const void* pFrame, unsigned nMost);
+    static Stack StackOf(std::uintptr_t nFrame);
+    Stretch StretchOf(std::uintptr_t nFrame, const Stack& here);
+    bool MakeRoom(std::uintptr_t nFrame, const Stack& here, const Stretch& stretch);
+    bool AddSegment(std::size_t nSize);
+    int CallOnSegment(void (*pfn)(void*), void* pArgument);
 };
 
 #endif

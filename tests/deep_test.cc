@@ -1,37 +1,92 @@
-// Objects inside each other, as deep as they go: on the caller's stack, and on the segments of the archive behind it.
+// Objects inside each other, as deep as they go: on the caller's stack, and on the segments of archives behind it.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/mman.h>
+#include <ucontext.h>
 
+#include <cerrno>
+#include <csetjmp>
+#include <cstdint>
+#include <deque>
 #include <fstream>
 #include <memory>
-#include <set>
+#include <thread>
 
 #include "tests/support/graph.h"
 #include "tests/support/watch.h"
 
-#if defined(__SANITIZE_ADDRESS__) // whose frames are large, and whose bookkeeping of them is slow
-const unsigned nLongest = 20000, nOnThread = 20000;
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) // whose frames are large, and bookkeeping is slow
+#define TESTS_SANITIZED
+const unsigned nLongest = 20000, nOnThread = 20000, nNested = 200, nEach = 100, nUsed = 24;
 #else
-const unsigned nLongest = 1000000, nOnThread = 100000;
+const unsigned nLongest = 1000000, nOnThread = 100000, nNested = 3000, nEach = 300, nUsed = 46;
 #endif
 
 namespace {
 
-// A node of a list that does something at one place of it.
+struct Archive;
+using Body = std::function<void()>;
+using Place = void (*)(const Body&); // runs the body in some place, and passes on what it raises
+
+// How a list is stored and loaded.
+struct Way {
+    unsigned nArchives = 1, nRun = 1; // so many archives take turns, after so many nodes each
+    Place place = nullptr;            // where each nStep-th node goes on
+    unsigned nStep = 1;
+    unsigned nRaiseStoring = ~0u, nRaiseLoading = ~0u; // the nodes that raise 7
+    unsigned nMaxStoring = 1000000, nMaxLoading = 1000000;
+    std::function<void(Archive&)> last = nullptr; // what the last node does when it is stored
+};
+
+struct Archive : VELM_CArchive {
+    const Way& way;
+    std::deque<Archive>& all;
+
+    Archive(VELM_CFile& file, int nMode, const Way& w, std::deque<Archive>& a)
+        : VELM_CArchive(&file, nMode), way(w), all(a)
+    {
+    }
+};
+
 class Link : public VELM_CObject {
 public:
     static VELM_CRuntimeClass record;
-    static unsigned nRaiseAt; // number of the node that raises 7
-    static unsigned nNestAt;  // number of the node that stores and loads a list of its own
     unsigned number = 0;
     Link *pNext = nullptr, *pBack = nullptr;
 
     VELM_CRuntimeClass* GetRuntimeClass() const override { return &record; }
-    void Serialize(VELM_CArchive& ar) override;
+    void Serialize(VELM_CArchive& ar) override
+    {
+        const Way& way = static_cast<Archive&>(ar).way;
+        if (ar.IsStoring())
+            ar << number;
+        else
+            ar >> number;
+        if (way.place != nullptr && number % way.nStep == way.nStep - 1)
+            way.place([&] { GoOn(static_cast<Archive&>(ar)); });
+        else
+            GoOn(static_cast<Archive&>(ar));
+    }
+
+private:
+    void GoOn(Archive& ar)
+    {
+        if (number == (ar.IsStoring() ? ar.way.nRaiseStoring : ar.way.nRaiseLoading))
+            pfm_raise(7);
+        if (ar.IsStoring() && pNext == nullptr && ar.way.last)
+            ar.way.last(ar);
+        Archive& next = ar.all[(number + 1) / ar.way.nRun % ar.all.size()];
+        if (ar.IsStoring()) {
+            next.WriteObject(pNext), ar.WriteObject(pBack);
+        } else {
+            pNext = static_cast<Link*>(next.ReadObject(&record));
+            pBack = static_cast<Link*>(ar.ReadObject(&record));
+        }
+    }
 };
 
 VELM_CRuntimeClass Link::record = {"Link", 0, 1};
-unsigned Link::nRaiseAt = ~0u, Link::nNestAt = ~0u;
 
 const VELM_CClassTable& Links()
 {
@@ -55,70 +110,182 @@ struct List {
 };
 
 // What comes of storing the list and loading it: how far its numbers count up, or what was raised, and where.
-std::string ThereAndBack(const Link* pFirst, unsigned nMaxStoring = 1000000, unsigned nMaxLoading = 1000000)
+std::string ThereAndBack(const List& list, const Way& way = Way())
 {
-    MemoryFile file;
-    Link* pLoaded = nullptr;
-    VELM_CArchive to(&file, VELM_CArchive::store), from(&file, VELM_CArchive::load);
-    to.SetMaxDepth(nMaxStoring), from.SetMaxDepth(nMaxLoading), from.SetClassTable(&Links());
-    int nRaised = pfm_protect([&] { to.WriteObject(pFirst), to.Close(); });
+    std::deque<MemoryFile> files(way.nArchives);
+    std::deque<Archive> to, from;
+    for (MemoryFile& file : files)
+        to.emplace_back(file, VELM_CArchive::store, way, to).SetMaxDepth(way.nMaxStoring);
+    int nRaised = pfm_protect([&] { to[0].WriteObject(&list.links[0]); });
     if (nRaised != 0)
-        return "storing raised " + std::to_string(nRaised) + " " + to.GetErrorText();
-    nRaised = pfm_protect([&] { pLoaded = static_cast<Link*>(from.ReadObject(&Link::record)); });
+        return "storing raised " + std::to_string(nRaised) + " " + to[0].GetErrorText();
+    to.clear();
+    for (MemoryFile& file : files) {
+        from.emplace_back(file, VELM_CArchive::load, way, from).SetMaxDepth(way.nMaxLoading);
+        from.back().SetClassTable(&Links());
+    }
+    Link* pLoaded = nullptr;
+    nRaised = pfm_protect([&] { pLoaded = static_cast<Link*>(from[0].ReadObject(&Link::record)); });
     unsigned n = 0;
     for (const Link* p = pLoaded; p != nullptr && p->number == n; p = p->pNext, ++n) {
-        if (pFirst->pNext != nullptr && pFirst->pNext->pBack != nullptr && p->pNext != nullptr) {
+        if (list.links.size() > 1 && list.links[1].pBack != nullptr && p->pNext != nullptr) {
             EXPECT_EQ(p->pNext->pBack, p);
         }
     }
-    from.DeleteLoadedObjects();
-    return nRaised == 0 ? std::to_string(n) : "loading raised " + std::to_string(nRaised) + " " + from.GetErrorText();
+    for (Archive& ar : from)
+        ar.DeleteLoadedObjects();
+    return nRaised == 0 ? std::to_string(n)
+                        : "loading raised " + std::to_string(nRaised) + " " + from[0].GetErrorText();
 }
 
-void Link::Serialize(VELM_CArchive& ar)
+// An archive to which lists are stored. They live as long, since objects are known by their addresses.
+struct Single {
+    MemoryFile file;
+    Way way;
+    std::deque<Archive> all;
+    std::deque<List> lists;
+
+    explicit Single(unsigned nMaxDepth)
+    {
+        all.emplace_back(file, VELM_CArchive::store, way, all).SetMaxDepth(nMaxDepth);
+    }
+    ~Single() { all[0].Abort(); }
+    void Store(unsigned n)
+    {
+        lists.emplace_back(n);
+        all[0].WriteObject(&lists.back().links[0]);
+    }
+    // Returns what was raised.
+    int Try(unsigned n)
+    {
+        return pfm_protect([&] { Store(n); });
+    }
+};
+
+// Places. Each catches what is raised on its own stack, and raises it again on the one that it was called on.
+
+void RaiseAgain(int nRaised)
 {
-    if (number == nNestAt && ar.IsStoring()) {
-        nNestAt = ~0u;
-        EXPECT_EQ(ThereAndBack(&List(3000).links[0]), "3000");
-    }
-    if (ar.IsStoring()) {
-        if (number == nRaiseAt)
-            pfm_raise(7);
-        ar << number;
-        ar.WriteObject(pNext), ar.WriteObject(pBack);
-    } else {
-        ar >> number;
-        if (number == nRaiseAt)
-            pfm_raise(8);
-        pNext = static_cast<Link*>(ar.ReadObject(&record)), pBack = static_cast<Link*>(ar.ReadObject(&record));
-    }
+    if (nRaised != 0)
+        pfm_raise(nRaised);
 }
 
-// Bytes of memory that no file backs.
-unsigned long long Mapped()
+void OtherArchives(const Body& body)
 {
-    std::ifstream maps("/proc/self/maps");
-    unsigned long long nFirst, nEnd, nBytes = 0;
-    for (std::string line; std::getline(maps, line);) {
-        if (line.find('/') == std::string::npos && sscanf(line.c_str(), "%llx-%llx", &nFirst, &nEnd) == 2)
-            nBytes += nEnd - nFirst;
-    }
-    return nBytes;
+    EXPECT_EQ(ThereAndBack(List(nNested)), std::to_string(nNested));
+    body();
 }
+
+void LargeFrame(const Body& body)
+{
+    volatile char block[800 << 10];
+    block[0] = block[sizeof block - 1] = 1;
+    body();
+}
+
+// Looks for the room that a segment has left, and for its guard.
+void RoomAndGuard(const Body& body)
+{
+    const unsigned long long nHere = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)), nMiB = 1 << 20;
+    unsigned long long nFirst = 0, nEnd = 0, nGuard = 0, nGuardEnd = 0;
+    char access[5] = "";
+    bool bSegment = false;
+    {
+        std::ifstream maps("/proc/self/maps");
+        for (std::string line; nEnd <= nHere && std::getline(maps, line);) {
+            nGuard = access == std::string("---p") ? nEnd - nFirst : 0, nGuardEnd = nEnd;
+            sscanf(line.c_str(), "%llx-%llx %4s", &nFirst, &nEnd, access);
+            bSegment = line.find("[stack]") == std::string::npos;
+        }
+    }
+    if (bSegment) {
+        EXPECT_GE(nHere - nFirst, nMiB);
+        EXPECT_GE(nGuard, nMiB);
+        EXPECT_EQ(nGuardEnd, nFirst);
+    }
+    body();
+}
+
+// On a thread with a stack of that size, of which some is used.
+void OnThread(std::size_t nKiB, std::size_t nUsed, const Body& body)
+{
+    struct Run {
+        const std::size_t nUsed;
+        const Body& body;
+        int nRaised;
+    } run = {nUsed, body, 0};
+    const auto start = [](void* p) -> void* {
+        Run& r = *static_cast<Run*>(p);
+        *static_cast<volatile char*>(__builtin_alloca((r.nUsed << 10) + 1)) = 1;
+        r.nRaised = pfm_protect(r.body);
+        return nullptr;
+    };
+    pthread_t thread;
+    pthread_attr_t small;
+    pthread_attr_init(&small), pthread_attr_setstacksize(&small, nKiB << 10);
+    ASSERT_EQ(pthread_create(&thread, &small, start, &run), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&small);
+    RaiseAgain(run.nRaised);
+}
+
+template <int nKiB> void Thread(const Body& body)
+{
+    OnThread(nKiB, 0, body);
+}
+
+struct Coroutine {
+    const Body& body;
+    ucontext_t inside, outside;
+    std::vector<char> stack = std::vector<char>(64 << 10);
+    int nRaised = 0;
+    static thread_local Coroutine* pStarting;
+
+    explicit Coroutine(const Body& b) : body(b)
+    {
+        getcontext(&inside);
+        inside.uc_stack.ss_sp = stack.data(), inside.uc_stack.ss_size = stack.size();
+        inside.uc_link = &outside;
+        makecontext(&inside, Start, 0);
+        pStarting = this;
+        swapcontext(&outside, &inside);
+    }
+    static void Start()
+    {
+        Coroutine& self = *pStarting;
+        self.nRaised = pfm_protect(self.body);
+    }
+};
+thread_local Coroutine* Coroutine::pStarting;
+
+[[maybe_unused]] void OnCoroutine(const Body& body)
+{
+    const int nRaised = std::make_unique<Coroutine>(body)->nRaised;
+    RaiseAgain(nRaised);
+}
+
+const struct {
+    const char* pszName;
+    Place place;
+} places[] = {
+    {"right here", [](const Body& body) { body(); }},
+    {"large frame", LargeFrame},
+    {"other archives", OtherArchives},
+    {"thread of 64 KiB", Thread<64>},
+    {"thread of 32 KiB", Thread<32>},
+#if !defined(__SANITIZE_ADDRESS__) // which would have to be told
+    {"coroutine", OnCoroutine},
+#endif
+};
 
 } // namespace
 
-TEST(Deep, ListsOfEveryLengthGoThereAndBackAndGiveTheirMemoryBack)
+TEST(Deep, ListsOfEveryLengthGoThereAndBack)
 {
     // Lengths around the places where the calls go on elsewhere, which lie some levels apart in each build.
     for (unsigned n = 1; n < 4000; n += n < 200 ? 37 : n % 7 + 61)
-        EXPECT_EQ(ThereAndBack(&List(n).links[0]), std::to_string(n));
-    EXPECT_EQ(ThereAndBack(&List(5000, true).links[0]), "5000");
-    [[maybe_unused]] const unsigned long long nBefore = Mapped();
-    EXPECT_EQ(ThereAndBack(&List(nLongest).links[0]), std::to_string(nLongest));
-#if !defined(__SANITIZE_ADDRESS__)              // which maps memory itself
-    EXPECT_LE(Mapped(), nBefore + (128 << 20)); // the segments were more than twice that
-#endif
+        EXPECT_EQ(ThereAndBack(List(n)), std::to_string(n));
+    EXPECT_EQ(ThereAndBack(List(5000, true)), "5000");
 }
 
 TEST(Deep, TreesAreMetOnEveryLevel)
@@ -138,36 +305,62 @@ TEST(Deep, TreesAreMetOnEveryLevel)
     ar.DeleteLoadedObjects();
 }
 
+TEST(Deep, ArchivesInsideOthersTakeTurnsInEveryPlace)
+{
+    EXPECT_EQ(ThereAndBack(List(nOnThread), {2, 1}), std::to_string(nOnThread));
+    EXPECT_EQ(ThereAndBack(List(6000), {3, 1, RoomAndGuard, 17}), "6000");
+    for (const auto& p : places) {
+        for (const unsigned nStep : {1u, 7u, 341u, 601u, 2999u}) {
+            const unsigned n = nStep < 10 ? 20 * nStep : 6000;
+            EXPECT_EQ(ThereAndBack(List(n), {1, 1, p.place, nStep}), std::to_string(n)) << p.pszName << nStep;
+            EXPECT_EQ(ThereAndBack(List(n), {2, 1, p.place, nStep}), std::to_string(n)) << p.pszName << nStep;
+        }
+        const Way hundred = {100, nEach, p.place, nEach * (p.place == OtherArchives ? 20 : 1)}; // under way at once
+        EXPECT_EQ(ThereAndBack(List(100 * nEach), hundred), std::to_string(100 * nEach)) << p.pszName;
+    }
+}
+
 TEST(Deep, RaisesArriveFromEveryDepth)
 {
     const List list(6000);
-    for (const unsigned nAt : {0u, 10u, 500u, 1500u, 5998u}) {
-        HostWatch watch;
-        Link::nRaiseAt = nAt;
-        EXPECT_EQ(ThereAndBack(&list.links[0]), "storing raised 7 ");
-        Link::nRaiseAt = ~0u;
-        MemoryFile file(Stored([&](VELM_CArchive& ar) { ar.WriteObject(&list.links[0]); }));
-        VELM_CArchive ar(&file, VELM_CArchive::load);
-        ar.SetClassTable(&Links());
-        Link::nRaiseAt = nAt;
-        EXPECT_EQ(pfm_protect([&] { ar.ReadObject(nullptr); }), 8) << nAt;
-        EXPECT_EQ(pfm_protect([] { pfm_raise(9); }), 9) << nAt; // the chain of blocks is whole
-        Link::nRaiseAt = ~0u;
-        ar.DeleteLoadedObjects();
-    }
-    // What a raise has left does not count: each of these goes deep again.
-    MemoryFile file;
-    VELM_CArchive ar(&file, VELM_CArchive::store);
-    ar.SetMaxDepth(6000);
-    std::vector<std::unique_ptr<List>> lists; // alive all the time: objects are known by their addresses
     HostWatch watch;
-    Link::nRaiseAt = 5999;
-    for (int i = 0; i < 5; ++i) {
-        lists.push_back(std::make_unique<List>(6000));
-        EXPECT_EQ(pfm_protect([&] { ar.WriteObject(&lists.back()->links[0]); }), 7) << i;
+    for (const unsigned nAt : {0u, 10u, 500u, 5998u}) {
+        for (const auto& p : places) {
+            for (const unsigned nArchives : {1u, 2u}) {
+                Way way = {nArchives, 1, p.place, 499};
+                way.nRaiseLoading = nAt;
+                EXPECT_EQ(ThereAndBack(list, way), "loading raised 7 ") << p.pszName << nAt;
+                way.nRaiseStoring = nAt;
+                EXPECT_EQ(ThereAndBack(list, way), "storing raised 7 ") << p.pszName << nAt;
+                EXPECT_EQ(pfm_protect([] { pfm_raise(9); }), 9) << p.pszName << nAt; // the chain of blocks is whole
+            }
+        }
     }
-    Link::nRaiseAt = ~0u;
-    ar.Abort();
+}
+
+TEST(Deep, WhatARaiseHasLeftDoesNotCount)
+{
+    HostWatch watch;
+    for (unsigned i = 0; i < 12 * std::size(places); ++i) {
+        // The last node of a list of that length stores lists which raise, to the same archive or to another; they are
+        // caught there or outside.
+        const unsigned nLength = i % 3 == 0 ? 1 : i % 3 == 1 ? 20 : 3000;
+        const bool bOther = i / 3 % 2 != 0, bOutside = i / 6 % 2 != 0;
+        Single outer(nLength + (bOther ? 0 : 6000)), other(6500); // a few count: each thread has another stack
+        Single& inner = bOther ? other : outer;
+        outer.way.nRaiseStoring = other.way.nRaiseStoring = 5999;
+        const Body body = [&] {
+            for (int n = 0; n < 5; ++n) {
+                if (bOutside)
+                    inner.Store(6000);
+                EXPECT_EQ(inner.Try(6000), 7) << i << inner.all[0].GetErrorText();
+            }
+        };
+        outer.way.last = [&](Archive&) { places[i / 12].place(body); };
+        for (int n = 0; n < (bOutside ? 5 : 1); ++n)
+            EXPECT_EQ(outer.Try(nLength), bOutside ? 7 : 0) << i << inner.all[0].GetErrorText();
+        EXPECT_EQ(other.Try(6000), 7) << i << other.all[0].GetErrorText();
+    }
 }
 
 TEST(Deep, TheLimitIsTheSameForBothDirections)
@@ -178,33 +371,109 @@ TEST(Deep, TheLimitIsTheSameForBothDirections)
                                                        "Link (1999) in Link (1998) in Link (1997) in Link (1996) in "
                                                        "Link (1995) in 1991 more in Link (3) in Link (2)";
     HostWatch watch;
-    EXPECT_EQ(ThereAndBack(&list.links[0], 2000, 2000), "2000");
-    // 20 bytes of tag, class record and number in the first level, then 8 in each.
-    EXPECT_EQ(ThereAndBack(&list.links[0], 1999, 2000), "storing " + deeper + "16004" + text);
-    EXPECT_EQ(ThereAndBack(&list.links[0], 2000, 1999), "loading " + deeper + "16004" + text);
+    for (const auto& p : places) {
+        Way way = {1, 1, p.place, 301};
+        way.nMaxStoring = 2000, way.nMaxLoading = 2000;
+        EXPECT_EQ(ThereAndBack(list, way), "2000") << p.pszName;
+        // 20 bytes of tag, class record and number in the first level, then 8 in each.
+        way.nMaxLoading = 1999;
+        EXPECT_EQ(ThereAndBack(list, way), "loading " + deeper + "16004" + text) << p.pszName;
+        way.nMaxStoring = 1999;
+        EXPECT_EQ(ThereAndBack(list, way), "storing " + deeper + "16004" + text) << p.pszName;
+    }
 }
 
-TEST(Deep, ArchivesMayBeNestedAndThreadsMayDoItAtOnce)
+TEST(Deep, ThreadsMayDoItAtOnceAndMayBeSmall)
 {
-    const List list(3000);
-    for (const unsigned nAt : {5u, 700u, 2990u}) {
-        Link::nNestAt = nAt;
-        EXPECT_EQ(ThereAndBack(&list.links[0]), "3000") << nAt;
-        EXPECT_EQ(Link::nNestAt, ~0u); // it came by there
+    const unsigned stacks[][2] = {{256, 0}, {64, 0}, {64, nUsed}, {32, 0}}; // in KiB, and how much is used
+    for (const auto& stack : stacks) {
+        const auto body = [&stack] {
+            std::string result;
+            OnThread(stack[0], stack[1], [&result] { result = ThereAndBack(List(nOnThread)); });
+            EXPECT_EQ(result, std::to_string(nOnThread)) << stack[0] << " " << stack[1];
+        };
+        std::thread other(body);
+        body();
+        other.join();
     }
-    const auto body = [](void* p) -> void* {
-        *static_cast<std::string*>(p) = ThereAndBack(&List(nOnThread).links[0]);
-        return nullptr;
-    };
-    pthread_t threads[2];
-    std::string results[2];
-    pthread_attr_t small;
-    pthread_attr_init(&small), pthread_attr_setstacksize(&small, 256 << 10);
-    for (int i = 0; i < 2; ++i)
-        ASSERT_EQ(pthread_create(&threads[i], &small, body, &results[i]), 0);
-    for (int i = 0; i < 2; ++i) {
-        pthread_join(threads[i], nullptr);
-        EXPECT_EQ(results[i], std::to_string(nOnThread));
-    }
-    pthread_attr_destroy(&small);
 }
+
+#if !defined(TESTS_SANITIZED) // which map memory themselves, and would have to be told of jumps
+
+static std::size_t nMostMapped = SIZE_MAX; // that the library gets in one piece
+void* mmap(void* p, std::size_t n, int nProtection, int nFlags, int fd, off_t nOffset) noexcept
+{
+    static const auto pReal = reinterpret_cast<decltype(&mmap)>(dlsym(RTLD_NEXT, "mmap"));
+    errno = ENOMEM;
+    return n > nMostMapped ? MAP_FAILED : pReal(p, n, nProtection, nFlags, fd, nOffset);
+}
+
+// Bytes of memory that no file backs, but for heap and stack.
+static unsigned long long Mapped()
+{
+    std::ifstream maps("/proc/self/maps");
+    unsigned long long nFirst, nEnd, nBytes = 0;
+    for (std::string line; std::getline(maps, line);) {
+        if (line.find_first_of("/[") == std::string::npos && sscanf(line.c_str(), "%llx-%llx", &nFirst, &nEnd) == 2)
+            nBytes += nEnd - nFirst;
+    }
+    return nBytes;
+}
+
+TEST(Deep, MemoryGrowsWithTheDepthAndGoesBack)
+{
+    const unsigned long long nBefore = Mapped(), nMiB = 1 << 20;
+    unsigned long long nMost = 0;
+    Way way;
+    way.last = [&](Archive&) { nMost = Mapped(); };
+    EXPECT_EQ(ThereAndBack(List(nLongest), way), std::to_string(nLongest));
+    EXPECT_LE(nMost, nBefore + 500 * nMiB);
+    EXPECT_LE(Mapped(), nBefore + 32 * nMiB);
+}
+
+TEST(Deep, FewLevelsStayOnTheThreadsStack)
+{
+    std::uintptr_t nHere = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)), nDistance = 0;
+    Way way;
+    way.last = [&](Archive&) { nDistance = nHere - reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)); };
+    EXPECT_EQ(ThereAndBack(List(50), way), "50");
+    EXPECT_LT(nDistance, 20u << 10);
+    EXPECT_EQ(ThereAndBack(List(300), way), "300");
+    EXPECT_GT(nDistance, 128u << 10);
+}
+
+TEST(Deep, RaisesOfAHostMayGoPastTheBlocks)
+{
+    const unsigned long long nBefore = Mapped();
+    static jmp_buf past;
+    {
+        Single single(6000);
+        single.way.nStep = 6000;
+        single.way.place = [](const Body&) { longjmp(past, 1); };
+        const auto store = [&] {
+            if (setjmp(past) == 0)
+                single.Store(6000);
+        };
+        for (int i = 0; i < 5; ++i)
+            EXPECT_EQ(pfm_protect(store), 0) << single.all[0].GetErrorText();
+    }
+    EXPECT_LE(Mapped(), nBefore + (4 << 20)); // the segments were more than twice that
+}
+
+TEST(Deep, MemoryMayComeInPiecesOrNotAtAll)
+{
+    HostWatch watch;
+    const List list(nOnThread);
+    Way way;
+    nMostMapped = 5 << 20;
+    EXPECT_EQ(ThereAndBack(list), std::to_string(nOnThread));
+    way.last = [](Archive&) { nMostMapped = 1; };
+    for (const std::string direction : {"loading", "storing"}) {
+        const std::string result = ThereAndBack(list, way);
+        EXPECT_EQ(result.find(direction + " raised 1 offset "), 0u) << result;
+        EXPECT_NE(result.find(": there is no memory for objects nested deeper than "), std::string::npos) << result;
+    }
+    nMostMapped = SIZE_MAX;
+}
+
+#endif

@@ -2,8 +2,9 @@
 #ifndef TESTS_SUPPORT_EXHAUST_H
 #define TESTS_SUPPORT_EXHAUST_H
 
-// AddressSanitizer has allocators of its own in the way; the leaks that it finds are counted here otherwise.
-#if !defined(__SANITIZE_ADDRESS__)
+// The sanitizers have allocators of their own in the way; the leaks that AddressSanitizer finds are counted here
+// otherwise.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 #define TESTS_EXHAUST
 
 // While it lives, the allocation of that number (from 0) of this thread fails; a negative number lets all pass.
