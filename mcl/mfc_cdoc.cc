@@ -71,6 +71,13 @@ template <class BODY> static int Run(VELM_CString* pError, const char* lpszPath,
     return nDone;
 }
 
+// Of what the body has closed or aborted nobody knows whether it is whole.
+static void RequireOpen(VELM_CArchive& ar)
+{
+    if (ar.m_pFile == nullptr)
+        ar.RaiseInvalid("the archive was closed or aborted");
+}
+
 static int Save(const char* lpszPath, const VELM_CClassTable& classes, BodyProc pfnStore, void* pContext,
                 ErrorText& error)
 {
@@ -83,6 +90,7 @@ static int Save(const char* lpszPath, const VELM_CClassTable& classes, BodyProc 
         VELM_CArchive& ar = room.Make(file, VELM_CArchive::store);
         ar.SetClassTable(&classes);
         pfnStore(ar, pContext);
+        RequireOpen(ar);
         if (!ar.AreOwnersComplete())
             return;
         ar.Close();
@@ -130,6 +138,7 @@ static int Load(const char* lpszPath, const VELM_CClassTable& classes, BodyProc 
         VELM_CArchive& ar = room.Make(file, VELM_CArchive::load);
         ar.SetClassTable(&classes);
         pfnLoad(ar, pContext);
+        RequireOpen(ar);
         if (!ar.IsAtEnd())
             ar.RaiseInvalid("more follows behind the document");
         else

@@ -22,7 +22,8 @@ VELM_API int AfxSaveDocument(const char* lpszPath, const VELM_CClassTable& class
                              VELM_CString* pError = NULL) __attribute__((warn_unused_result));
 
 /// Saves what the function stores in the archive that it is given, with the context. What it stores as a root is stored
-/// by `VELM_CArchive::WriteOwned`. Otherwise as above.
+/// by `VELM_CArchive::WriteOwned`. A function, or an object, that closes or aborts the archive makes the call fail.
+/// Otherwise as above.
 VELM_API int AfxSaveDocument(const char* lpszPath, const VELM_CClassTable& classes,
                              void (*pfnStore)(VELM_CArchive& ar, void* pContext), void* pContext,
                              VELM_CString* pError = NULL) __attribute__((warn_unused_result));
@@ -31,7 +32,8 @@ VELM_API int AfxSaveDocument(const char* lpszPath, const VELM_CClassTable& class
 /// roots by `VELM_CArchive::ReadOwned` into variables that outlive the call, and whatever else it stored. Returns 1
 /// when all of it came, nothing is left behind it, and every object but the roots has an owner (where the program's
 /// objects own others at all). Else 0; then everything that had been loaded is deleted, the function's variables are
-/// not to be used, and `*pError` says what went wrong. No raise comes through.
+/// not to be used, and `*pError` says what went wrong. No raise comes through. The function leaves the archive open:
+/// one that was closed or aborted makes the call fail, and of an aborted one nobody deletes the objects.
 VELM_API int AfxLoadDocument(const char* lpszPath, const VELM_CClassTable& classes,
                              void (*pfnLoad)(VELM_CArchive& ar, void* pContext), void* pContext,
                              VELM_CString* pError = NULL) __attribute__((warn_unused_result));

@@ -294,6 +294,7 @@ TEST_F(Document, SavesAndLoadsWithABody)
         const char* lpszText;
     } saves[] = {{[](VELM_CArchive&) { pfm_raise(42); }, "raise 42"},
                  {[](VELM_CArchive&) { AfxMemoryExhausted(); }, "raise 1: memory is exhausted"},
+                 {[](VELM_CArchive& ar) { ar.Abort(); }, "offset 0: the archive was closed or aborted"},
                  {[](VELM_CArchive& ar) { ar.WriteOwned(nullptr); }, "offset 0: an object that is owned is NULL"}};
     for (const auto& save : saves) {
         EXPECT_EQ(AfxSaveDocument(path.c_str(), GraphClasses(), save.body, &error), 0);
@@ -315,6 +316,10 @@ TEST_F(Document, SavesAndLoadsWithABody)
         EXPECT_EQ(AfxLoadDocument(path.c_str(), GraphClasses(), load, &error), 0);
         EXPECT_EQ(Error().substr(0, Error().find(", in")), row.lpszText);
     }
+    std::ofstream(path) << good << "x";
+    const auto close = [&](VELM_CArchive& ar) { load(ar), ar.Close(); };
+    EXPECT_EQ(AfxLoadDocument(path.c_str(), GraphClasses(), close, &error), 0);
+    EXPECT_EQ(Error(), "offset 44: the archive was closed or aborted");
 }
 
 TEST_F(Document, TheGuidesProgramRefusesCraftedLists)
