@@ -121,6 +121,8 @@ void VELM_CArchive::Abort()
 {
     if (!IsInbound() && m_lpBufCur != m_lpBufStart)
         m_pInside->Lose("%lu bytes were dropped unwritten", static_cast<unsigned long>(m_lpBufCur - m_lpBufStart));
+    else if (!m_pInside->bAborted && m_pInside->Depth() > 0)
+        m_pInside->Lose("an object was not stored"); // not all of it, whatever has reached the file
     m_pInside->EndSave();
     m_pInside->bAborted = true;
     m_pFile = nullptr;
@@ -138,7 +140,8 @@ void VELM_CArchive::Abort()
         delete m_pLoadArray;
     m_pInside->pStoreMap = nullptr;
     m_pStoreMap = nullptr;
-    m_pInside->owners.Clear();
+    if (!IsInbound()) // an object that the archive shares may be under way
+        m_pInside->owners.Clear();
     m_pInside->storedClasses.Clear();
 }
 
@@ -212,6 +215,7 @@ void VELM_CArchiveInside::Fail(int cause, unsigned long long nOffset, const char
     Explain(nOffset, lpszFormat, args);
     va_end(args);
     NoteLoss();
+    m_nErrorCause = cause;
     AfxThrowArchiveException(cause, m_ar.m_strFileName.m_data);
 }
 
@@ -249,6 +253,7 @@ void VELM_CArchiveInside::NoteLoss()
 void VELM_CArchiveInside::Explain(unsigned long long nOffset, const char* lpszFormat, va_list args)
 {
     const unsigned nInner = 6, nOuter = 2;
+    m_nErrorCause = 0;
     size_t n = 0;
     const auto Advance = [&](int nPrinted) {
         n += nPrinted > 0 ? static_cast<size_t>(nPrinted) : 0;
@@ -328,6 +333,11 @@ bool VELM_CArchiveInside::GrowPath()
     return true;
 }
 
+int VELM_CArchive::GetErrorCause() const
+{
+    return m_pInside->ErrorCause();
+}
+
 const char* VELM_CArchive::GetErrorText() const
 {
     return m_pInside->ErrorText();
@@ -336,7 +346,16 @@ const char* VELM_CArchive::GetErrorText() const
 void VELM_CArchiveInside::Hold(VELM_CHeld* pHeld)
 {
     pHeld->m_pOuter = m_pHeld;
+    pHeld->m_nDepth = Depth();
+    pHeld->m_nInHeld = owners.InHeld();
     m_pHeld = pHeld;
+}
+
+void VELM_CArchive::MovedFromHeld(VELM_CHeld* pHeld)
+{
+    const VELM_CHeld* const pOuter = pHeld->m_pOuter;
+    if (pOuter == nullptr || pOuter->m_nDepth != pHeld->m_nDepth)
+        m_pInside->owners.MovedFromHeld(pHeld->m_nInHeld);
 }
 
 void VELM_CArchiveInside::DropHeld(VELM_CHeld* pHeld)

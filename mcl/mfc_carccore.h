@@ -63,7 +63,7 @@ class VELM_CPtrArray;
 /// archive that holds it, by `VELM_CArchive::DropHeld` or with itself.
 class VELM_API VELM_CHeld {
 public:
-    VELM_CHeld() : m_pOuter(NULL) {}
+    VELM_CHeld() : m_pOuter(NULL), m_nDepth(0), m_nInHeld(0) {}
     VELM_CHeld(const VELM_CHeld&) = delete;
     VELM_CHeld& operator=(const VELM_CHeld&) = delete;
     virtual ~VELM_CHeld();
@@ -72,6 +72,8 @@ private:
     friend class VELM_CArchive;
     friend class VELM_CArchiveInside;
     VELM_CHeld* m_pOuter; // held before this one
+    unsigned m_nDepth;    // objects under way then
+    unsigned m_nInHeld;   // and objects that held values owned
 };
 
 /// A binary stream in one direction, storing to a `VELM_CFile` or loading from it, through one buffer.
@@ -265,6 +267,8 @@ public:
     /// nothing. Of many objects inside each other those in the middle are counted. Valid until the next failure, also
     /// after `Abort`.
     const char* GetErrorText() const;
+    /// The code that was raised with that text; 0 where none was.
+    int GetErrorCause() const;
     /// Storing: 1 while all that was to be stored has been; 0 after a check by which something was not stored, after a
     /// raise amid an object or a write of the file, and after bytes were dropped by `Abort` or stored after `Close`.
     /// Asked in a `Serialize`, it answers for what is complete. A file's own failures are the file's to tell.
@@ -408,6 +412,8 @@ public:
     void Hold(VELM_CHeld* pHeld);
     /// Deletes what is held.
     void DropHeld(VELM_CHeld* pHeld);
+    /// What the held value owned is now where its owner keeps it, unless that is another held value.
+    void MovedFromHeld(VELM_CHeld* pHeld);
     /// The offset of the next byte in the stream.
     unsigned long long GetOffset() const;
 

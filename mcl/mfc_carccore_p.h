@@ -82,6 +82,7 @@ public:
     // Storing: notes that something is missing in the stream, which no raise says.
     __attribute__((format(printf, 2, 3))) void Lose(const char* lpszFormat, ...);
     const char* ErrorText() const { return m_errorText; }
+    int ErrorCause() const { return m_nErrorCause; }
 
     // Storing: the save that the archive is part of, where the file has one, knows what it could not store.
     void JoinSave();
@@ -108,6 +109,8 @@ public:
 
     void Hold(VELM_CHeld* pHeld);
     void DropHeld(VELM_CHeld* pHeld);
+    // Whether the object under way loads into something that is held.
+    bool IsHolding() { return m_pHeld != nullptr && m_pHeld->m_nDepth == Depth(); }
     // It is no longer held, and somebody else's to delete.
     void Unhold(VELM_CHeld* pHeld);
 
@@ -203,6 +206,7 @@ private:
     bool m_bLost = false;
     bool m_bWriting = false; // while the file writes, and after a raise from there
     unsigned m_nBegun = 0;
+    int m_nErrorCause = 0;
     char m_errorText[1024] = "";
 };
 

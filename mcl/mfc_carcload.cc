@@ -147,6 +147,8 @@ void VELM_CArchiveLoader::DeleteObjects()
         if (pOb != nullptr && ClassAt(i).pClass->pfnLetGo != nullptr)
             ClassAt(i).pClass->pfnLetGo(pOb);
     }
+    for (const uint32_t nInHeld : owners) // no function lets go of these
+        objects[nInHeld] = nullptr;
     for (uint32_t i = 0; i < m_nSlots; ++i) { // before the first is deleted, which may delete others
         const uint32_t nOwner = owners.OwnerOf(i);
         const bool bLetGo = nOwner != 0 && ClassAt(nOwner).pClass->pfnLetGo != nullptr;

@@ -61,8 +61,10 @@ static const char* NameOf(const VELM_CRuntimeClass* pClass)
 // Makes the store map or the load array, and goes on where an earlier attempt was left by a raise. False after Abort.
 bool VELM_CArchive::MakeMap()
 {
-    if (m_pInside->bAborted)
+    if (m_pInside->bAborted) {
+        m_pInside->Lose("an object was not stored");
         return false;
+    }
     m_pInside->Begin();
     if (HasStoreMap()) {
         if (m_pStoreMap == nullptr)
@@ -191,8 +193,10 @@ bool VELM_CArchive::StoreClass(const VELM_CRuntimeClass* pClassRef, const VELM_C
 
 void VELM_CArchive::WriteClass(const VELM_CRuntimeClass* pClassRef)
 {
-    if (m_pInside->bAborted)
+    if (m_pInside->bAborted) {
+        m_pInside->Lose("a class record was not stored");
         return;
+    }
     m_pInside->Begin();
     if (StoreClass(pClassRef, nullptr))
         m_pInside->End();
@@ -375,13 +379,15 @@ VELM_CObject* VELM_CArchive::ReadForOwner(const VELM_CRuntimeClass* pClassRefReq
     const unsigned long long nOffset = m_pInside->Offset();
     VELM_CObject* const pOb = LoadObject(pClassRefRequested, rIndex, __builtin_frame_address(0));
     VELM_CArchiveLoader* const pLoader = VELM_CArchiveLoader::Of(*this);
-    if (rIndex == nRefused || pLoader == nullptr || m_pInside->bAborted) { // what is aborted is the program's
+    // After Abort only what the archive has a share of is known; the rest is the program's.
+    const bool bAll = pLoader != nullptr && !m_pInside->bAborted;
+    if (rIndex == nRefused || (!bAll && m_pInside->owners.ShareOf(rIndex) == nullptr)) {
         rIndex = rIndex == nRefused ? rIndex : 0;
         return pOb;
     }
-    const bool bMayBe = pOb == nullptr
-                            ? bOrNull || m_pInside->RefuseNull(nOffset)
-                            : m_pInside->RequireOwnable(pOb, rIndex, pLoader->IsMappedAt(rIndex), kind, nOffset);
+    const bool bMayBe =
+        pOb == nullptr ? bOrNull || m_pInside->RefuseNull(nOffset)
+                       : m_pInside->RequireOwnable(pOb, rIndex, bAll && pLoader->IsMappedAt(rIndex), kind, nOffset);
     if (bMayBe)
         return pOb;
     rIndex = nRefused;

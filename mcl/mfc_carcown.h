@@ -26,6 +26,8 @@ template <> struct VELM_CClassOf<VELM_CObject> {
 // owner keeps it; nRefused, and the operand is as it was, after a raise that returned.
 template <class TYPE> unsigned AfxLoadOwned(VELM_CArchive& ar, TYPE*& rpOb, int bOrNull)
 {
+    static_assert(std::is_base_of<VELM_CObject, TYPE>::value,
+                  "a pointer goes through an archive when its class derives from VELM_CObject");
     unsigned nIndex;
     VELM_CObject* const pOb =
         ar.ReadForOwner(VELM_CClassOf<TYPE>::Record(), VELM_CArchive::plainOwner, bOrNull, nIndex);

@@ -24,9 +24,10 @@ void VELM_COwners::Clear()
     std::free(m_roots);
     std::free(m_shares);
     std::free(m_others);
-    m_owners = m_roots = m_others = nullptr;
+    std::free(m_inHeld);
+    m_owners = m_roots = m_others = m_inHeld = nullptr;
     m_shares = nullptr;
-    m_nIndexes = m_nMaxShares = m_nOthers = m_nMaxOthers = 0;
+    m_nIndexes = m_nMaxShares = m_nOthers = m_nMaxOthers = m_nInHeld = m_nMaxInHeld = 0;
     m_bUsed = false;
 }
 
@@ -43,6 +44,7 @@ void VELM_COwners::ReleaseShares()
 void VELM_COwners::Reserve(uint32_t nEnd)
 {
     GrowArray(m_shares, m_nMaxShares, m_nShares + 1);
+    GrowArray(m_inHeld, m_nMaxInHeld, m_nInHeld + 1);
     if (nEnd <= m_nIndexes)
         return;
     uint32_t nOwners = m_nIndexes, nRoots = m_nIndexes;
@@ -72,8 +74,10 @@ VELM_COwners::Refusal VELM_COwners::RefusalOf(uint32_t nObject, uint32_t nUnderW
     return !bShares && nUnderWay != 0 && RootOf(nUnderWay) == nObject ? ownsItself : mayBe;
 }
 
-void VELM_COwners::Adopt(uint32_t nObject, uint32_t nUnderWay, VELM_CArchive::Owner kind)
+void VELM_COwners::Adopt(uint32_t nObject, uint32_t nUnderWay, VELM_CArchive::Owner kind, bool bInHeld)
 {
+    if (bInHeld && kind == VELM_CArchive::smartOwner)
+        m_inHeld[m_nInHeld++] = nObject;
     const bool bCallers = nUnderWay == 0 && kind == VELM_CArchive::plainOwner;
     m_bUsed = m_bUsed || !bCallers;
     m_nAdoptions += kind != VELM_CArchive::weakOwner;
@@ -136,7 +140,7 @@ void VELM_CArchive::Adopt(unsigned nIndex, Owner kind)
     if (nIndex == 0 || nIndex == nRefused || m_pInside->bAborted)
         return;
     const VELM_CArchiveInside::UnderWay* const pInnermost = m_pInside->Innermost();
-    m_pInside->owners.Adopt(nIndex, pInnermost == nullptr ? 0 : pInnermost->nIndex, kind);
+    m_pInside->owners.Adopt(nIndex, pInnermost == nullptr ? 0 : pInnermost->nIndex, kind, m_pInside->IsHolding());
 }
 
 unsigned VELM_CArchive::GetAdoptions() const
@@ -146,8 +150,10 @@ unsigned VELM_CArchive::GetAdoptions() const
 
 void VELM_CArchive::WriteForOwner(const VELM_CObject* pOb, Owner kind, int bOrNull)
 {
-    if (m_pInside->bAborted)
+    if (m_pInside->bAborted) {
+        m_pInside->Lose("an object was not stored");
         return;
+    }
     const unsigned long long nOffset = m_pInside->Offset();
     if (pOb == nullptr && !bOrNull && IsStoring()) {
         m_pInside->RefuseNull(nOffset);

@@ -41,8 +41,14 @@ public:
     // What speaks against an owner in the object under way. There is room for both.
     enum Refusal { mayBe, hasOwner, isShared, ownsItself };
     Refusal RefusalOf(uint32_t nObject, uint32_t nUnderWay, VELM_CArchive::Owner kind);
-    // The object gets that owner; none that is under way is 0. Nothing speaks against it.
-    void Adopt(uint32_t nObject, uint32_t nUnderWay, VELM_CArchive::Owner kind);
+    // The object gets that owner; none that is under way is 0. Nothing speaks against it. bInHeld: its smart pointer is
+    // in a value that the archive holds, which deletes it.
+    void Adopt(uint32_t nObject, uint32_t nUnderWay, VELM_CArchive::Owner kind, bool bInHeld);
+    // The objects in held values, which are found there until the values have been moved on.
+    const uint32_t* begin() const { return m_inHeld; }
+    const uint32_t* end() const { return m_inHeld + m_nInHeld; }
+    uint32_t InHeld() const { return m_nInHeld; }
+    void MovedFromHeld(uint32_t nBefore) { m_nInHeld = nBefore < m_nInHeld ? nBefore : m_nInHeld; }
 
     // Whether the archive has to delete the object: no owner will. What the caller has got as a plain pointer counts as
     // the archive's until the load has succeeded.
@@ -84,6 +90,9 @@ private:
     Share* m_shares = nullptr;
     uint32_t m_nShares = 0;
     uint32_t m_nMaxShares = 0;
+    uint32_t* m_inHeld = nullptr;
+    uint32_t m_nInHeld = 0;
+    uint32_t m_nMaxInHeld = 0;
     uint32_t* m_others = nullptr; // ascending
     uint32_t m_nOthers = 0;
     uint32_t m_nMaxOthers = 0;

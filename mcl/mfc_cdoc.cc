@@ -47,7 +47,7 @@ struct ErrorText {
     // What the archive says; or else what was raised, where that has no text.
     void SetFrom(const char* lpszPath, const VELM_CArchive& ar, int nRaised)
     {
-        if (*ar.GetErrorText() != '\0')
+        if (*ar.GetErrorText() != '\0' && (nRaised == 0 || nRaised == ar.GetErrorCause()))
             Set(lpszPath, ar.GetErrorText());
         else
             std::snprintf(szText, sizeof szText, "%s: raise %d%s", lpszPath, nRaised,
@@ -128,7 +128,10 @@ static int Load(const char* lpszPath, const VELM_CClassTable& classes, BodyProc 
     VELM_CFile file;
     ArchiveRoom room;
     volatile int nLoaded = 0;
-    const int nErrorBefore = VELM_CFile::ERROR_CODE;
+    struct ErrorsBefore {
+        const int nCode = VELM_CFile::ERROR_CODE;
+        ~ErrorsBefore() { VELM_CFile::ERROR_CODE |= nCode; }
+    } before;
     VELM_CFile::ERROR_CODE = 0;
     const int nRaised = pfm_protect([&] {
         if (!file.Open(lpszPath)) {
@@ -152,7 +155,6 @@ static int Load(const char* lpszPath, const VELM_CClassTable& classes, BodyProc 
         pfm_protect([&] { pArchive->DeleteLoadedObjects(); }); // a destructor of the program's may raise
     }
     room.bGood = true; // or nothing is left
-    VELM_CFile::ERROR_CODE |= nErrorBefore;
     return nLoaded;
 }
 

@@ -682,6 +682,7 @@ void VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::Serialize(VELM_CArchive& ar)
             return; // the archive holds the new value
         }
         rValue = static_cast<Loaded>(entry.value);
+        ar.MovedFromHeld(pLoaded);
     }
     ar.DropHeld(pLoaded);
     ar.RaiseDataEnded(); // of a value whose helper does not raise

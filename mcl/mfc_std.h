@@ -9,12 +9,12 @@
 ///
 /// | A member, or the elements of a container | goes by | and is |
 /// |---|---|---|
-/// | `Task*` that is not owned | `WriteObject`, `ReadObject`; a container by `<<`, `>>` | any object of the graph, or
-/// NULL | | `Task*` that the object deletes | `<<`, `>>` of `AfxOwned` | never NULL, and owned by nobody else | | the
-/// same, or NULL | `<<`, `>>` of `AfxOwnedOrNull` | owned by nobody else | | `std::unique_ptr<Task>` | `<<`, `>>`; of
-/// `AfxOwned` where it must not be NULL | owned by nobody else | | `std::shared_ptr<Style>` | `<<`, `>>`; of `AfxOwned`
-/// where it must not be NULL | shared again | | `std::weak_ptr<Style>` | `<<`, `>>` | shared as long as others share it
-/// |
+/// | `Task*` that is not owned | `WriteObject`, `ReadObject`; a container by `<<`, `>>` | any object, or NULL |
+/// | `Task*` that the object deletes | `<<`, `>>` of `AfxOwned` | not NULL, and owned by nobody else |
+/// | the same, or NULL | `<<`, `>>` of `AfxOwnedOrNull` | owned by nobody else |
+/// | `std::unique_ptr<Task>` | `<<`, `>>`; of `AfxOwned` where it must not be NULL | owned by nobody else |
+/// | `std::shared_ptr<Style>` | `<<`, `>>`; of `AfxOwned` where it must not be NULL | shared again |
+/// | `std::weak_ptr<Style>` | `<<`, `>>` | shared as long as others share it |
 ///
 /// Unique and shared owners of one object exclude each other. Shared owners that own each other in a circle are never
 /// deleted, as always: one of them is to be a `std::weak_ptr`. The archive has a share of each shared object until it
@@ -24,10 +24,9 @@
 /// Loading replaces what a container holds, and fills it as the data arrives: memory is never taken for what a count
 /// claims. Where the data ends, 3 is raised, and the container holds the elements that were whole; a string or an
 /// optional is empty then. A second element with the key of an earlier one is dropped; with elements that own, it
-/// raises
-/// 5. So does loading over an owner that holds an object of the same load. An element is loaded over a default value or
-/// over one that was moved from, so that its own `>>` sets all of it. An element that takes no byte raises 1, storing
-/// and loading.
+/// raises 5. So does loading over an owner that holds an object of the same load. An element is loaded over a default
+/// value or over one that was moved from, so that its own `>>` sets all of it. An element that takes no byte raises 1,
+/// storing and loading.
 ///
 /// What is being loaded belongs to the archive, so that a raise loses nothing. An exception of a container, such as
 /// `std::bad_alloc`, passes through to the caller and loses nothing either; the archive is to be destroyed then. An
@@ -106,6 +105,7 @@ private:
 //     bStandard        whether the operators of this header move the type
 //     nLeast           bytes that a value takes at least; 0 where that is not known
 //     nPlain<HOW>      whether the value is a pointer that owns (1), or has such pointers inside (2)
+//     bOwner<HOW>      whether a value that is dropped may let go of an object that it owns
 //     Store(ar, value, how), Load(ar, rValue, how)
 //     MayReplace(ar, value, how)   false, after a raise that returned, where the value owns an object of this load
 //
@@ -114,6 +114,7 @@ private:
 template <class TYPE, class ENABLE = void> struct VELM_CForm {
     enum { bStandard = 0, nLeast = std::is_arithmetic<TYPE>::value || std::is_same<TYPE, VELM_CString>::value ? 1 : 0 };
     template <class HOW> static constexpr int nPlain() { return 0; }
+    template <class HOW> static constexpr bool bOwner() { return nLeast == 0; } // for all that is known
     template <class HOW> static void Store(VELM_CArchive& ar, const TYPE& value, HOW)
     {
         static_assert(!HOW::bOwns, "AfxOwned takes pointers to objects, and containers of these");
@@ -138,6 +139,7 @@ template <class TYPE> struct VELM_CObjectClass {
 template <class TYPE> struct VELM_CForm<TYPE*> {
     enum { bStandard = 0, nLeast = 4 };
     template <class HOW> static constexpr int nPlain() { return HOW::bOwns; }
+    template <class HOW> static constexpr bool bOwner() { return HOW::bOwns; }
     static void Store(VELM_CArchive& ar, TYPE* pOb, VELM_CRefers)
     {
         ar.WriteObject(VELM_CObjectClass<TYPE>::Root(pOb));
@@ -163,6 +165,7 @@ template <class TYPE> struct VELM_CForm<TYPE*> {
 template <class TYPE> struct VELM_CSmartForm {
     enum { bStandard = 1, nLeast = 4 };
     template <class HOW> static constexpr int nPlain() { return 0; }
+    template <class HOW> static constexpr bool bOwner() { return true; }
     static unsigned Result(unsigned nIndex) { return nIndex == VELM_CArchive::nRefused ? nIndex : 0; }
 };
 
@@ -216,18 +219,19 @@ template <class TYPE> std::shared_ptr<TYPE> AfxShare(VELM_CObject* pOb)
 template <class TYPE, class POINTER>
 unsigned AfxLoadShare(VELM_CArchive& ar, POINTER& rpOb, VELM_CArchive::Owner kind, int bOrNull)
 {
+    typedef typename std::remove_const<TYPE>::type Made;
     unsigned nIndex;
     VELM_CObject* const pOb = ar.ReadForOwner(VELM_CObjectClass<TYPE>::Record(), kind, bOrNull, nIndex);
     if (pOb == NULL) {
         rpOb.reset();
     } else if (nIndex == 0) { // not the archive's any more
-        rpOb = AfxShare<TYPE>(pOb);
+        rpOb = AfxShare<Made>(pOb);
     } else {
         VELM_CHeldShare* pShare = static_cast<VELM_CHeldShare*>(ar.ShareOf(nIndex));
         if (pShare == NULL) {
             pShare = AfxNew(new (std::nothrow) VELM_CHeldShare);
             ar.Hold(pShare);
-            pShare->pOb = AfxShare<TYPE>(pOb);
+            pShare->pOb = AfxShare<Made>(pOb);
             ar.KeepShare(nIndex, pShare, kind);
         } else {
             ar.Adopt(nIndex, kind);
@@ -257,6 +261,7 @@ template <class TYPE> struct VELM_CForm<std::shared_ptr<TYPE>> : VELM_CSmartForm
 
 template <class TYPE> struct VELM_CForm<std::weak_ptr<TYPE>> : VELM_CSmartForm<TYPE> {
     typedef std::weak_ptr<TYPE> Pointer;
+    template <class HOW> static constexpr bool bOwner() { return false; }
     template <class HOW> static void Store(VELM_CArchive& ar, const Pointer& pOb, HOW)
     {
         const TYPE* const pShared = pOb.lock().get(); // which others share
@@ -275,12 +280,15 @@ template <class TRAITS, class ALLOC> struct VELM_CForm<std::basic_string<char, T
     typedef std::basic_string<char, TRAITS, ALLOC> String;
     enum { bStandard = 1, nLeast = 1 };
     template <class HOW> static constexpr int nPlain() { return 0; }
-    static void Store(VELM_CArchive& ar, const String& str, VELM_CRefers)
+    template <class HOW> static constexpr bool bOwner() { return false; }
+    template <class HOW> static void Store(VELM_CArchive& ar, const String& str, HOW)
     {
+        static_assert(!HOW::bOwns, "AfxOwned takes pointers to objects, and containers of these");
         ar.StorePrefixed(str.data(), static_cast<unsigned long>(str.size()));
     }
-    static unsigned Load(VELM_CArchive& ar, String& str, VELM_CRefers)
+    template <class HOW> static unsigned Load(VELM_CArchive& ar, String& str, HOW)
     {
+        static_assert(!HOW::bOwns, "AfxOwned takes pointers to objects, and containers of these");
         unsigned long nLength = 0;
         if (!ar.CanLoad())
             return 0;
@@ -315,6 +323,10 @@ template <class FIRST, class SECOND, bool bEntry> struct VELM_CPairForm {
         return bEntry                                                            ? Second::template nPlain<HOW>()
                : First::template nPlain<HOW>() || Second::template nPlain<HOW>() ? 2
                                                                                  : 0;
+    }
+    template <class HOW> static constexpr bool bOwner()
+    {
+        return First::template bOwner<FirstHow<HOW>>() || Second::template bOwner<HOW>();
     }
     template <class BOTH, class HOW> static void Store(VELM_CArchive& ar, const BOTH& both, HOW how)
     {
@@ -368,10 +380,25 @@ bool AfxMayReplaceAll(VELM_CArchive& ar, const CONTAINER& elements, HOW how)
     return true;
 }
 
+// Whether a container has the key of the element already.
+template <class TYPE, class ALLOC> bool AfxHasKeyOf(const std::vector<TYPE, ALLOC>&, const TYPE&)
+{
+    return false;
+}
+template <class KEY, class LESS, class ALLOC> bool AfxHasKeyOf(const std::set<KEY, LESS, ALLOC>& keys, const KEY& key)
+{
+    return keys.find(key) != keys.end();
+}
+template <class MAP, class KEY> bool AfxHasKeyOf(const MAP& map, const std::pair<KEY, typename MAP::mapped_type>& entry)
+{
+    return map.find(entry.first) != map.end();
+}
+
 // A count, then the elements. VALUE: the type of element that is loaded, FORM: its form.
 template <class CONTAINER, class VALUE, class FORM> struct VELM_CContainerForm {
     enum { bStandard = 1, nLeast = 4 };
     template <class HOW> static constexpr int nPlain() { return FORM::template nPlain<HOW>() != 0 ? 2 : 0; }
+    template <class HOW> static constexpr bool bOwner() { return FORM::template bOwner<HOW>(); }
     template <class HOW> static void Store(VELM_CArchive& ar, const CONTAINER& elements, HOW how)
     {
         ar.WriteCount(static_cast<unsigned long>(elements.size())); // which refuses one that is too large
@@ -384,6 +411,7 @@ template <class CONTAINER, class VALUE, class FORM> struct VELM_CContainerForm {
                 return;
         }
     }
+    // What could not be loaded stays held, since the file may refer to objects in it.
     template <class HOW> static unsigned Load(VELM_CArchive& ar, CONTAINER& elements, HOW how)
     {
         static_assert(FORM::template nPlain<HOW>() < 2,
@@ -398,18 +426,21 @@ template <class CONTAINER, class VALUE, class FORM> struct VELM_CContainerForm {
         for (unsigned long n = ar.ReadCount(); n > 0; --n) {
             const VELM_CProgress<FORM> progress(ar);
             const unsigned nIndex = FORM::Load(ar, rValue, how);
-            if (nIndex == VELM_CArchive::nRefused || ar.IsDataEnded() || !progress.Require(ar))
-                break;
-            const size_t nBefore = elements.size();
-            elements.insert(elements.end(), std::move(rValue));
-            if (elements.size() == nBefore && (nIndex != 0 || ar.GetAdoptions() != nAdopted)) {
-                ar.RaiseBadIndex("an owner has the key of an earlier one");
-                return VELM_CArchive::nRefused; // the archive holds it: the file may refer to what it owns
+            if (nIndex == VELM_CArchive::nRefused || ar.IsDataEnded() || !progress.Require(ar)) {
+                ar.RaiseDataEnded(); // of an element whose operator does not raise
+                return VELM_CArchive::nRefused;
             }
+            if (FORM::template bOwner<HOW>() && (nIndex != 0 || ar.GetAdoptions() != nAdopted) &&
+                AfxHasKeyOf(elements, rValue)) {
+                ar.RaiseBadIndex("an owner has the key of an earlier one");
+                return VELM_CArchive::nRefused;
+            }
+            elements.insert(elements.end(), std::move(rValue));
             AfxAdopt(ar, nIndex);
+            if (FORM::template bOwner<HOW>())
+                ar.MovedFromHeld(pHeld);
         }
         ar.DropHeld(pHeld);
-        ar.RaiseDataEnded(); // of an element whose operator does not raise
         return 0;
     }
     template <class HOW> static bool MayReplace(VELM_CArchive& ar, const CONTAINER& elements, HOW how)
@@ -438,6 +469,7 @@ template <class TYPE, size_t SIZE> struct VELM_CForm<std::array<TYPE, SIZE>> {
     typedef VELM_CForm<TYPE> Element;
     enum { bStandard = 1, nLeast = int(SIZE) * int(Element::nLeast) };
     template <class HOW> static constexpr int nPlain() { return Element::template nPlain<HOW>() != 0 ? 2 : 0; }
+    template <class HOW> static constexpr bool bOwner() { return Element::template bOwner<HOW>(); }
     template <class HOW> static void Store(VELM_CArchive& ar, const Array& elements, HOW how)
     {
         static_assert(SIZE > 0, "an element takes a byte at least, so that no count costs more than the data");
@@ -470,6 +502,7 @@ template <class TYPE> struct VELM_CForm<std::optional<TYPE>> {
     typedef VELM_CForm<TYPE> Element;
     enum { bStandard = 1, nLeast = 1 };
     template <class HOW> static constexpr int nPlain() { return Element::template nPlain<HOW>() != 0 ? 2 : 0; }
+    template <class HOW> static constexpr bool bOwner() { return Element::template bOwner<HOW>(); }
     template <class HOW> static void Store(VELM_CArchive& ar, const Optional& value, HOW how)
     {
         ar << value.has_value();
@@ -491,13 +524,15 @@ template <class TYPE> struct VELM_CForm<std::optional<TYPE>> {
         ar.Hold(pHeld);
         TYPE& rHeld = pHeld->Build();
         const unsigned nIndex = Element::Load(ar, rHeld, how);
-        if (nIndex != VELM_CArchive::nRefused && !ar.IsDataEnded()) {
-            rValue = std::move(rHeld);
-            AfxAdopt(ar, nIndex);
+        if (nIndex == VELM_CArchive::nRefused || ar.IsDataEnded()) {
+            ar.RaiseDataEnded();
+            return VELM_CArchive::nRefused;
         }
+        rValue = std::move(rHeld);
+        AfxAdopt(ar, nIndex);
+        ar.MovedFromHeld(pHeld);
         ar.DropHeld(pHeld);
-        ar.RaiseDataEnded();
-        return nIndex == VELM_CArchive::nRefused ? nIndex : 0;
+        return 0;
     }
     template <class HOW> static bool MayReplace(VELM_CArchive& ar, const Optional& value, HOW how)
     {

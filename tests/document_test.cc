@@ -58,6 +58,7 @@ TEST_F(Document, ASaveThatIsNotWholeIsNotCommitted)
     Nameless noClass;
     Doing raising([](VELM_CArchive& ar) { ar << 1u, pfm_raise(7); });
     Doing surviving([&](VELM_CArchive& ar) { pfm_protect([&] { ar.WriteObject(&raising); }); });
+    Doing quitting([](VELM_CArchive& ar) { ar.Flush(), ar.Abort(); });
     VELM_CRuntimeClass local = {"Local", 0, 0xFFFF}, none = {nullptr, 0, 1};
     static const std::vector<long> wide{1, static_cast<long>(1ll << 40)}; // the second is 0 where a long has 32 bits
     using Step = std::function<void(VELM_CArchive & ar, VELM_CSaveFile & file)>;
@@ -93,6 +94,10 @@ TEST_F(Document, ASaveThatIsNotWholeIsNotCommitted)
          [&](VELM_CArchive& ar, VELM_CSaveFile&) { ar.WriteObject(&surviving), ar << 1u; }},
         {"offset 1: 4 bytes were not stored", [](VELM_CArchive& ar, VELM_CSaveFile&) { ar.Close(), ar << 5u; }},
         {"offset 5: 5 bytes were dropped unwritten", [](VELM_CArchive& ar, VELM_CSaveFile&) { ar << 5u, ar.Abort(); }},
+        {"offset 1: an object was not stored",
+         [](VELM_CArchive& ar, VELM_CSaveFile&) { ar.Flush(), ar.Abort(), ar.WriteObject(nullptr); }},
+        {"offset 18: an object was not stored, in Doing (index 2)",
+         [&](VELM_CArchive& ar, VELM_CSaveFile&) { ar.WriteObject(&quitting); }},
         {"an archive on the file is not closed", [](VELM_CArchive&, VELM_CSaveFile&) {}, true},
         {"an archive that was made for an earlier save has written to the file",
          [&](VELM_CArchive&, VELM_CSaveFile& file) { EXPECT_EQ(file.Open(path.c_str()), 1); }},

@@ -33,6 +33,7 @@ public:
     std::map<int, Wrapped> rows;
     VELM_CMap<int, int, std::unique_ptr<Scripted>, std::unique_ptr<Scripted>&&> table;
     std::vector<std::unique_ptr<Scripted>> list;
+    std::vector<std::pair<std::unique_ptr<Scripted>, std::unique_ptr<Scripted>>> pairs;
 
     explicit Scripted(std::string steps = "") : script(std::move(steps)) { ++nAlive; }
     Scripted(const Scripted& other) : Scripted(other.script) {}
@@ -54,6 +55,8 @@ private:
     static void Store(VELM_CArchive& ar, char how, char which)
     {
         Scripted* const pOb = which == '-' ? nullptr : &(*pAll)[static_cast<size_t>(which - '0')];
+        if (how == 'p')
+            ar.WriteCount(1);
         const bool bMap = how == 'k' || how == 'q' || how == 't';
         if (bMap || how == 'l')
             ar.WriteCount(2), bMap ? ar << 7 : ar;
@@ -71,6 +74,8 @@ private:
                              how != 'U');
         if (bMap || how == 'l')
             bMap ? ar << 7 : ar, ar.WriteObject(nullptr);
+        else if (how == 'p')
+            ar.WriteObject(nullptr);
     }
     void Load(VELM_CArchive& ar, char how, size_t i)
     {
@@ -93,6 +98,9 @@ private:
         case 'k':
             ar >> byNumber;
             break;
+        case 'p':
+            ar >> pairs;
+            break;
         case 'q':
             ar >> rows;
             break;
@@ -104,6 +112,9 @@ private:
             break;
         case 'U':
             ar >> AfxOwned(unique[i]);
+            break;
+        case 'a':
+            ar.Abort();
             break;
         default: // 'u' into a pointer of its own, 'v' into one for all
             ar >> unique[how == 'v' ? 0 : i];
@@ -243,22 +254,60 @@ TEST(Owners, WhatIsMappedOrReadAtTheTopIsTheCallers)
     }
 }
 
+TEST(Owners, WhatAFileMayReferToStaysAliveWhereARaiseReturns)
+{
+    std::vector<Scripted> scripts(3);
+    const std::string bytes = Stored([&](VELM_CArchive& ar) {
+        ar.WriteCount(2), ar << 7, ar.WriteObject(&scripts[0]), ar << 7, ar.WriteObject(&scripts[1]);
+        ar.WriteCount(1), ar.WriteObject(&scripts[2]), ar.WriteObject(&scripts[2]);
+    });
+    std::map<int, std::unique_ptr<Scripted>> byNumber;
+    std::vector<std::pair<std::unique_ptr<Scripted>, std::unique_ptr<Scripted>>> pairs;
+    {
+        MemoryFile file(bytes);
+        VELM_CArchive ar(&file, VELM_CArchive::load);
+        ar.SetClassTable(&ScriptedClasses());
+        EXPECT_EQ(Outcome([&] { ar >> byNumber >> pairs; }, true), "raise 5; raise 5");
+        EXPECT_EQ(Scripted::nAlive, 6);
+    }
+    EXPECT_EQ(Scripted::nAlive, 4); // with the first, which the map has
+}
+
+TEST(Owners, WhatIsSharedOutlivesAnAbortAmidIt)
+{
+    std::vector<Scripted> scripts{Scripted("s1"), Scripted("u2"), Scripted("w1 a-")};
+    Scripted::pAll = &scripts;
+    MemoryFile file(Stored([&](VELM_CArchive& ar) { ar.WriteObject(&scripts[0]); }));
+    {
+        VELM_CArchive ar(&file, VELM_CArchive::load);
+        ar.SetClassTable(&ScriptedClasses());
+        const std::unique_ptr<VELM_CObject> pRoot(ar.ReadObject(nullptr));
+        const auto& pShared = static_cast<Scripted*>(pRoot.get())->shared[0];
+        EXPECT_EQ(pShared->unique[0]->weak.lock(), pShared);
+    }
+    EXPECT_EQ(Scripted::nAlive, 3);
+}
+
 TEST(Owners, WhatAClassLetsGoOfIsDeletedByTheArchive)
 {
     VELM_CClassTable table;
     table.Add<Scripted>(&Scripted::classRecord, nullptr, [](VELM_CObject* pOb) {
         for (auto& unique : static_cast<Scripted*>(pOb)->unique)
             unique.release();
+        for (auto& pair : static_cast<Scripted*>(pOb)->pairs)
+            pair.first.release();
     });
-    std::vector<Scripted> scripts{Scripted("u1 u2"), Scripted("u3"), Scripted(), Scripted()};
+    std::vector<Scripted> scripts{Scripted("u1 p2"), Scripted("u3"), Scripted(), Scripted()};
     Scripted::pAll = &scripts;
     const std::string bytes = Stored([&](VELM_CArchive& ar) { ar.WriteObject(&scripts[0]); });
     for (size_t n = 0; n < bytes.size(); ++n) {
-        MemoryFile file(bytes.substr(0, n));
-        VELM_CArchive ar(&file, VELM_CArchive::load);
-        ar.SetClassTable(&table);
-        EXPECT_EQ(Outcome([&] { ar.ReadObject(nullptr); }), "raise 3");
-        ar.DeleteLoadedObjects();
+        {
+            MemoryFile file(bytes.substr(0, n));
+            VELM_CArchive ar(&file, VELM_CArchive::load);
+            ar.SetClassTable(&table);
+            EXPECT_EQ(Outcome([&] { ar.ReadObject(nullptr); }), "raise 3");
+            ar.DeleteLoadedObjects();
+        }
         EXPECT_EQ(Scripted::nAlive, 4) << n;
     }
 }
