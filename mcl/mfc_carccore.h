@@ -258,9 +258,19 @@ public:
     /// After a raise, `DeleteLoadedObjects` and destruction are all that is left to do with the archive.
     void SetClassTable(const VELM_CClassTable* pTable);
     /// How deep objects may be nested in each other's `Serialize`, storing and loading; 1,000,000 unless set. Deeper
-    /// ones raise 1, as does a level for which there is no memory. Whatever the caller's stack holds: when the calls of
-    /// an archive have used 64 KiB of it, they go on on memory of the archive's own, which goes back with it. There a
-    /// C++ exception that leaves a `Serialize` ends the process by `std::terminate`.
+    /// ones raise 1, as does a level for which there is no memory.
+    ///
+    /// The size of the caller's stack is no limit. When the calls of an archive have used 16 KiB of it, or a quarter of
+    /// what was left if that is less, they go on on segments of memory of the archive's own, of 2, 4, 8 and so on up to
+    /// 64 MiB, which are released with the archive. This is address space; the system gives memory as it is used, about
+    /// 300 bytes for each level and what the class's `Serialize` takes. A `Serialize` that runs on a segment has at
+    /// least 1 MiB of stack. Below lies 1 MiB that cannot be accessed: a frame that needs more ends the process there.
+    /// A 32-bit process has room for some hundred archives that are this deep at once.
+    ///
+    /// A `Serialize` may use other archives, which may use this one. It may go on on another stack, that of a coroutine
+    /// or of a thread that it waits for, if that is memory of its own and no array inside a function. What is raised
+    /// there is caught there by a cleanup block, and raised again by the `Serialize`. A C++ exception that leaves a
+    /// `Serialize` on a segment ends the process by `std::terminate`.
     void SetMaxDepth(unsigned nMaxDepth);
     /// What went wrong last, at which offset in the stream and inside which objects, in one line of printable
     /// characters, such as "offset 812: the data ends, in Rect (index 31) in Layer (9) in Document (1)"; "" for

@@ -4,13 +4,13 @@
 // an archive use a small share of the stack that they begin on. Then they go on on a segment: memory of the archive's
 // own, used as a stack. When that is used up they go on on a larger segment, and they come back as the levels return:
 //
-//     the thread's stack        segment, 2 MiB              segment, 4 MiB
+//     the thread's stack        segment of 2 MiB            segment of 4 MiB
 //     +----------------+        +----------------+          +----------------+
-//     | caller         |   +--> | level 150      |     +--> | level 3400     |
+//     | caller         |   +--> | level 60       |     +--> | level 3600     |
 //     | level 0        |   |    | ...            |     |    | ...            |
-//     | ...            |   |    | level 3399     |-----+    |                |
-//     | level 149      |---+    |- - - - - - - - |          |- - - - - - - - |
-//     |                |        | 1 MiB, for the |          | 1 MiB          |
+//     | ...            |   |    | level 3599     |-----+    |                |
+//     | level 59       |---+    |- - - - - - - - |          |- - - - - - - - |
+//     |                |        | 1 MiB for the  |          | 1 MiB          |
 //     |                |        | last Serialize |          |                |
 //     +----------------+        +----------------+          +----------------+
 //                               | 1 MiB of guard |          | 1 MiB of guard |
@@ -20,21 +20,23 @@
 // can be read or written in the guard, so that a frame too large for what is left ends the process there instead of
 // reaching foreign memory, also when the compiler does not touch each page of a large frame in turn.
 //
-// A Serialize may use other archives, which may call the first one again; and it may go on on another stack, that of a
+// A Serialize may use other archives, which may use the first one again; and it may go on on another stack, that of a
 // coroutine or of a thread that it waits for. So an archive does not assume that a call comes from the stack of the
 // call before. It looks at the address of the frame, which is
 //   - on the calling thread's own stack: the calls use 16 KiB of it, or a quarter of what is left if that is less;
-//   - on a segment that is in use, of this archive or another: the calls use it down to the last 1 MiB;
+//   - on a segment that is in use, of this archive or of another: the calls use it down to the last 1 MiB;
 //   - on neither, as on a coroutine's stack: nothing is known of its size, and the calls go on on a segment at once.
-// This look takes time. The first 4 KiB below an archive's outermost call are used without it.
+// This look takes time. The first 4 KiB below an archive's outermost call are used without it. What it cannot see is a
+// coroutine's stack that is an array in a function: that counts as part of the stack that the array is on.
 //
 // A stretch is a run of levels whose frames are on one stack. What must hold:
-//   - Only frames of one stack are compared with each other. The levels that a raise has left are found that way, and
-//     they are not counted: their frames lie no higher than the frame of a later call on the same stack.
-//   - A call that begins a stretch keeps the outer one in its own frame and puts it back when it ends. So does each
-//     call with the number of levels. Hence calls that end in another order than that in which they began, as on
-//     coroutines that take turns, can make the number wrong, but nothing else.
-//   - A segment is either free or in use. It is in use until the call for which it was taken has returned to it.
+//   - Only frames of one stack are compared with each other. That is how the levels are found that a raise has left,
+//     which do not count: their frames lie no higher than the frame of a later call on the same stack. Those few of an
+//     archive's first stretch do count on when the next call comes from the stack of another thread.
+//   - A call that begins a stretch keeps the outer one in its own frame and puts it back when it ends, also by a raise.
+//     So does each call with the number of levels. Hence calls that end in another order than that in which they began,
+//     as on coroutines that take turns, can make the number wrong, but nothing else.
+//   - A segment is either free or in use. It is in use until the call for which it was taken has come back from it.
 //   - A raise does not jump from one stack to another: the C library may refuse that, and the host's chain of cleanup
 //     blocks would lead to frames that are gone. So a block where the stretch begins catches it, and it is raised again
 //     outside. A C++ exception cannot be passed on from a segment: it ends the process by std::terminate there.
@@ -59,10 +61,11 @@ public:
     bool Prepare(const void* pFrame, unsigned nMost)
     {
         if (m_nLevels == 0) {
-            const bool bOnSegment = s_pInUse.load(std::memory_order_relaxed) != nullptr; // perhaps
+            // On a segment there may be less room than that.
+            const bool bMayBeSegment = s_pInUse.load(std::memory_order_relaxed) != nullptr;
             m_stretch.nTop = AddressOf(pFrame);
-            m_stretch.nRoom = bOnSegment ? 0 : nUnasked;
-            if (!bOnSegment && m_nMaxLevels != 0 && nMost != 0)
+            m_stretch.nRoom = bMayBeSegment ? 0 : nUnasked;
+            if (!bMayBeSegment && m_nMaxLevels != 0 && nMost != 0)
                 return true;
         } else if (m_nLevels < m_nMaxLevels && m_nLevels < nMost && HasRoom(pFrame)) {
             return true;
@@ -97,13 +100,14 @@ private:
         bool Holds(std::uintptr_t nFrame) const { return nTop - nFrame < nRoom; }
     };
 
+    // What the calls use of any stack without a look at it.
 #ifdef __GLIBC__
     static const std::uintptr_t nUnasked = std::uintptr_t{4} << 10;
 #else
-    static const std::uintptr_t nUnasked = std::uintptr_t{64} << 10; // and no segments
+    static const std::uintptr_t nUnasked = std::uintptr_t{64} << 10; // there are no segments
 #endif
 
-    static std::atomic<Segment*> s_pInUse; // in the whole process, whatever its archive
+    static std::atomic<Segment*> s_pInUse; // a list of those that are in use, by whatever archive of the process
 
     std::uintptr_t* m_levels = nullptr; // the frames of the calls under way, outermost first, behind a highest address
     unsigned m_nLevels = 0;

@@ -718,7 +718,7 @@ TEST(Survived, ClassesWithoutANameOrWithAStrangeOne)
     EXPECT_EQ(HashKey(static_cast<const char*>(nullptr)), 0u);
 }
 
-#if !defined(__SANITIZE_ADDRESS__)
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST(Survived, TheLibraryCanBeUnloaded)
 {
     const auto mappings = [] {
