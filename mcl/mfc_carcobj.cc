@@ -46,11 +46,11 @@ static void* AsSlot(unsigned nIndex)
     return reinterpret_cast<void*>(uintptr_t{nIndex});
 }
 
-// By how many entries the store map has more than indexes were given: the same whenever an object's class is asked for,
-// unless somebody else adds or removes some.
-static long SurplusOf(const VELM_CArchive& ar)
+// By how many entries the store map has more than indexes were given, unless somebody else adds or removes some: always
+// the same. The object whose class is asked for has an entry already, and no index.
+static long SurplusOf(const VELM_CArchive& ar, bool bObject)
 {
-    return long{ar.m_pStoreMap->m_nCount} - static_cast<long>(ar.m_nIndexCount);
+    return long{ar.m_pStoreMap->m_nCount} - bObject - static_cast<long>(ar.m_nIndexCount);
 }
 
 static const char* NameOf(const VELM_CRuntimeClass* pClass)
@@ -187,7 +187,7 @@ bool VELM_CArchive::StoreClass(const VELM_CRuntimeClass* pClassRef, const VELM_C
         m_pInside->owners.AddOther(m_nIndexCount);
         slot = AsSlot(m_pInside->TakeIndex());
     }
-    m_pInside->storedClasses.Remember(*pClassRef, IndexIn(slot), bNew, SurplusOf(*this));
+    m_pInside->storedClasses.Remember(*pClassRef, IndexIn(slot), bNew, SurplusOf(*this, pOb != nullptr));
     return true;
 }
 
@@ -229,7 +229,7 @@ void VELM_CArchive::WriteObject(const VELM_CObject* pOb)
     const VELM_CRuntimeClass* const pClassRef = pOb->GetRuntimeClass();
     unsigned nClass = 0;
     if (pClassRef != nullptr && pClassRef->m_nSchema != VELM_CRuntimeClass::nNoSchema)
-        nClass = m_pInside->storedClasses.IndexOf(*pClassRef, SurplusOf(*this));
+        nClass = m_pInside->storedClasses.IndexOf(*pClassRef, SurplusOf(*this, true));
     if (nClass != 0 && m_pInside->pStoredClasses == nullptr)
         VELM_CReference{VELM_CReference::knownClass, nClass}.Store(*this);
     else if (!StoreClass(pClassRef, pOb))

@@ -50,6 +50,7 @@ TEST(Store, StoresEachObjectOnceAndStopsHarmlessly)
     } cases[] = {{store, 0, "Oc Oa Od Ob Oc", "", DISC "63 " SHAPE "61 01800000 64 03800000 62 02000000"},
                  {store, 0, "Of Og", "", SHAPE "66 01800000 67 02000000 00000000 03000000 03000000"},
                  {store, 0, "O0 Oe Ca Sc Oc", "", "00000000" SHAPE "65 02000000 01800000" DISC "03800000 63"},
+                 {store, 0, "Ca Xa Oa Cc Ob", "", SHAPE SHAPE "61 " DISC "02800000 62"},
                  {store, 0, "Oa Oc Xa Ob Od", "", SHAPE "61 " DISC "63 " SHAPE "62 03800000 64"},
                  {store, 0, "Ma Oa Ma Oa", "", "01000000 02000000"},
                  {store, 0x7FFE, "Ma Mb Oa Ob", "", "FE7F0000 FF7F0000 FF7F0000"},
