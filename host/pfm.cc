@@ -16,8 +16,17 @@ static_assert(offsetof(pfm_cleanup_block, nJumped) == 528, "the result of sigset
 
 FAST_THREAD_LOCAL pfm_cleanup_block* pInnermost = nullptr;
 FAST_THREAD_LOCAL unsigned nLastNumber = 0;
-FAST_THREAD_LOCAL unsigned nThread = 0; // its number, from 1 on, once it has had a block
+FAST_THREAD_LOCAL unsigned nThread = 0;         // its number, from 1 on, once it has had a block
+FAST_THREAD_LOCAL unsigned long long nMark = 0; // of the innermost block
 static std::atomic<unsigned> nThreads{0};
+
+// Makes it the innermost block; NULL for none.
+static void SetInnermost(pfm_cleanup_block* pBlock)
+{
+    pInnermost = pBlock;
+    nMark = static_cast<unsigned long long>(nThread) << 32 |
+            (pBlock == nullptr ? 0 : static_cast<unsigned>(pBlock->nActive));
+}
 
 // Weak, so that a statically linked process can define its own as well.
 __attribute__((weak)) void pfm_assert_fail(const char* lpszText, const char* lpszFile, int nLine)
@@ -47,7 +56,7 @@ int pfm_cleanup_start(pfm_cleanup_block* pBlock, int)
     if (++nLastNumber > INT_MAX)
         nLastNumber = 1;
     pBlock->nActive = static_cast<int>(nLastNumber);
-    pInnermost = pBlock;
+    SetInnermost(pBlock);
     return 1;
 }
 
@@ -66,20 +75,19 @@ void pfm_cleanup_rls(pfm_cleanup_block* pBlock)
     while (p != nullptr && p != pBlock)
         p = p->pOuter;
     if (p != nullptr)
-        pInnermost = pBlock->pOuter;
+        SetInnermost(pBlock->pOuter);
 }
 
 unsigned long long pfm_cleanup_mark()
 {
-    const unsigned nNumber = pInnermost == nullptr ? 0 : static_cast<unsigned>(pInnermost->nActive);
-    return static_cast<unsigned long long>(nThread) << 32 | nNumber;
+    return nMark;
 }
 
-int pfm_cleanup_holds(unsigned long long nMark)
+int pfm_cleanup_holds(unsigned long long nNoted)
 {
-    const int nNumber = static_cast<int>(nMark);
+    const int nNumber = static_cast<int>(nNoted);
     const pfm_cleanup_block* p = pInnermost;
     while (p != nullptr && p->nActive != nNumber)
         p = p->pOuter;
-    return nNumber == 0 || p != nullptr || nMark >> 32 != nThread;
+    return nNumber == 0 || p != nullptr || nNoted >> 32 != nThread;
 }

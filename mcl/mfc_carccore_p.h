@@ -142,24 +142,30 @@ public:
     // The innermost; NULL outside of all.
     const UnderWay* Innermost() { return Depth() == 0 ? nullptr : &m_path[m_nPath - 1]; }
     // Raises 1 when no further object can be stored or loaded inside those that are under way, seen from the frame of
-    // the operation; false when that returns. The offset is that of the object's start. Notes the mark of the next one.
-    bool RequireDepth(unsigned long long nOffset, const void* pFrame, UnderWay& rNext)
+    // the operation; false when that returns. The offset is that of the object's start.
+    bool RequireDepth(unsigned long long nOffset, const void* pFrame)
     {
-        rNext.nMark = Mark();
-        if (m_calls.Prepare(pFrame, nMaxDepth) && (DepthAt(rNext.nMark) < m_nMaxPath || GrowPath()))
+        const unsigned long long nMark = Mark();
+        if (m_calls.Prepare(pFrame, nMaxDepth) && (DepthAt(nMark) < m_nMaxPath || GrowPath())) {
+            m_path[m_nPath].nMark = nMark;
             return true;
+        }
         FailDepth(nOffset);
         return false;
     }
     // Calls the object's Serialize, one level deeper.
-    void Serialize(VELM_CObject& ob, const void* pFrame, const UnderWay& next)
+    void Serialize(VELM_CObject& ob, const void* pFrame, const VELM_CRuntimeClass* pClass, unsigned nIndex,
+                   unsigned nSchema)
     {
         struct Level {
             VELM_CArchiveInside& inside;
             const unsigned nOuter;
             ~Level() { inside.m_nPath = nOuter; } // also where a C++ exception passes
         } level = {*this, m_nPath};
-        m_path[m_nPath++] = next;
+        UnderWay& next = m_path[m_nPath++]; // with the mark that RequireDepth has noted
+        next.pClass = pClass;
+        next.nIndex = nIndex;
+        next.nSchema = nSchema;
         if (m_calls.HasRoom(pFrame)) {
             const unsigned nLevels = m_calls.Enter(pFrame);
             ob.Serialize(m_ar);

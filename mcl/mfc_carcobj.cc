@@ -222,9 +222,8 @@ void VELM_CArchive::WriteObject(const VELM_CObject* pOb)
         return;
     }
     const void* const pFrame = __builtin_frame_address(0);
-    VELM_CArchiveInside::UnderWay next;
     m_pInside->Begin();
-    if (!m_pInside->RequireDepth(m_pInside->Offset(), pFrame, next))
+    if (!m_pInside->RequireDepth(m_pInside->Offset(), pFrame))
         return;
     const VELM_CRuntimeClass* const pClassRef = pOb->GetRuntimeClass();
     unsigned nClass = 0;
@@ -236,11 +235,9 @@ void VELM_CArchive::WriteObject(const VELM_CObject* pOb)
         return;
     if (!m_pInside->RequireIndex())
         return;
-    next.pClass = pClassRef;
-    next.nIndex = m_pInside->TakeIndex();
-    next.nSchema = pClassRef->m_nSchema;
-    slot = AsSlot(next.nIndex);
-    m_pInside->Serialize(*const_cast<VELM_CObject*>(pOb), pFrame, next);
+    const unsigned nIndex = m_pInside->TakeIndex();
+    slot = AsSlot(nIndex);
+    m_pInside->Serialize(*const_cast<VELM_CObject*>(pOb), pFrame, pClassRef, nIndex, pClassRef->m_nSchema);
     m_pInside->End();
 }
 
@@ -354,22 +351,19 @@ VELM_CArchive::LoadObject(const VELM_CRuntimeClass* pClassRefRequested, unsigned
         rIndex = reference.nIndex;
         return static_cast<VELM_CObject*>(m_pLoadArray->GetAt(static_cast<int>(reference.nIndex)));
     }
-    VELM_CArchiveInside::UnderWay next;
     const VELM_CArchiveLoader::Met* const pMet = LoadClass(*this, reference, nOffset);
     if (pMet == nullptr || !pLoader->RequireDerived(pMet->pClass->pClass, pClassRefRequested, nOffset) ||
-        !m_pInside->RequireIndex() || !m_pInside->RequireDepth(nOffset, pFrame, next) ||
+        !m_pInside->RequireIndex() || !m_pInside->RequireDepth(nOffset, pFrame) ||
         !pLoader->RequireConcrete(*pMet, nOffset))
         return nullptr;
-    next.pClass = pMet->pClass->pClass;
-    next.nIndex = m_nIndexCount;
-    next.nSchema = pMet->nSchema;
-    const unsigned nOuterSchema = m_nCurSchema;
+    const VELM_CRuntimeClass* const pClass = pMet->pClass->pClass;
+    const unsigned nSchema = pMet->nSchema, nOuterSchema = m_nCurSchema, nIndex = m_nIndexCount;
     VELM_CObject* const pOb = pLoader->CreateObject(*pMet);
     // From here on neither the loader nor the load array is touched: Serialize may abort the archive.
-    m_nCurSchema = next.nSchema;
-    m_pInside->Serialize(*pOb, pFrame, next);
+    m_nCurSchema = nSchema;
+    m_pInside->Serialize(*pOb, pFrame, pClass, nIndex, nSchema);
     m_nCurSchema = nOuterSchema;
-    rIndex = next.nIndex;
+    rIndex = nIndex;
     return pOb;
 }
 
