@@ -37,6 +37,7 @@
 #define TAVNOMCL_MFC_STD_H
 
 #include <stddef.h>
+#include <string.h>
 
 #include <array>
 #include <map>
@@ -394,6 +395,18 @@ template <class MAP, class KEY> bool AfxHasKeyOf(const MAP& map, const std::pair
     return map.find(entry.first) != map.end();
 }
 
+template <class CONTAINER, class VALUE> void AfxInsert(CONTAINER& elements, VALUE& rValue)
+{
+    elements.insert(elements.end(), std::move(rValue));
+}
+// Not copied as a number: see VELM_CFloatForm.
+template <class TYPE, class ALLOC>
+typename std::enable_if<VELM_CIsFloat<TYPE>::value>::type AfxInsert(std::vector<TYPE, ALLOC>& elements, TYPE& rValue)
+{
+    elements.push_back(0);
+    memcpy(&elements.back(), &rValue, sizeof rValue);
+}
+
 // A count, then the elements. VALUE: the type of element that is loaded, FORM: its form.
 template <class CONTAINER, class VALUE, class FORM> struct VELM_CContainerForm {
     enum { bStandard = 1, nLeast = 4 };
@@ -435,7 +448,7 @@ template <class CONTAINER, class VALUE, class FORM> struct VELM_CContainerForm {
                 ar.RaiseBadIndex("an owner has the key of an earlier one");
                 return VELM_CArchive::nRefused;
             }
-            elements.insert(elements.end(), std::move(rValue));
+            AfxInsert(elements, rValue);
             AfxAdopt(ar, nIndex);
             if (FORM::template bOwner<HOW>())
                 ar.MovedFromHeld(pHeld);

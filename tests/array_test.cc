@@ -79,12 +79,12 @@ TEST(PtrArray, OnlyALargeBlockThatStaysLargeIsResizedInPlace)
     VELM_CPtrArray array;
     array.SetSize(4 * nLarge), array.SetAt(9, p);
     const std::pair<int, bool> steps[] = {{2 * nLarge, true}, {nLarge, true}, {nLarge - 1, false},
-                                          {1000, false},      {1001, false},  {nLarge, false}};
+                                          {nLarge, false},    {1000, false},  {1001, false}};
     for (const auto& [nSize, bInPlace] : steps) {
         [[maybe_unused]] const auto nBefore = reinterpret_cast<uintptr_t>(array.m_data);
         array.SetSize(nSize, -2), array.FreeExtra(); // takes one block
         EXPECT_EQ(Row() << array.m_max_size << Letter(array.GetAt(9)), std::to_string(nSize) + " p");
-#if !defined(__SANITIZE_ADDRESS__) // whose realloc always moves
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // whose realloc always moves
         EXPECT_EQ(reinterpret_cast<uintptr_t>(array.m_data) == nBefore, bInPlace) << nSize;
 #endif
     }

@@ -189,8 +189,13 @@ TEST(Std, NumbersKeepEachBit)
     from >> f >> d;
     memcpy(floats.data(), &f, sizeof f), memcpy(doubles.data(), &d, sizeof d);
     EXPECT_EQ(Stored([&](VELM_CArchive& ar) { ar << f << d; }), bits);
-    EXPECT_EQ(Stored([&](VELM_CArchive& ar) { ar << floats << doubles; }),
-              Bytes("01000000") + bits.substr(0, 4) + Bytes("01000000") + bits.substr(4));
+    const std::string vectors = Bytes("01000000") + bits.substr(0, 4) + Bytes("01000000") + bits.substr(4);
+    EXPECT_EQ(Stored([&](VELM_CArchive& ar) { ar << floats << doubles; }), vectors);
+    MemoryFile again(vectors);
+    VELM_CArchive back(&again, VELM_CArchive::load);
+    floats.clear(), doubles.clear();
+    back >> floats >> doubles;
+    EXPECT_EQ(memcmp(floats.data(), &f, sizeof f) | memcmp(doubles.data(), &d, sizeof d), 0);
 }
 
 // Loads a TYPE from the bytes: the outcome, and into what it holds.
