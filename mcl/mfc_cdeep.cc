@@ -230,7 +230,7 @@ bool VELM_CDeepCalls::PrepareSlowly(const void* pFrame, unsigned nMost)
 
 bool VELM_CDeepCalls::CallSlowly(const void* pFrame, void (*pfn)(void*), void* pArgument)
 {
-    // Since Prepare, a constructor may have used the archive, which may have been left by a raise.
+    // All anew: since Prepare, the object's constructor may have used the archive, and a raise may have left that.
     const std::uintptr_t nFrame = AddressOf(pFrame);
     const Stack here = StackOf(nFrame);
     const Stretch stretch = StretchOf(nFrame, here);
