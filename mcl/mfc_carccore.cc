@@ -89,34 +89,6 @@ VELM_CArchiveInside::~VELM_CArchiveInside()
         m_pSave->Release();
 }
 
-void VELM_CStoredClasses::Remember(const VELM_CRuntimeClass& cls, unsigned nIndex, bool bNew, long nSurplus)
-{
-    if (nSurplus != m_nSurplus)
-        Clear();
-    m_nSurplus = nSurplus;
-    m_nClasses += bNew;
-    const std::size_t nEntries = std::size_t{1} << (64 - m_nShift);
-    if (m_nClasses > nEntries / 4 && bNew) { // what is lost here comes again; without memory it is as before
-        if (Entry* pEntries = static_cast<Entry*>(std::calloc(2 * nEntries, sizeof(Entry)))) {
-            if (m_pEntries != m_few)
-                std::free(m_pEntries);
-            m_pEntries = pEntries;
-            --m_nShift;
-        }
-    }
-    m_pEntries[PlaceOf(cls)] = Entry{&cls, cls.m_pszName, nIndex};
-}
-
-void VELM_CStoredClasses::Clear()
-{
-    if (m_pEntries != m_few)
-        std::free(m_pEntries);
-    m_pEntries = m_few;
-    std::fill(std::begin(m_few), std::end(m_few), Entry());
-    m_nShift = 61;
-    m_nClasses = 0;
-}
-
 void VELM_CArchive::Abort()
 {
     if (!IsInbound() && m_lpBufCur != m_lpBufStart)
@@ -142,7 +114,7 @@ void VELM_CArchive::Abort()
     m_pStoreMap = nullptr;
     if (!IsInbound()) // an object that the archive shares may be under way
         m_pInside->owners.Clear();
-    m_pInside->storedClasses.Clear();
+    m_pInside->stored.End();
 }
 
 void VELM_CArchive::Close()

@@ -464,6 +464,7 @@ private:
     VELM_LOCAL bool CheckBuffer() const;
     bool HasMap() const { return m_pStoreMap != NULL && m_nIndexCount != 0; }
     VELM_LOCAL bool MakeMap();
+    VELM_LOCAL void WriteAnyObject(const VELM_CObject* pOb, const void* pFrame);
     VELM_LOCAL bool StoreClass(const VELM_CRuntimeClass* pClassRef, const VELM_CObject* pOb);
     VELM_LOCAL bool StartReading(const VELM_CRuntimeClass* pClassRefRequested);
     VELM_LOCAL VELM_CObject* LoadObject(const VELM_CRuntimeClass* pClassRefRequested, unsigned& rIndex,

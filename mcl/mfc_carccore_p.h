@@ -7,6 +7,7 @@
 
 #include "mcl/mfc_carccore.h"
 #include "mcl/mfc_carcowner_p.h"
+#include "mcl/mfc_carcstored_p.h"
 #include "mcl/mfc_cdeep_p.h"
 #include "mcl/mfc_crun.h"
 #include "mcl/mfc_csavestate_p.h"
@@ -17,45 +18,6 @@ extern "C" {
 __attribute__((weak)) unsigned long long pfm_cleanup_mark();
 __attribute__((weak)) int pfm_cleanup_holds(unsigned long long nMark);
 }
-
-// The indexes of classes that an archive has stored, so that the store map is asked for few. A place is of the class
-// that came last of those whose addresses mix to it. A record that has got another name since is another class; and
-// nothing is known any more when the map has other entries than the archive made.
-class VELM_LOCAL VELM_CStoredClasses {
-public:
-    VELM_CStoredClasses() = default;
-    VELM_CStoredClasses(const VELM_CStoredClasses&) = delete;
-    VELM_CStoredClasses& operator=(const VELM_CStoredClasses&) = delete;
-    ~VELM_CStoredClasses() { Clear(); }
-
-    // 0 when it is not known here. nSurplus: by how many entries the map has more than indexes were given.
-    unsigned IndexOf(const VELM_CRuntimeClass& cls, long nSurplus) const
-    {
-        const Entry& entry = m_pEntries[PlaceOf(cls)];
-        const bool bKnown = entry.pClass == &cls && entry.pszName == cls.m_pszName && nSurplus == m_nSurplus;
-        return bKnown ? entry.nIndex : 0;
-    }
-    void Remember(const VELM_CRuntimeClass& cls, unsigned nIndex, bool bNew, long nSurplus);
-    void Clear();
-
-private:
-    struct Entry {
-        const VELM_CRuntimeClass* pClass;
-        const char* pszName;
-        unsigned nIndex;
-    };
-    std::size_t PlaceOf(const VELM_CRuntimeClass& cls) const
-    {
-        return static_cast<std::size_t>(uint64_t{reinterpret_cast<uintptr_t>(&cls)} * 0x9E3779B97F4A7C15 >> m_nShift);
-    }
-
-    Entry m_few[8] = {};
-    // 2 to the power of 64 - m_nShift: four for each class that was new, if there is memory.
-    Entry* m_pEntries = m_few;
-    int m_nShift = 61;
-    std::size_t m_nClasses = 0;
-    long m_nSurplus = 0;
-};
 
 // Belongs to the byte engine, and lives as long as the archive: also after Abort, which may come in the middle of a
 // load.
@@ -141,18 +103,27 @@ public:
     unsigned Depth() { return m_nPath == 0 ? 0 : DepthAt(Mark()); }
     // The innermost; NULL outside of all.
     const UnderWay* Innermost() { return Depth() == 0 ? nullptr : &m_path[m_nPath - 1]; }
-    // Raises 1 when no further object can be stored or loaded inside those that are under way, seen from the frame of
-    // the operation; false when that returns. The offset is that of the object's start.
-    bool RequireDepth(unsigned long long nOffset, const void* pFrame)
+    // Whether a further object can be stored or loaded inside those that are under way, seen from the frame of the
+    // operation.
+    bool HasDepth(const void* pFrame)
     {
         const unsigned long long nMark = Mark();
-        if (m_calls.Prepare(pFrame, nMaxDepth) && (DepthAt(nMark) < m_nMaxPath || GrowPath())) {
-            m_path[m_nPath].nMark = nMark;
+        if (!m_calls.Prepare(pFrame, nMaxDepth) || (DepthAt(nMark) >= m_nMaxPath && !GrowPath()))
+            return false;
+        m_path[m_nPath].nMark = nMark;
+        return true;
+    }
+    // Raises 1 for that; false when it returns. The offset is that of the object's start.
+    bool RequireDepth(unsigned long long nOffset, const void* pFrame)
+    {
+        if (HasDepth(pFrame))
             return true;
-        }
         FailDepth(nOffset);
         return false;
     }
+    // Storing: WriteObject for an object that has an entry in the store map, and no index yet.
+    void WriteNew(const VELM_CObject* pOb, VELM_CPtrAssoc* pAssoc, uint32_t* pIndex, unsigned nMoves,
+                  const void* pFrame);
     // Calls the object's Serialize, one level deeper.
     void Serialize(VELM_CObject& ob, const void* pFrame, const VELM_CRuntimeClass* pClass, unsigned nIndex,
                    unsigned nSchema)
@@ -162,7 +133,7 @@ public:
             const unsigned nOuter;
             ~Level() { inside.m_nPath = nOuter; } // also where a C++ exception passes
         } level = {*this, m_nPath};
-        UnderWay& next = m_path[m_nPath++]; // with the mark that RequireDepth has noted
+        UnderWay& next = m_path[m_nPath++]; // with the mark that HasDepth has noted
         next.pClass = pClass;
         next.nIndex = nIndex;
         next.nSchema = nSchema;
@@ -175,7 +146,7 @@ public:
         }
     }
 
-    VELM_CStoredClasses storedClasses;
+    VELM_CStoredIndexes stored;
     // The store map as the object that it is: it can be deleted so by who knows nothing of maps.
     VELM_CObject* pStoreMap = nullptr;
     unsigned nMaxDepth = 1000000;

@@ -15,42 +15,19 @@
 
 #include "mcl/mfc_carcload_p.h"
 #include "mcl/mfc_carcref_p.h"
-#include "mcl/mfc_cmapindex_p.h"
 #include "mcl/mfc_cobj.h"
 #include "mcl/mfc_cobj_p.h"
 #include "mcl/mfc_coll.h"
 #include "mcl/mfc_memory.h"
 
-// The value that the store map has for an object or a class: its index, or NULL when it is new. The reference holds
-// whatever is inserted meanwhile, since the nodes of a map never move.
-static void*& IndexSlot(VELM_CArchive& ar, const void* pObjectOrClass)
+// What is known of an object or a class; it is new when it has no index.
+static VELM_CStoredIndexes::Entry EntryOf(VELM_CArchive& ar, const void* pObjectOrClass, bool bAssoc = false)
 {
-    VELM_CMapPtrToPtr& map = *ar.m_pStoreMap;
-    void* const key = const_cast<void*>(pObjectOrClass);
-    if (void** const pValue = VELM_CMapIndex::ValueOf(map, key))
-        return *pValue;
     VELM_CArchiveInside& inside = VELM_CArchiveInside::Of(ar);
     inside.Begin(); // there may be no memory
-    void*& slot = map[key];
+    const VELM_CStoredIndexes::Entry entry = inside.stored.Find(*ar.m_pStoreMap, pObjectOrClass, bAssoc);
     inside.End();
-    return slot;
-}
-
-static unsigned IndexIn(void* pSlot)
-{
-    return static_cast<unsigned>(reinterpret_cast<uintptr_t>(pSlot));
-}
-
-static void* AsSlot(unsigned nIndex)
-{
-    return reinterpret_cast<void*>(uintptr_t{nIndex});
-}
-
-// By how many entries the store map has more than indexes were given, unless somebody else adds or removes some: always
-// the same. The object whose class is asked for has an entry already, and no index.
-static long SurplusOf(const VELM_CArchive& ar, bool bObject)
-{
-    return long{ar.m_pStoreMap->m_nCount} - bObject - static_cast<long>(ar.m_nIndexCount);
+    return entry;
 }
 
 static const char* NameOf(const VELM_CRuntimeClass* pClass)
@@ -70,6 +47,7 @@ bool VELM_CArchive::MakeMap()
         if (m_pStoreMap == nullptr)
             m_pInside->pStoreMap = m_pStoreMap = AfxNew(new (std::nothrow) VELM_CMapPtrToPtr(m_nMapGrowth));
         m_pStoreMap->InitHashTable(m_nMapBuckets, 1);
+        m_pInside->stored.Start(*m_pStoreMap);
         AfxNotice("SetAt NYI\n"); // part of what a storing program has always printed: some compare their output
     } else {
         if (m_pLoadArray == nullptr)
@@ -124,9 +102,9 @@ void VELM_CArchive::MapObject(const VELM_CObject* pOb)
     m_pInside->Begin();
     if (HasStoreMap()) {
         m_pInside->owners.ReserveOther();
-        void*& slot = IndexSlot(*this, pOb);
+        const VELM_CStoredIndexes::Entry entry = EntryOf(*this, pOb, true);
         m_pInside->owners.AddOther(m_nIndexCount);
-        slot = AsSlot(m_pInside->TakeIndex());
+        m_pInside->stored.Give(*entry.pAssoc, entry.pIndex, entry.nMoves, m_pInside->TakeIndex());
     } else {
         m_pLoadArray->InsertAt(static_cast<int>(m_nIndexCount), const_cast<VELM_CObject*>(pOb), 1);
         m_pInside->TakeIndex();
@@ -170,24 +148,22 @@ bool VELM_CArchive::StoreClass(const VELM_CRuntimeClass* pClassRef, const VELM_C
         return false;
     if (!HasMap() && !MakeMap())
         return false;
-    void*& slot = IndexSlot(*this, pClassRef);
-    const bool bNew = slot == nullptr;
-    if (!bNew) {
-        VELM_CReference{VELM_CReference::knownClass, IndexIn(slot)}.Store(*this);
-    } else {
-        if (!VELM_ASSERT(pClassRef->m_pszName != NULL)) {
-            m_pInside->Lose("a class without a name was not stored");
-            return false;
-        }
-        m_pInside->owners.ReserveOther();
-        VELM_CReference{VELM_CReference::newClass, 0}.Store(*this);
-        pClassRef->Store(*this);
-        if (!m_pInside->RequireIndex())
-            return false;
-        m_pInside->owners.AddOther(m_nIndexCount);
-        slot = AsSlot(m_pInside->TakeIndex());
+    const VELM_CStoredIndexes::Entry entry = EntryOf(*this, pClassRef);
+    if (entry.nIndex != 0) {
+        VELM_CReference{VELM_CReference::knownClass, entry.nIndex}.Store(*this);
+        return true;
     }
-    m_pInside->storedClasses.Remember(*pClassRef, IndexIn(slot), bNew, SurplusOf(*this, pOb != nullptr));
+    if (!VELM_ASSERT(pClassRef->m_pszName != NULL)) {
+        m_pInside->Lose("a class without a name was not stored");
+        return false;
+    }
+    m_pInside->owners.ReserveOther();
+    VELM_CReference{VELM_CReference::newClass, 0}.Store(*this);
+    pClassRef->Store(*this);
+    if (!m_pInside->RequireIndex())
+        return false;
+    m_pInside->owners.AddOther(m_nIndexCount);
+    m_pInside->stored.Give(*entry.pAssoc, entry.pIndex, entry.nMoves, m_pInside->TakeIndex());
     return true;
 }
 
@@ -202,7 +178,27 @@ void VELM_CArchive::WriteClass(const VELM_CRuntimeClass* pClassRef)
         m_pInside->End();
 }
 
+// What is known, or new, by a look at one line of the table takes this way, of few steps: so the processor is at the
+// next object while it waits for the memory of this one.
 void VELM_CArchive::WriteObject(const VELM_CObject* pOb)
+{
+    __builtin_prefetch(pOb);
+    const void* const pFrame = __builtin_frame_address(0); // on every way the same
+    VELM_CArchiveInside& inside = *m_pInside;
+    if (pOb != nullptr && IsStoring() && m_lpBufMax - m_lpBufCur >= 8 && inside.stored.IsRight(m_pStoreMap)) {
+        const VELM_CStoredIndexes::Entry entry = inside.stored.FindNear(*m_pStoreMap, pOb);
+        if (entry.nIndex != 0)
+            VELM_CReference::StoreAt(m_lpBufCur, entry.nIndex, 0, 0);
+        else if (entry.pAssoc != nullptr)
+            inside.WriteNew(pOb, entry.pAssoc, entry.pIndex, entry.nMoves, pFrame);
+        else
+            WriteAnyObject(pOb, pFrame);
+        return;
+    }
+    WriteAnyObject(pOb, pFrame);
+}
+
+void VELM_CArchive::WriteAnyObject(const VELM_CObject* pOb, const void* pFrame)
 {
     if (m_nMode != store && m_pInside->bAborted)
         return;
@@ -216,29 +212,37 @@ void VELM_CArchive::WriteObject(const VELM_CObject* pOb)
         VELM_CReference{VELM_CReference::nullObject, 0}.Store(*this);
         return;
     }
-    void*& slot = IndexSlot(*this, pOb);
-    if (slot != nullptr) {
-        VELM_CReference{VELM_CReference::object, IndexIn(slot)}.Store(*this);
+    const VELM_CStoredIndexes::Entry entry = EntryOf(*this, pOb);
+    if (entry.nIndex != 0)
+        VELM_CReference{VELM_CReference::object, entry.nIndex}.Store(*this);
+    else
+        m_pInside->WriteNew(pOb, entry.pAssoc, entry.pIndex, entry.nMoves, pFrame);
+}
+
+// An object that has an entry, and no index yet.
+void VELM_CArchiveInside::WriteNew(const VELM_CObject* pOb, VELM_CPtrAssoc* pAssoc, uint32_t* pIndex, unsigned nMoves,
+                                   const void* pFrame)
+{
+    Begin();
+    if (!HasDepth(pFrame)) {
+        FailDepth(Offset());
         return;
     }
-    const void* const pFrame = __builtin_frame_address(0);
-    m_pInside->Begin();
-    if (!m_pInside->RequireDepth(m_pInside->Offset(), pFrame))
-        return;
+    VELM_CArchive& ar = m_ar;
     const VELM_CRuntimeClass* const pClassRef = pOb->GetRuntimeClass();
-    unsigned nClass = 0;
-    if (pClassRef != nullptr && pClassRef->m_nSchema != VELM_CRuntimeClass::nNoSchema)
-        nClass = m_pInside->storedClasses.IndexOf(*pClassRef, SurplusOf(*this, true));
-    if (nClass != 0 && m_pInside->pStoredClasses == nullptr)
-        VELM_CReference{VELM_CReference::knownClass, nClass}.Store(*this);
-    else if (!StoreClass(pClassRef, pOb))
+    const bool bPlain =
+        pClassRef != nullptr && pClassRef->m_nSchema != VELM_CRuntimeClass::nNoSchema && pStoredClasses == nullptr;
+    const uint32_t nClass = bPlain && ar.m_lpBufMax - ar.m_lpBufCur >= 8 ? stored.IndexNear(pClassRef, nMoves) : 0;
+    if (nClass != 0)
+        VELM_CReference::StoreAt(ar.m_lpBufCur, nClass, VELM_CArchive::wClassTag, VELM_CArchive::dwBigClassTag);
+    else if (!ar.StoreClass(pClassRef, pOb))
         return;
-    if (!m_pInside->RequireIndex())
+    if (!RequireIndex())
         return;
-    const unsigned nIndex = m_pInside->TakeIndex();
-    slot = AsSlot(nIndex);
-    m_pInside->Serialize(*const_cast<VELM_CObject*>(pOb), pFrame, pClassRef, nIndex, pClassRef->m_nSchema);
-    m_pInside->End();
+    const unsigned nIndex = TakeIndex();
+    stored.Give(*pAssoc, pIndex, nMoves, nIndex);
+    Serialize(*const_cast<VELM_CObject*>(pOb), pFrame, pClassRef, nIndex, pClassRef->m_nSchema);
+    End();
 }
 
 void VELM_CArchive::SerializeClass(const VELM_CRuntimeClass* pClassRef)

@@ -160,11 +160,9 @@ void VELM_CArchive::WriteForOwner(const VELM_CObject* pOb, Owner kind, int bOrNu
         return;
     }
     WriteObject(pOb);
-    void* pIndex = nullptr;
-    if (pOb == nullptr || m_pInside->bAborted || !IsStoring() || m_pStoreMap == nullptr ||
-        !m_pStoreMap->Lookup(const_cast<VELM_CObject*>(pOb), pIndex))
+    if (pOb == nullptr || m_pInside->bAborted || !IsStoring() || m_pStoreMap == nullptr)
         return;
-    const unsigned nIndex = static_cast<unsigned>(reinterpret_cast<uintptr_t>(pIndex));
+    const unsigned nIndex = m_pInside->stored.IndexOf(*m_pStoreMap, pOb);
     m_pInside->Begin();
     if (nIndex == 0 || !m_pInside->RequireOwnable(pOb, nIndex, m_pInside->owners.IsOther(nIndex), kind, nOffset))
         return;
@@ -205,7 +203,7 @@ int VELM_CArchive::AreOwnersComplete(const VELM_CObject* pRoot)
         nFirst = VELM_CArchiveLoader::Of(*this)->FindUnowned(pRoot);
         pFirst = static_cast<VELM_CObject*>(m_pLoadArray->GetAt(static_cast<int>(nFirst)));
     } else {
-        for (const auto entry : *m_pStoreMap) {
+        for (const auto entry : static_cast<const VELM_CMapPtrToPtr&>(*m_pStoreMap)) {
             const unsigned nIndex = static_cast<unsigned>(reinterpret_cast<uintptr_t>(entry.value));
             if (nIndex != 0 && entry.key != pRoot && (nFirst == 0 || nIndex < nFirst) && !owners.HasOwner(nIndex) &&
                 !owners.IsOther(nIndex)) {

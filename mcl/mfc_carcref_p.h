@@ -29,6 +29,26 @@ struct VELM_LOCAL VELM_CReference {
                                         : uint32_t{VELM_CArchive::wNullTag});
     }
 
+    // The same of an object or a known class where 8 bytes have room, with the tags of the kind.
+    static void StoreAt(unsigned char*& rlpTo, uint32_t nIndex, uint32_t nTag, uint32_t nBigTag)
+    {
+        if (nIndex < VELM_CArchive::wBigObjectTag) {
+            Put(rlpTo, nIndex | nTag);
+            rlpTo += 4;
+        } else {
+            Put(rlpTo, VELM_CArchive::wBigObjectTag);
+            Put(rlpTo + 4, nIndex | nBigTag);
+            rlpTo += 8;
+        }
+    }
+    static void Put(unsigned char* p, uint32_t n)
+    {
+        p[0] = static_cast<unsigned char>(n);
+        p[1] = static_cast<unsigned char>(n >> 8);
+        p[2] = static_cast<unsigned char>(n >> 16);
+        p[3] = static_cast<unsigned char>(n >> 24);
+    }
+
     // False after a raise that returned: 3 when the data ends, 5 for a tag that no writer makes.
     __attribute__((always_inline)) bool Load(VELM_CArchive& ar)
     {

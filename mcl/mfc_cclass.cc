@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "mcl/mfc_cmapindex_p.h"
+#include "mcl/mfc_cmap.h"
 #include "mcl/mfc_memory.h"
 
 const unsigned nNameBuckets = 251;
@@ -18,8 +18,6 @@ struct ClassEntry {
 // Nodes never move, so that what Find delivers stays where it is.
 using ClassAssoc = VELM_CMapAssoc<fxStr, char*, ClassEntry>;
 
-VELM_INDEXED_MAP(ClassAssoc, char*)
-
 class VELM_CClassMap : public VELM_CMapTable<ClassAssoc, char*> {
 public:
     VELM_CClassMap() : VELM_CMapTable(16) { m_nHashTableSize = nNameBuckets; }
@@ -30,8 +28,8 @@ public:
     }
     const ClassEntry* Find(const char* lpszName) const
     {
-        unsigned nHash;
-        const ClassAssoc* const pAssoc = GetAssocAt(const_cast<char*>(lpszName), nHash);
+        Search search;
+        const ClassAssoc* const pAssoc = Look(const_cast<char*>(lpszName), search);
         return pAssoc == nullptr ? nullptr : &pAssoc->value;
     }
     // NULL when another record has the name.

@@ -2,7 +2,20 @@
 
 #include "mcl/mfc_cmapindex_p.h"
 
-VELM_INDEXED_MAP(VELM_CPtrAssoc, void*)
+unsigned VELM_CPtrAssoc::Tag(const VELM_CKeyHasher&, void* key, unsigned)
+{
+    return VELM_CTable::TagOf(key);
+}
+
+template <> VELM_CPtrAssoc* VELM_CMapTable<VELM_CPtrAssoc, void*>::FindIn(Search& rSearch, void* key) const
+{
+    const auto isIt = [=](const VELM_CMapNode* pNode) {
+        const VELM_CPtrAssoc* const pAssoc = reinterpret_cast<const VELM_CPtrAssoc*>(pNode);
+        return pAssoc->key == key && pAssoc->nHashValue == rSearch.nBucket;
+    };
+    return reinterpret_cast<VELM_CPtrAssoc*>(
+        VELM_CMapTables::Of(*rSearch.pIndex).Find(rSearch.nTag, rSearch.place, isIt));
+}
 
 template class VELM_CMapTable<VELM_CPtrAssoc, void*>;
 
@@ -16,23 +29,13 @@ VELM_CMapPtrToPtr::~VELM_CMapPtrToPtr()
 
 void*& VELM_CMapPtrToPtr::operator[](void* key)
 {
-    if (void** pValue = VELM_CMapIndex::ValueOf(*this, key))
-        return *pValue;
     VELM_CAssoc* pAssoc = FindOrAdd(key);
     return pAssoc != nullptr ? pAssoc->value : SpareAssoc().value;
 }
 
-static const VELM_CPtrAssoc* AssocOf(const VELM_CMapPtrToPtr& map, void* key)
-{
-    if (const VELM_CPtrAssoc* pAssoc = VELM_CMapIndex::Found(map, key))
-        return pAssoc;
-    unsigned nHash;
-    return map.GetAssocAt(key, nHash);
-}
-
 int VELM_CMapPtrToPtr::Lookup(void* key, void*& rValue) const
 {
-    const VELM_CAssoc* const pAssoc = AssocOf(*this, key);
+    const VELM_CAssoc* const pAssoc = Find(key);
     if (pAssoc == nullptr)
         return 0;
     rValue = pAssoc->value;
@@ -41,7 +44,7 @@ int VELM_CMapPtrToPtr::Lookup(void* key, void*& rValue) const
 
 int VELM_CMapPtrToPtr::LookupUINT(void* key, unsigned& rValue) const
 {
-    const VELM_CAssoc* const pAssoc = AssocOf(*this, key);
+    const VELM_CAssoc* const pAssoc = Find(key);
     if (pAssoc == nullptr)
         return 0;
     rValue = pAssoc->nValue;
@@ -57,4 +60,18 @@ void VELM_CMapPtrToPtr::GetNextAssoc(__POSITION*& rNextPosition, void*& rKey, vo
     rNextPosition = PositionBehind(pAssocRet);
     rKey = pAssocRet->key;
     rValue = pAssocRet->value;
+}
+
+__attribute__((flatten)) VELM_CPtrAssoc* VELM_CMapPtrToPtr::Find(void* key) const
+{
+    Search search = {};
+    return Look(key, search);
+}
+
+VELM_CPtrAssoc* VELM_CMapPtrToPtr::Append(unsigned nBucket, void* key)
+{
+    Search search = {nBucket, nullptr, nullptr, 0, {nullptr, 0}};
+    if (m_pIndex.load(std::memory_order_relaxed) != nullptr) // somebody has looked for a key
+        LookToChange(key, search);
+    return Add(search, key);
 }

@@ -24,6 +24,10 @@
 
 #include <atomic>
 #include <iterator>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <utility>
 
 #include "mcl/mfc_base.h"
 #include "mcl/mfc_carcex.h"
@@ -35,11 +39,149 @@
 /// \addtogroup collections
 /// \{
 
-class VELM_LOCAL VELM_CMapIndex;
-class VELM_CMapPtrToPtr;
-
 /// A place in an iteration: the entry that comes next. All bits set: before the first entry; NULL: behind the last.
 struct __POSITION;
+
+/// Hashes the bytes of keys with a seed of its own, so that nobody can choose keys whose hash values are equal.
+class VELM_API VELM_CKeyHasher {
+public:
+    /// With a random seed.
+    VELM_CKeyHasher();
+    /// The hash value of the bytes, as far as this hasher is concerned.
+    unsigned operator()(const void* pBytes, size_t nBytes) const;
+
+private:
+    uint64_t m_seed[2];
+};
+
+/// How a map finds keys of a type without walking its chains, by a hidden index: `Hash` gives the hash value of a key,
+/// and of whatever a map is given in its place. Equal keys, as `CompareElements` has it, must have equal hash values.
+/// In general there is none, and chains are walked. There is one for integers, enumerations, pointers, `VELM_CString`,
+/// `std::string` and `fxStr`. A program specialises this for keys of its own, before it uses the map:
+///
+///     template <> struct VELM_CKeyIndex<Point> {
+///         static unsigned Hash(const VELM_CKeyHasher& hasher, Point key) { return hasher(&key, sizeof key); }
+///     };
+///
+/// A specialisation without `Hash` has the map walk its chains, for a type whose `CompareElements` the program changes.
+template <class KEY, class = void> struct VELM_CKeyIndex {
+};
+/// \cond
+template <class KEY>
+struct VELM_CKeyIndex<KEY, typename std::enable_if<std::is_integral<KEY>::value || std::is_enum<KEY>::value ||
+                                                   std::is_pointer<KEY>::value>::type> {
+    template <class ARG_KEY>
+    static typename std::enable_if<std::is_convertible<ARG_KEY, KEY>::value && !std::is_floating_point<ARG_KEY>::value,
+                                   unsigned>::type
+    Hash(const VELM_CKeyHasher& hasher, ARG_KEY arg)
+    {
+        const KEY key = static_cast<KEY>(arg);
+        return hasher(&key, sizeof key);
+    }
+};
+struct VELM_CTextIndex {
+    static unsigned Hash(const VELM_CKeyHasher& hasher, const char* key)
+    {
+        return hasher(key, key == NULL ? 0 : strlen(key));
+    }
+};
+template <> struct VELM_CKeyIndex<VELM_CString> : VELM_CTextIndex {
+    using VELM_CTextIndex::Hash;
+    static unsigned Hash(const VELM_CKeyHasher& hasher, const VELM_CString& key) { return Hash(hasher, key.m_data); }
+};
+template <> struct VELM_CKeyIndex<fxStr> : VELM_CTextIndex {
+    using VELM_CTextIndex::Hash;
+    static unsigned Hash(const VELM_CKeyHasher& hasher, const fxStr& key)
+    {
+        return Hash(hasher, static_cast<const char*>(key));
+    }
+};
+template <> struct VELM_CKeyIndex<std::string> : VELM_CTextIndex {
+    using VELM_CTextIndex::Hash;
+    static unsigned Hash(const VELM_CKeyHasher& hasher, const std::string& key)
+    {
+        return hasher(key.data(), key.size());
+    }
+};
+// The same with no hash value where the key, or what stands for it, has none.
+template <class KEY, class ARG_KEY, class = void> struct VELM_CTagOf {
+    enum { bIndexed = 0 };
+    static unsigned Tag(const VELM_CKeyHasher&, const ARG_KEY&) { return 0; }
+    static unsigned TagOfKey(const VELM_CKeyHasher&, const KEY&) { return 0; }
+};
+template <class KEY, class ARG_KEY>
+struct VELM_CTagOf<KEY, ARG_KEY,
+                   decltype(void(VELM_CKeyIndex<KEY>::Hash(std::declval<const VELM_CKeyHasher&>(),
+                                                           std::declval<const ARG_KEY&>())))> {
+    enum { bIndexed = 1 };
+    static unsigned Tag(const VELM_CKeyHasher& hasher, const ARG_KEY& key)
+    {
+        return VELM_CKeyIndex<KEY>::Hash(hasher, key);
+    }
+    static unsigned TagOfKey(const VELM_CKeyHasher& hasher, const KEY& key)
+    {
+        return VELM_CKeyIndex<KEY>::Hash(hasher, key);
+    }
+};
+
+// What the nodes of all maps begin with.
+struct __attribute__((may_alias)) VELM_CMapNode {
+    VELM_CMapNode* pNext;
+    unsigned nHashValue;
+};
+
+// A place in an index, for an entry that is there or may be put there.
+struct VELM_CMapPlace {
+    void* pLine;
+    unsigned i;
+};
+
+// Finds the nodes of a map without walking its chains; see mfc_cmapindex.cc.
+class VELM_API VELM_CMapIndex {
+public:
+    enum {
+        nFewest = 48, // entries of a map that has an index: fewer are found as quickly without one
+        nNear = 8     // nodes of a chain that are walked before what spares that is made
+    };
+
+    // The fields of a map. Where they are other ones than when the index was used last, somebody else has changed the
+    // map, and the index is no longer right.
+    struct Chains {
+        VELM_CMapNode** pHeads;
+        unsigned nBuckets;
+        int nCount;
+    };
+    // The tag of a node's key.
+    typedef unsigned (*TagProc)(const VELM_CKeyHasher& hasher, const VELM_CMapNode* pNode);
+    // Whether a node has the key.
+    typedef bool (*MatchesProc)(const VELM_CMapNode* pNode, const void* pKey);
+
+    // An index of what is on the chains. NULL without memory; Never() if that are not as many nodes as are counted.
+    // bGaps: the nodes are those of the pointer-keyed map, with 8 bytes that no field uses.
+    static VELM_CMapIndex* Make(const Chains& of, TagProc pfnTag, bool bGaps);
+    // Stands in the place of an index in a map that has none until it is empty again.
+    static VELM_CMapIndex* Never() { return reinterpret_cast<VELM_CMapIndex*>(1); }
+    static bool Is(const VELM_CMapIndex* pIndex) { return reinterpret_cast<uintptr_t>(pIndex) > 1; }
+    static void Delete(VELM_CMapIndex* pIndex);
+    bool IsOf(const Chains& of) const
+    {
+        return of.nCount == m_of.nCount && of.pHeads == m_of.pHeads && of.nBuckets == m_of.nBuckets;
+    }
+    // The node of a key in the bucket. NULL when there is none, and the place is for it.
+    VELM_CMapNode* Find(unsigned nTag, unsigned nBucket, MatchesProc pfnMatches, const void* pKey,
+                        VELM_CMapPlace& rPlace) const;
+    // A node has been made the head of its chain. False when there is no memory to note it.
+    bool Add(const VELM_CMapPlace& place, unsigned nTag, VELM_CMapNode* pNode);
+    // Takes the node at the place off its chain. False, and nothing is changed, when it is not there.
+    bool Unlink(const VELM_CMapPlace& place, VELM_CMapNode* pNode);
+
+    const VELM_CKeyHasher m_hasher;
+
+protected:
+    explicit VELM_CMapIndex(const Chains& of) : m_of(of) {}
+    Chains m_of;
+};
+/// \endcond
 
 /// Room for one node outside of a map: for what is being loaded, or for what a failed check left without an entry.
 ///
@@ -136,7 +278,11 @@ public:
     typedef VELM_CMapIterator<VELM_CMapTable, decltype(ASSOC::value)> iterator;             ///< Of the entries.
     typedef VELM_CMapIterator<VELM_CMapTable, const decltype(ASSOC::value)> const_iterator; ///< Of a const map.
     /// The first entry.
-    iterator begin() { return iterator(this, m_nCount == 0 ? NULL : First()); }
+    iterator begin()
+    {
+        HandOut();
+        return iterator(this, m_nCount == 0 ? NULL : First());
+    }
     /// Behind the last entry.
     iterator end() { return iterator(this, NULL); }
     /// \copydoc begin()
@@ -158,7 +304,7 @@ public:
     /// Tells the map that a program has changed its chains, or is about to: from here on until the map is empty, every
     /// operation walks the chains, so that finding an entry takes as long as its chain is. Where nothing was changed by
     /// hand, finding takes the same time in a map of any size.
-    void WalkChains() { DropIndex(true); }
+    void WalkChains() { SetIndex(VELM_CMapIndex::Never()); }
     /// Takes a node off the free list, which a new block refills, and counts it. Its `pNext` and `nHashValue` are for
     /// the caller to set, who then puts it on a chain; see `WalkChains`. Asserts "m_pFreeList != NULL" and "m_nCount >
     /// 0".
@@ -168,6 +314,17 @@ public:
     void FreeAssoc(VELM_CAssoc* pAssoc);
 
 protected:
+    /// \cond
+    // Where a key has been looked for.
+    struct Search {
+        unsigned nBucket;
+        VELM_CMapIndex* pIndex; // NULL where the chain was walked
+        VELM_CAssoc** ppLink;   // without an index: the link that points at the node, if there is one
+        unsigned nTag;          // with an index; and where in it the entry is, or may be put
+        VELM_CMapPlace place;
+    };
+    VELM_CAssoc* Look(ARG_KEY key, Search& rSearch, int nWalked = VELM_CMapIndex::nNear) const;
+    /// \endcond
     /// The node of the key, made when there is none; NULL only after a failed check.
     VELM_CAssoc* FindOrAdd(ARG_KEY key);
     /// The node at the position; NULL after a failed check of "m_pHashTable != NULL" or "pAssocRet != NULL".
@@ -178,20 +335,26 @@ protected:
     VELM_CAssoc& SpareAssoc();
 
 private:
-    friend class VELM_CMapIndex;
     friend class VELM_CMapPtrToPtr;
+    friend class VELM_CStoredIndexes;
     template <class TABLE, class VALUE> friend class VELM_CMapIterator;
 
-    // Behind the chains, which are the truth: what finds entries of a large map without walking them. Kept by the
-    // maps that the library exports; see mfc_cmapindex_p.h.
-    mutable VELM_CMapIndex* m_pIndex;
+    // Behind the chains, which are the truth: what finds the entries of a large map without walking them. It is made
+    // when a key is looked for, also by two threads at the same time; the one that comes first is kept.
+    mutable std::atomic<VELM_CMapIndex*> m_pIndex;
     VELM_CAssocRoom<VELM_CAssoc>* m_pSpare;
-    int m_nBuilt;            // parts of the first free node that are constructed: not 0 only after a raise
-    mutable bool m_bTouched; // by WalkChains, NewAssoc or FreeAssoc, since the map was empty
-    // Every bucket before this one is empty, unless m_bTouched: so that taking the first entry again and again does not
-    // look at the same empty buckets each time. Atomic, since two threads may look for the first entry of one map.
+    int m_nBuilt; // parts of the first free node that are constructed: not 0 only after a raise
+    // Whether a program may have changed the entries, or may change what it got a reference to.
+    mutable std::atomic<bool> m_bHandedOut;
+    // Every bucket before this one is empty, unless a program has changed the chains: so that taking the first entry
+    // again and again does not look at the same empty buckets each time. Two threads may look at the same time.
     mutable std::atomic<unsigned> m_nFirst;
 
+    void HandOut() const
+    {
+        if (!m_bHandedOut.load(std::memory_order_relaxed))
+            m_bHandedOut.store(true, std::memory_order_relaxed);
+    }
     static __POSITION* BeforeFirst() { return reinterpret_cast<__POSITION*>(~uintptr_t(0)); }
     unsigned Bucket(ARG_KEY key) const
     {
@@ -210,17 +373,29 @@ private:
     VELM_CAssoc* TakeFirstFree();
     void PutBack(VELM_CAssoc* pAssoc);
 
-    // These four keep the index, where there is one. There must be a table.
-    VELM_CAssoc** FindLink(unsigned nBucket, ARG_KEY key) const;
-    void LinkFirst(VELM_CAssoc* pAssoc);
-    VELM_CAssoc* Unlink(unsigned nBucket, ARG_KEY key);
-    void DropIndex(bool bTouched) const;
+    VELM_CMapIndex::Chains GetChains() const
+    {
+        return {reinterpret_cast<VELM_CMapNode**>(m_pHashTable), m_nHashTableSize, m_nCount};
+    }
+    static unsigned TagOf(const VELM_CKeyHasher& hasher, const VELM_CMapNode* pNode)
+    {
+        return reinterpret_cast<const VELM_CAssoc*>(pNode)->Tag(hasher);
+    }
+    void SetIndex(VELM_CMapIndex* pIndex);
+    void MakeIndex() const;
+    VELM_CMapIndex* Index() const;
+    VELM_CAssoc* FindIn(Search& rSearch, ARG_KEY key) const;
+    VELM_CAssoc* LookToChange(ARG_KEY key, Search& rSearch);
+    VELM_CAssoc* Walk(ARG_KEY key, Search& rSearch, int nWalked) const;
+    VELM_CAssoc* Add(const Search& search, ARG_KEY key);
+    void MakeTable(unsigned nHashSize, bool bAllocNow);
+    void Empty();
 };
 
 template <class ASSOC, class ARG_KEY>
 VELM_CMapTable<ASSOC, ARG_KEY>::VELM_CMapTable(int nBlockSize)
     : m_pHashTable(NULL), m_nHashTableSize(17), m_nCount(0), m_pFreeList(NULL), m_pBlocks(NULL), m_nBlockSize(1),
-      m_pIndex(NULL), m_pSpare(NULL), m_nBuilt(0), m_bTouched(false), m_nFirst(0)
+      m_pIndex(NULL), m_pSpare(NULL), m_nBuilt(0), m_bHandedOut(false), m_nFirst(0)
 {
     if (VELM_ASSERT(nBlockSize > 0))
         m_nBlockSize = nBlockSize;
@@ -228,13 +403,20 @@ VELM_CMapTable<ASSOC, ARG_KEY>::VELM_CMapTable(int nBlockSize)
 
 template <class ASSOC, class ARG_KEY> VELM_CMapTable<ASSOC, ARG_KEY>::~VELM_CMapTable()
 {
-    RemoveAll();
+    Empty();
     delete m_pSpare;
     VELM_ASSERT(m_nCount == 0);
 }
 
 template <class ASSOC, class ARG_KEY>
 void VELM_CMapTable<ASSOC, ARG_KEY>::InitHashTable(unsigned nHashSize, int bAllocNow)
+{
+    HandOut();
+    MakeTable(nHashSize, bAllocNow != 0);
+}
+
+template <class ASSOC, class ARG_KEY>
+__attribute__((noinline)) void VELM_CMapTable<ASSOC, ARG_KEY>::MakeTable(unsigned nHashSize, bool bAllocNow)
 {
     const bool bEmpty = VELM_ASSERT(m_nCount == 0);
     const bool bSize = VELM_ASSERT(nHashSize > 0);
@@ -252,7 +434,13 @@ void VELM_CMapTable<ASSOC, ARG_KEY>::InitHashTable(unsigned nHashSize, int bAllo
 
 template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::RemoveAll()
 {
-    DropIndex(false);
+    HandOut();
+    Empty();
+}
+
+template <class ASSOC, class ARG_KEY> __attribute__((noinline)) void VELM_CMapTable<ASSOC, ARG_KEY>::Empty()
+{
+    SetIndex(NULL);
     AbandonBuilt();
     if (!VELM_CAssoc::bOwnsNothing) {
         for (unsigned i = 0; m_pHashTable != NULL && i < m_nHashTableSize; ++i) {
@@ -268,74 +456,136 @@ template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::Remov
     m_pBlocks = NULL;
 }
 
-// The link that points at the node of the key; NULL when there is none.
 template <class ASSOC, class ARG_KEY>
-ASSOC** VELM_CMapTable<ASSOC, ARG_KEY>::FindLink(unsigned nBucket, ARG_KEY key) const
+__attribute__((noinline)) void VELM_CMapTable<ASSOC, ARG_KEY>::SetIndex(VELM_CMapIndex* pIndex)
 {
-    VELM_CAssoc** ppLink = &m_pHashTable[nBucket];
-    while (*ppLink != NULL && !(*ppLink)->Matches(key))
-        ppLink = &(*ppLink)->pNext;
-    return *ppLink == NULL ? NULL : ppLink;
+    if (pIndex == VELM_CMapIndex::Never())
+        HandOut();
+    VELM_CMapIndex::Delete(m_pIndex.exchange(pIndex, std::memory_order_relaxed));
 }
 
-// Makes the node the head of its bucket's chain.
-template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::LinkFirst(VELM_CAssoc* pAssoc)
+template <class ASSOC, class ARG_KEY> __attribute__((noinline)) void VELM_CMapTable<ASSOC, ARG_KEY>::MakeIndex() const
 {
-    VELM_CAssoc*& rHead = m_pHashTable[pAssoc->nHashValue];
-    pAssoc->pNext = rHead;
-    rHead = pAssoc;
+    VELM_CMapIndex *pNone = NULL, *pNew = VELM_CMapIndex::Make(GetChains(), TagOf, VELM_CAssoc::bGaps);
+    if (!m_pIndex.compare_exchange_strong(pNone, pNew, std::memory_order_acq_rel))
+        VELM_CMapIndex::Delete(pNew);
 }
 
-// Takes the node of the key off its chain; NULL when there is none.
-template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Unlink(unsigned nBucket, ARG_KEY key)
+// The index, if there is one that is right.
+template <class ASSOC, class ARG_KEY>
+__attribute__((always_inline)) inline VELM_CMapIndex* VELM_CMapTable<ASSOC, ARG_KEY>::Index() const
 {
-    VELM_CAssoc** ppLink = FindLink(nBucket, key);
-    VELM_CAssoc* pAssoc = ppLink == NULL ? NULL : *ppLink;
-    if (pAssoc != NULL)
-        *ppLink = pAssoc->pNext;
-    return pAssoc;
+    VELM_CMapIndex* pIndex = m_pIndex.load(std::memory_order_acquire);
+    return VELM_CMapIndex::Is(pIndex) && pIndex->IsOf(GetChains()) ? pIndex : NULL;
 }
 
-template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::DropIndex(bool bTouched) const
+template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::FindIn(Search& rSearch, ARG_KEY key) const
 {
-    m_bTouched = bTouched;
+    typedef typename std::remove_reference<ARG_KEY>::type Key;
+    const VELM_CMapIndex::MatchesProc pfnMatches = [](const VELM_CMapNode* pNode, const void* pKey) {
+        return reinterpret_cast<const VELM_CAssoc*>(pNode)->Matches(*static_cast<Key*>(const_cast<void*>(pKey)));
+    };
+    return reinterpret_cast<VELM_CAssoc*>(
+        rSearch.pIndex->Find(rSearch.nTag, rSearch.nBucket, pfnMatches, std::addressof(key), rSearch.place));
+}
+
+// The node of a key; NULL when there is none. Who only reads makes an index in any larger map, who changes the entries
+// only where a chain is long: adding to short chains is quicker without.
+template <class ASSOC, class ARG_KEY>
+__attribute__((always_inline)) inline ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Look(ARG_KEY key, Search& rSearch,
+                                                                                  int nWalked) const
+{
+    rSearch.nBucket = Bucket(key);
+    rSearch.pIndex = Index();
+    if (rSearch.pIndex == NULL)
+        return Walk(key, rSearch, nWalked);
+    rSearch.nTag = VELM_CAssoc::Tag(rSearch.pIndex->m_hasher, key, rSearch.nBucket);
+    return FindIn(rSearch, key);
+}
+
+template <class ASSOC, class ARG_KEY>
+__attribute__((noinline)) ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Walk(ARG_KEY key, Search& rSearch, int nWalked) const
+{
+    if (m_pHashTable == NULL)
+        return NULL;
+    const bool bMayMake = VELM_CAssoc::bIndexed && m_nCount >= VELM_CMapIndex::nFewest;
+    VELM_CAssoc** ppLink = &m_pHashTable[rSearch.nBucket];
+    for (; *ppLink != NULL; ppLink = &(*ppLink)->pNext) {
+        if (bMayMake && nWalked++ == VELM_CMapIndex::nNear && m_pIndex.load(std::memory_order_relaxed) == NULL) {
+            MakeIndex();
+            if (Index() != NULL)
+                return Look(key, rSearch, 0);
+        }
+        if ((*ppLink)->Matches(key))
+            break;
+    }
+    rSearch.ppLink = ppLink;
+    return *ppLink;
+}
+
+// The same before the entries change: an index that is no longer right makes way for a new one.
+template <class ASSOC, class ARG_KEY>
+__attribute__((always_inline)) inline ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::LookToChange(ARG_KEY key, Search& rSearch)
+{
+    HandOut();
+    if (VELM_CMapIndex::Is(m_pIndex.load(std::memory_order_relaxed)) && Index() == NULL)
+        SetIndex(NULL);
+    return Look(key, rSearch, 0);
 }
 
 template <class ASSOC, class ARG_KEY>
 ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::GetAssocAt(ARG_KEY key, unsigned& nHash) const
 {
-    nHash = Bucket(key);
-    VELM_CAssoc** ppLink = m_pHashTable == NULL ? NULL : FindLink(nHash, key);
-    return ppLink == NULL ? NULL : *ppLink;
-}
-
-template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::FindOrAdd(ARG_KEY key)
-{
-    unsigned nHash;
-    VELM_CAssoc* pAssoc = GetAssocAt(key, nHash);
-    if (pAssoc != NULL)
-        return pAssoc;
-    if (m_pHashTable == NULL)
-        InitHashTable(m_nHashTableSize, 1);
-    if (m_pHashTable == NULL || !BuildFirstFree())
-        return NULL;
-    m_pFreeList->SetKey(key);
-    pAssoc = TakeFirstFree();
-    if (pAssoc == NULL)
-        return NULL;
-    pAssoc->nHashValue = nHash;
-    if (nHash < m_nFirst.load(std::memory_order_relaxed))
-        m_nFirst.store(nHash, std::memory_order_relaxed);
-    LinkFirst(pAssoc);
+    HandOut();
+    Search search;
+    VELM_CAssoc* pAssoc = Look(key, search, VELM_CMapIndex::nNear);
+    nHash = search.nBucket;
     return pAssoc;
 }
 
-template <class ASSOC, class ARG_KEY> int VELM_CMapTable<ASSOC, ARG_KEY>::RemoveKey(ARG_KEY key)
+template <class ASSOC, class ARG_KEY>
+__attribute__((flatten)) ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::FindOrAdd(ARG_KEY key)
+{
+    Search search;
+    VELM_CAssoc* pAssoc = LookToChange(key, search);
+    return pAssoc != NULL ? pAssoc : Add(search, key);
+}
+
+// A new entry for a key that has none, at the head of its chain.
+template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Add(const Search& search, ARG_KEY key)
+{
+    if (m_pHashTable == NULL)
+        MakeTable(m_nHashTableSize, true);
+    if (m_pHashTable == NULL || !BuildFirstFree())
+        return NULL;
+    m_pFreeList->SetKey(key);
+    VELM_CAssoc* pAssoc = TakeFirstFree();
+    if (pAssoc == NULL)
+        return NULL;
+    pAssoc->nHashValue = search.nBucket;
+    if (search.nBucket < m_nFirst.load(std::memory_order_relaxed))
+        m_nFirst.store(search.nBucket, std::memory_order_relaxed);
+    VELM_CAssoc*& rHead = m_pHashTable[search.nBucket];
+    pAssoc->pNext = rHead;
+    rHead = pAssoc;
+    if (search.pIndex != NULL &&
+        !search.pIndex->Add(search.place, search.nTag, reinterpret_cast<VELM_CMapNode*>(pAssoc)))
+        SetIndex(NULL);
+    return pAssoc;
+}
+
+template <class ASSOC, class ARG_KEY>
+__attribute__((flatten)) int VELM_CMapTable<ASSOC, ARG_KEY>::RemoveKey(ARG_KEY key)
 {
     if (m_pHashTable == NULL)
         return 0;
-    VELM_CAssoc* pAssoc = Unlink(Bucket(key), key);
+    Search search;
+    VELM_CAssoc* pAssoc = LookToChange(key, search);
     if (pAssoc == NULL)
+        return 0;
+    if (search.pIndex == NULL)
+        *search.ppLink = pAssoc->pNext;
+    else if (!search.pIndex->Unlink(search.place, reinterpret_cast<VELM_CMapNode*>(pAssoc)))
         return 0;
     PutBack(pAssoc);
     return 1;
@@ -395,7 +645,7 @@ template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::PutBa
     --m_nCount;
     VELM_ASSERT(m_nCount >= 0);
     if (m_nCount == 0)
-        RemoveAll();
+        Empty();
 }
 
 template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::AssocAtPosition(__POSITION* position) const
@@ -422,7 +672,8 @@ __POSITION* VELM_CMapTable<ASSOC, ARG_KEY>::PositionBehind(const VELM_CAssoc* pA
 // The head of the first chain that is not empty.
 template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::First() const
 {
-    VELM_CAssoc* pAssoc = FirstFrom(m_bTouched ? 0 : m_nFirst.load(std::memory_order_relaxed));
+    const bool bChanged = m_pIndex.load(std::memory_order_relaxed) == VELM_CMapIndex::Never();
+    VELM_CAssoc* pAssoc = FirstFrom(bChanged ? 0 : m_nFirst.load(std::memory_order_relaxed));
     if (pAssoc != NULL)
         m_nFirst.store(pAssoc->nHashValue, std::memory_order_relaxed);
     return pAssoc;
@@ -463,6 +714,11 @@ struct VELM_API VELM_CPtrAssoc {
     bool Matches(void* k) const { return key == k; }
     /// Takes the key.
     void SetKey(void* k) { key = k; }
+    /// \cond
+    enum { bIndexed = 1, bGaps = sizeof(void*) == 8 };
+    static unsigned Tag(const VELM_CKeyHasher&, void* key, unsigned nBucket);
+    unsigned Tag(const VELM_CKeyHasher& hasher) const { return Tag(hasher, key, nHashValue); }
+    /// \endcond
     enum { bOwnsNothing = 1 }; ///< Nothing is to be done when a node goes.
     /// Zeroes key and values.
     void Construct(int&)
@@ -477,11 +733,7 @@ struct VELM_API VELM_CPtrAssoc {
 };
 
 /// \cond
-// The index of the pointer-keyed map.
-template <> VELM_CPtrAssoc** VELM_CMapTable<VELM_CPtrAssoc, void*>::FindLink(unsigned nBucket, void* key) const;
-template <> void VELM_CMapTable<VELM_CPtrAssoc, void*>::LinkFirst(VELM_CPtrAssoc* pAssoc);
-template <> VELM_CPtrAssoc* VELM_CMapTable<VELM_CPtrAssoc, void*>::Unlink(unsigned nBucket, void* key);
-template <> void VELM_CMapTable<VELM_CPtrAssoc, void*>::DropIndex(bool bTouched) const;
+template <> VELM_CPtrAssoc* VELM_CMapTable<VELM_CPtrAssoc, void*>::FindIn(Search& rSearch, void* key) const;
 extern template class VELM_CMapTable<VELM_CPtrAssoc, void*>;
 /// \endcond
 
@@ -507,6 +759,31 @@ public:
     /// Delivers the entry at the position and moves on; the position is NULL behind the last entry. Asserts
     /// "m_pHashTable != NULL", "pAssocRet != NULL"; after a failure the position is NULL, key and value stay.
     void GetNextAssoc(__POSITION*& rNextPosition, void*& rKey, void*& rValue) const;
+
+private:
+    friend class VELM_CStoredIndexes;
+    // The node of a key, for the archive itself.
+    VELM_LOCAL VELM_CAssoc* Find(void* key) const;
+    // A new entry for a key that has none; or, where a node is free and nobody has looked for a key, with that node. An
+    // int counts it.
+    VELM_LOCAL VELM_CAssoc* Append(unsigned nBucket, void* key);
+    bool HasNode() const { return m_pFreeList != NULL && m_pIndex.load(std::memory_order_relaxed) == NULL; }
+    VELM_CAssoc* AppendNode(unsigned nBucket, void* key)
+    {
+        VELM_CAssoc* const pAssoc = m_pFreeList;
+        m_pFreeList = pAssoc->pNext;
+        ++m_nCount;
+        if (nBucket < m_nFirst.load(std::memory_order_relaxed))
+            m_nFirst.store(nBucket, std::memory_order_relaxed);
+        VELM_CAssoc*& rHead = m_pHashTable[nBucket];
+        pAssoc->pNext = rHead;
+        pAssoc->nHashValue = nBucket;
+        pAssoc->key = key;
+        pAssoc->value = NULL;
+        pAssoc->nValue = 0;
+        rHead = pAssoc;
+        return pAssoc;
+    }
 };
 
 /// How a map takes its keys, where KEY is the type of those that it keeps. In general: an argument is hashed by
@@ -558,6 +835,17 @@ template <class KEY, class ARG_KEY, class VALUE> struct VELM_API VELM_CMapAssoc 
     }
     /// Takes a copy of the key.
     void SetKey(ARG_KEY k) { key = KeyOf::Given(k); }
+    /// \cond
+    typedef VELM_CTagOf<KEY, ARG_KEY> TagOf;
+    enum { bIndexed = TagOf::bIndexed, bGaps = 0 };
+    // Keys in several buckets may be equal.
+    static unsigned Tagged(unsigned nHash, unsigned nBucket) { return nHash + nBucket * 0x9E3779B1; }
+    static unsigned Tag(const VELM_CKeyHasher& hasher, ARG_KEY k, unsigned nBucket)
+    {
+        return Tagged(TagOf::Tag(hasher, KeyOf::Given(k)), nBucket);
+    }
+    unsigned Tag(const VELM_CKeyHasher& hasher) const { return Tagged(TagOf::TagOfKey(hasher, key), nHashValue); }
+    /// \endcond
     /// Constructs key and value by `ConstructElements`; `rBuilt` counts them as they are.
     void Construct(int& rBuilt)
     {
@@ -620,8 +908,8 @@ public:
     /// Delivers the value of the key. Returns 1, or 0 when there is no entry; `rValue` stays as it is then.
     int Lookup(ARG_KEY key, VALUE& rValue) const
     {
-        unsigned nHash;
-        const VELM_CAssoc* pAssoc = this->GetAssocAt(key, nHash);
+        typename Table::Search search;
+        const VELM_CAssoc* pAssoc = this->Look(key, search);
         if (pAssoc == NULL)
             return 0;
         rValue = pAssoc->value;
@@ -689,24 +977,11 @@ void VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::Serialize(VELM_CArchive& ar)
 }
 
 /// \cond
-// The two maps from strings to ints that the library exports, with their indexes.
-#define VELM_TEXT_TABLE(ARG_KEY) VELM_CMapTable<VELM_CMapAssoc<fxStr, ARG_KEY, int>, ARG_KEY>
-template <> VELM_CMapAssoc<fxStr, char*, int>** VELM_TEXT_TABLE(char*)::FindLink(unsigned nBucket, char* key) const;
-template <> void VELM_TEXT_TABLE(char*)::LinkFirst(VELM_CMapAssoc<fxStr, char*, int>* pAssoc);
-template <> VELM_CMapAssoc<fxStr, char*, int>* VELM_TEXT_TABLE(char*)::Unlink(unsigned nBucket, char* key);
-template <> void VELM_TEXT_TABLE(char*)::DropIndex(bool bTouched) const;
-template <>
-VELM_CMapAssoc<fxStr, const char*, int>** VELM_TEXT_TABLE(const char*)::FindLink(unsigned nBucket,
-                                                                                 const char* key) const;
-template <> void VELM_TEXT_TABLE(const char*)::LinkFirst(VELM_CMapAssoc<fxStr, const char*, int>* pAssoc);
-template <>
-VELM_CMapAssoc<fxStr, const char*, int>* VELM_TEXT_TABLE(const char*)::Unlink(unsigned nBucket, const char* key);
-template <> void VELM_TEXT_TABLE(const char*)::DropIndex(bool bTouched) const;
-extern template class VELM_TEXT_TABLE(char*);
-extern template class VELM_TEXT_TABLE(const char*);
+// The two maps from strings to ints that the library exports.
+extern template class VELM_CMapTable<VELM_CMapAssoc<fxStr, char*, int>, char*>;
+extern template class VELM_CMapTable<VELM_CMapAssoc<fxStr, const char*, int>, const char*>;
 extern template class VELM_CMap<fxStr, char*, int, int>;
 extern template class VELM_CMap<fxStr, const char*, int, int>;
-#undef VELM_TEXT_TABLE
 /// \endcond
 
 /// \}

@@ -1,47 +1,34 @@
+// What finds the entries of a map without walking its chains; private to the library.
+//
+// The chains are what a caller sees, and the truth. A map with many entries has an index beside them, of two tables:
+//
+//     the hash of a key      -> its node
+//     the address of a node  -> the node before it on its chain, unless it is the head
+//
+// The second is made when an entry is removed that is not near the head of its chain, and kept from there on: only a
+// map that removes such entries pays for it. Where pointers have 64 bits, a node of the pointer-keyed map has 8 bytes
+// that no field uses. There the link that points at the node is kept, a bucket's head or the pNext of the node before:
+// all the time, of all nodes, and without a table.
+//
+// - Every node on a chain is in the first table, as long as there is an index. With the second, so is each but the
+// heads.
+// - A program that changes the chains by hand tells the map so, by WalkChains, NewAssoc or FreeAssoc: then there is no
+//   index until the map is empty again. Where it forgets to, an index that no longer fits the number of entries or the
+//   buckets is not used, and one that does may be wrong about what was changed.
+// - Without memory there is no index, and the chains are walked.
 #include "mcl/mfc_cmapindex_p.h"
 
-#include <sys/mman.h>
-#include <unistd.h>
+#include <sys/random.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <new>
 
-const std::size_t nHugePage = std::size_t{1} << 21;
-
-VELM_CMapIndex* VELM_CMapIndex::Make(std::size_t nEntries)
+VELM_CKeyHasher::VELM_CKeyHasher()
 {
-    std::size_t nSlots = 256;
-    while (nSlots / 2 < nEntries && nSlots <= SIZE_MAX / 8 / sizeof(uint64_t))
-        nSlots *= 2;
-    const std::size_t nBytes = nSlots * sizeof(uint64_t) + (nSlots >> nSampleBits) * sizeof(Sample);
-    const std::size_t nUnit = nBytes < nHugePage ? sizeof(uint64_t) * 8 : nHugePage;
-    const std::size_t nWhole = (nBytes + nUnit - 1) / nUnit * nUnit;
-    void* const pSlots = std::aligned_alloc(nUnit, nWhole);
-    VELM_CMapIndex* pIndex = pSlots == nullptr ? nullptr : new (std::nothrow) VELM_CMapIndex;
-    if (pIndex == nullptr) {
-        std::free(pSlots);
-        return nullptr;
+    if (getentropy(m_seed, sizeof m_seed) != 0) { // addresses differ at least
+        m_seed[0] = reinterpret_cast<uintptr_t>(this);
+        m_seed[1] = reinterpret_cast<uintptr_t>(&m_seed);
     }
-    if (nBytes >= nHugePage)
-        madvise(pSlots, nWhole, MADV_HUGEPAGE); // fewer misses of the address cache; it may be refused
-    std::memset(pSlots, 0, nBytes);
-    if (getentropy(pIndex->m_seed, sizeof pIndex->m_seed) != 0) { // addresses differ at least
-        pIndex->m_seed[0] = reinterpret_cast<uintptr_t>(pIndex);
-        pIndex->m_seed[1] = reinterpret_cast<uintptr_t>(&nSlots);
-    }
-    pIndex->m_nMask = nSlots - 1;
-    pIndex->m_nUsed = 0;
-    std::memset(pIndex->m_heads, 0, sizeof pIndex->m_heads);
-    pIndex->m_nLastStretch = UINTPTR_MAX;
-    pIndex->m_pSlots = static_cast<uint64_t*>(pSlots);
-    pIndex->m_pSamples = reinterpret_cast<Sample*>(pIndex->m_pSlots + nSlots);
-    return pIndex;
-}
-
-VELM_CMapIndex::~VELM_CMapIndex()
-{
-    std::free(m_pSlots);
 }
 
 static uint64_t Rotated(uint64_t n, int nBits)
@@ -49,11 +36,11 @@ static uint64_t Rotated(uint64_t n, int nBits)
     return n << nBits | n >> (64 - nBits);
 }
 
-// SipHash-1-3 of the text: without the seed, nobody can choose texts that collide.
-VELM_CMapIndex::Hash VELM_CMapIndex::HashOf(unsigned nBucket, const char* lpszKey) const
+// SipHash-1-3: without the seed, nobody can choose bytes that collide.
+unsigned VELM_CKeyHasher::operator()(const void* pBytes, size_t nBytes) const
 {
-    const std::size_t nLength = lpszKey == nullptr ? 0 : std::strlen(lpszKey);
-    uint64_t v0 = m_seed[0] ^ 0x736F6D6570736575, v1 = m_seed[1] ^ 0x646F72616E646F6D ^ nBucket;
+    const char* const p = static_cast<const char*>(pBytes);
+    uint64_t v0 = m_seed[0] ^ 0x736F6D6570736575, v1 = m_seed[1] ^ 0x646F72616E646F6D;
     uint64_t v2 = m_seed[0] ^ 0x6C7967656E657261, v3 = m_seed[1] ^ 0x7465646279746573;
     const auto Round = [&] {
         v0 += v1, v1 = Rotated(v1, 13) ^ v0, v0 = Rotated(v0, 32);
@@ -66,22 +53,156 @@ VELM_CMapIndex::Hash VELM_CMapIndex::HashOf(unsigned nBucket, const char* lpszKe
         Round();
         v0 ^= nWord;
     };
-    for (std::size_t i = 0; i + 8 <= nLength; i += 8) {
+    for (size_t i = 0; i + 8 <= nBytes; i += 8) {
         uint64_t nWord;
-        std::memcpy(&nWord, lpszKey + i, 8);
+        std::memcpy(&nWord, p + i, 8);
         Mix(nWord);
     }
     uint64_t nLast = 0; // little-endian or not: it only mixes
-    if (nLength >= 8)
-        std::memcpy(&nLast, lpszKey + nLength - 8, 8);
-    else if (nLength > 0)
-        std::memcpy(&nLast, lpszKey, nLength);
+    if (nBytes >= 8)
+        std::memcpy(&nLast, p + nBytes - 8, 8);
+    else if (nBytes > 0)
+        std::memcpy(&nLast, p, nBytes);
     Mix(nLast);
-    Mix(nLength);
+    Mix(nBytes);
     v2 ^= 0xFF;
     Round();
     Round();
     Round();
-    const uint64_t nHash = v0 ^ v1 ^ v2 ^ v3;
-    return {nHash, nHash >> 48 << nLinkBits};
+    return static_cast<unsigned>(v0 ^ v1 ^ v2 ^ v3);
+}
+
+VELM_CMapIndex* VELM_CMapIndex::Make(const Chains& of, TagProc pfnTag, bool bGaps)
+{
+    VELM_CMapTables* const pIndex = new (std::nothrow) VELM_CMapTables(of, bGaps);
+    if (pIndex == nullptr || !pIndex->nodes.Start(static_cast<size_t>(of.nCount))) {
+        delete pIndex;
+        return nullptr;
+    }
+    int nNodes = 0;
+    for (unsigned i = 0; i < of.nBuckets; ++i) {
+        for (VELM_CMapNode** ppLink = &of.pHeads[i]; *ppLink != nullptr && nNodes <= of.nCount; ++nNodes) {
+            VELM_CMapNode* const p = *ppLink;
+            const uint32_t nTag = pfnTag(pIndex->m_hasher, p);
+            VELM_CTable::Place at = pIndex->nodes.HomeOf(nTag).FreePlace();
+            pIndex->nodes.Add(at, nTag, VELM_CMapTables::ValueOf(p));
+            if (bGaps)
+                VELM_CMapTables::FillGaps(p, ppLink);
+            ppLink = &p->pNext;
+        }
+    }
+    if (nNodes == of.nCount)
+        return pIndex;
+    delete pIndex;
+    return Never();
+}
+
+void VELM_CMapIndex::Delete(VELM_CMapIndex* pIndex)
+{
+    if (pIndex != Never())
+        delete static_cast<VELM_CMapTables*>(pIndex);
+}
+
+VELM_CMapNode* VELM_CMapIndex::Find(unsigned nTag, unsigned nBucket, MatchesProc pfnMatches, const void* pKey,
+                                    VELM_CMapPlace& rPlace) const
+{
+    return VELM_CMapTables::Of(*this).Find(
+        nTag, rPlace, [=](const VELM_CMapNode* p) { return p->nHashValue == nBucket && pfnMatches(p, pKey); });
+}
+
+bool VELM_CMapIndex::Add(const VELM_CMapPlace& place, unsigned nTag, VELM_CMapNode* pNode)
+{
+    VELM_CMapTables& tables = VELM_CMapTables::Of(*this);
+    VELM_CTable::Place at = VELM_CMapTables::PlaceOf(place);
+    if (!tables.nodes.Add(at, nTag, VELM_CMapTables::ValueOf(pNode)))
+        return false;
+    tables.Link(pNode);
+    ++m_of.nCount;
+    return true;
+}
+
+bool VELM_CMapIndex::Unlink(const VELM_CMapPlace& place, VELM_CMapNode* pNode)
+{
+    VELM_CMapTables& tables = VELM_CMapTables::Of(*this);
+    if (!tables.Unlink(pNode))
+        return false;
+    tables.nodes.Remove(VELM_CMapTables::PlaceOf(place));
+    --m_of.nCount;
+    return true;
+}
+
+// A node has become the head of its chain.
+inline void VELM_CMapTables::Link(VELM_CMapNode* pNode)
+{
+    if (m_bGaps) {
+        FillGaps(pNode, &m_of.pHeads[pNode->nHashValue]);
+        FillGaps(pNode->pNext, &pNode->pNext);
+    } else if (m_before.Is() && pNode->pNext != nullptr) {
+        SetBefore(pNode->pNext, pNode);
+    }
+}
+
+inline bool VELM_CMapTables::Unlink(VELM_CMapNode* pNode)
+{
+    VELM_CMapNode** ppLink = m_bGaps ? InGaps(pNode) : &m_of.pHeads[pNode->nHashValue];
+    VELM_CMapNode* pBefore = nullptr;
+    if (!m_bGaps && *ppLink != pNode) {
+        pBefore = Before(pNode);
+        if (pBefore == nullptr)
+            return false;
+        ppLink = &pBefore->pNext;
+    }
+    if (*ppLink != pNode)
+        return false;
+    *ppLink = pNode->pNext;
+    if (m_bGaps) {
+        FillGaps(pNode->pNext, ppLink);
+    } else if (m_before.Is()) {
+        if (pNode->pNext != nullptr)
+            SetBefore(pNode->pNext, pBefore);
+        SetBefore(pNode, nullptr);
+    }
+    return true;
+}
+
+bool VELM_CMapTables::FindBefore(const VELM_CMapNode* pNode, VELM_CTable::Place& rAt) const
+{
+    return m_before.Find(VELM_CTable::TagOf(pNode), rAt,
+                         [=](const VELM_CTable::Place& at) { return NodeAt(at)->pNext == pNode; });
+}
+
+// What is before a node that is not the head of its chain; NULL if it is not on the chain.
+VELM_CMapNode* VELM_CMapTables::Before(const VELM_CMapNode* pNode)
+{
+    VELM_CMapNode* p = m_of.pHeads[pNode->nHashValue];
+    for (int n = 0; !m_before.Is(); p = p->pNext) { // without memory for the table, to the end
+        if (p == nullptr || p->pNext == pNode)
+            return p;
+        if (++n == nNear)
+            MakeBefore();
+    }
+    VELM_CTable::Place at;
+    return FindBefore(pNode, at) ? NodeAt(at) : nullptr;
+}
+
+void VELM_CMapTables::MakeBefore()
+{
+    m_before.Start(static_cast<size_t>(m_of.nCount));
+    for (unsigned i = 0; i < m_of.nBuckets; ++i) {
+        for (VELM_CMapNode* p = m_of.pHeads[i]; m_before.Is() && p != nullptr && p->pNext != nullptr; p = p->pNext)
+            SetBefore(p->pNext, p);
+    }
+}
+
+// Notes which node is before another from now on; NULL for none. Without memory for that, the table goes.
+void VELM_CMapTables::SetBefore(const VELM_CMapNode* pNode, const VELM_CMapNode* pBefore)
+{
+    VELM_CTable::Place at;
+    const bool bFound = FindBefore(pNode, at);
+    if (bFound && pBefore != nullptr)
+        at.SetValue(ValueOf(pBefore));
+    else if (bFound)
+        m_before.Remove(at);
+    else if (pBefore != nullptr && !m_before.Add(at, VELM_CTable::TagOf(pNode), ValueOf(pBefore)))
+        m_before.Clear();
 }

@@ -95,6 +95,7 @@ TEST(Hidden, ChainsAreAsTheyWouldBeWithoutAnIndex)
                 while (*ppLink != pAssoc)
                     ppLink = &(*ppLink)->pNext;
                 *ppLink = pAssoc->pNext;
+                map.WalkChains();
                 void* pValue;
                 ASSERT_EQ(map.Lookup(key, pValue), 0) << nStep;
                 if (pAssoc->pNext != nullptr && random() % 2) {

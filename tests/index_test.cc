@@ -59,6 +59,7 @@ template <class MAP, class KEY> static int Do(MAP& map, unsigned nOperation, KEY
             while (*ppLink != pAssoc)
                 ppLink = &(*ppLink)->pNext;
             *ppLink = pAssoc->pNext;
+            map.WalkChains();
             int nFound = 2 * (map.GetAssocAt(key, nBucket) != nullptr);
             // The copy of a text is at another address in each map.
             if (std::is_same<KEY, char*>::value && pAssoc->pNext != nullptr && nValue % 2 != 0)
