@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <boost/archive/binary_iarchive.hpp>
 #include <boost/archive/binary_oarchive.hpp>
 #include <boost/serialization/string.hpp>
@@ -12,7 +13,6 @@
 #include <cereal/types/memory.hpp>
 #include <cereal/types/string.hpp>
 #include <cereal/types/vector.hpp>
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -43,7 +43,9 @@ struct Facts {
     uint32_t nEarlier; // number of the earlier object; object 0 has none
 
     explicit Facts(uint32_t i)
-        : a(bench::Scatter(i)), b(~i), nNameLength(6 + a % 7), nEarlier(i == 0 ? 0 : bChain ? i - 1 : bench::Scatter(a) % i)
+        : a(bench::Scatter(i)), b(~i), nNameLength(6 + a % 7), nEarlier(i == 0   ? 0
+                                                                        : bChain ? i - 1
+                                                                                 : bench::Scatter(a) % i)
     {
         for (unsigned k = 0; k < sizeof name; ++k)
             name[k] = static_cast<char>('a' + ((i >> 2 * k) + a + k) % 26);
@@ -518,7 +520,8 @@ template <class PEER> bool IsStoredRight(const char* lpszFile, long n)
     return true;
 }
 
-template <class PEER> void AddStore(const std::string& name, unsigned nClassesOfCase, size_t nStrideOfCase, bool bChainOfCase = false)
+template <class PEER>
+void AddStore(const std::string& name, unsigned nClassesOfCase, size_t nStrideOfCase, bool bChainOfCase = false)
 {
     bench::Add(name, [=](benchmark::State& state, long n) {
         nClasses = nClassesOfCase;

@@ -1,5 +1,6 @@
 #include "dot.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "failure.h"
@@ -36,7 +37,11 @@ bool PrintDot(Graph& graph, const char* lpszArchive, const char* lpszPackage)
         pCentre = graph.GetAt(nCentre);
         shown.SetAt(nCentre, graph.GetAt(nCentre));
         Show(pCentre->m_dependencies);
-        Show(pCentre->m_dependents);
+        for (int i = 0; i < graph.GetCount(); ++i) {
+            const VELM_CPtrArray& needed = graph.GetAt(i)->m_dependencies;
+            if (std::find(needed.begin(), needed.end(), pCentre) != needed.end())
+                shown.SetAt(i, graph.GetAt(i));
+        }
     }
     std::printf("strict digraph {\n  rankdir=LR\n  node [shape=box, style=rounded, fontname=\"sans-serif\"]\n");
     for (int i = 0; i < shown.GetSize(); ++i) {

@@ -14,7 +14,6 @@ Graph::~Graph()
 
 void Graph::IndexNames()
 {
-    m_names.InitHashTable(2 * static_cast<unsigned>(GetCount()) + 1); // the map keeps its number of buckets
     for (int i = 0; i < GetCount(); ++i) {
         int& rPlace = m_names[GetAt(i)->m_strName.m_data];
         if (rPlace == 0)
@@ -44,7 +43,7 @@ bool Graph::Link(const char* lpszFile)
                 return Fail(lpszFile, "dependency %d of package \"%.99s\" is %s", j + 1, pPackage->m_strName.m_data,
                             pNeeded ? "not in the list of packages" : "missing");
             if (pNeeded != pPackage)
-                Append(pNeeded->m_dependents, pPackage);
+                ++pNeeded->m_nDependents;
         }
     }
     return true;

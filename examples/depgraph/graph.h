@@ -26,7 +26,7 @@ public:
     void IndexNames();
     /// The place of the package of that name, the first one when there are several; -1 when there is none.
     int Find(const VELM_CString& strName) const;
-    /// Tells each package its place and who depends on it; called once, when all dependencies are there. Returns
+    /// Tells each package its place and how many depend on it; called once, when all dependencies are there. Returns
     /// whether the packages of the list, and no others, are each there once; where not, fails in the name of the file.
     bool Link(const char* lpszFile);
 

@@ -79,7 +79,7 @@ static bool Dot(const char* lpszArchive, const char* lpszPackage)
 
 int main(int argc, char** argv)
 {
-    AfxSetNotices(0); // what is printed is the program's own
+    AfxSetNotices(0);              // what is printed is the program's own
     std::signal(SIGPIPE, SIG_IGN); // a failed write is reported, and does not end the program
     std::signal(SIGXFSZ, SIG_IGN);
     const auto IsCommand = [&](const char* lpszName, int nArguments) {

@@ -17,8 +17,8 @@ public:
 
     /// \name Not stored; set by `Graph::Link`
     /// \{
-    int m_nIndex = -1;           ///< Its place in the graph.
-    VELM_CPtrArray m_dependents; ///< The other packages that need it, not owned.
+    int m_nIndex = -1;     ///< Its place in the graph.
+    int m_nDependents = 0; ///< Number of other packages that need it.
     /// \}
 
     VELM_CRuntimeClass* GetRuntimeClass() const override { return &classRecord; }

@@ -7,22 +7,26 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <string_view>
 #include <utility>
 
 #include "failure.h"
 #include "progress.h"
 
-static const char blanks[] = " \t";
+static bool IsBlank(char c)
+{
+    return c == ' ' || c == '\t';
+}
 
 // The fields of one stanza that matter here; empty where the stanza has none.
 struct Stanza {
     VELM_CString package, version, status, installedSize, depends;
 
-    // The place for the value of a field whose name has so many bytes; NULL when the field does not matter.
-    VELM_CString* Field(const char* lpszName, size_t nLength)
+    // The place for the value of the field with that name; NULL when the field does not matter.
+    VELM_CString* Field(std::string_view wanted)
     {
         static const struct {
-            const char* lpszName;
+            std::string_view name;
             VELM_CString Stanza::*pValue;
         } fields[] = {
             {"Package", &Stanza::package}, {"Version", &Stanza::version},
@@ -30,7 +34,7 @@ struct Stanza {
             {"Depends", &Stanza::depends}, {"Pre-Depends", &Stanza::depends},
         };
         for (const auto& field : fields) {
-            if (std::strlen(field.lpszName) == nLength && strncasecmp(field.lpszName, lpszName, nLength) == 0)
+            if (field.name.size() == wanted.size() && strncasecmp(field.name.data(), wanted.data(), wanted.size()) == 0)
                 return &(this->*field.pValue);
         }
         return nullptr;
@@ -45,18 +49,15 @@ struct Stanza {
 };
 
 // Adds a value, without the blanks around it, to those that the field has, joined as clauses are.
-static void AddValue(VELM_CString& rField, const char* lpszText)
+static void AddValue(VELM_CString& rField, std::string_view value)
 {
-    lpszText += std::strspn(lpszText, blanks);
-    size_t nLength = std::strlen(lpszText);
-    while (nLength > 0 && std::strchr(blanks, lpszText[nLength - 1]) != nullptr)
-        --nLength;
-    if (rField.IsEmpty()) {
-        rField.Set(lpszText, static_cast<int>(nLength));
-    } else {
+    while (!value.empty() && IsBlank(value.front()))
+        value.remove_prefix(1);
+    while (!value.empty() && IsBlank(value.back()))
+        value.remove_suffix(1);
+    if (!rField.IsEmpty())
         rField += ",";
-        rField += VELM_CString(lpszText, static_cast<int>(nLength));
-    }
+    rField.Concat(value.data(), static_cast<int>(value.size()));
 }
 
 // Moves the package of the stanza, if it is installed, to the graph, and adds its clauses at the same place to the
@@ -79,7 +80,7 @@ static bool AddPackage(Stanza& stanza, Graph& graph, VELM_CStringArray& clauses)
     const int nIndex = graph.GetCount();
     Append(graph.m_packages, pPackage);
     clauses.SetSize(nIndex + 1, nIndex); // doubles when it grows
-    clauses.SetAt(nIndex, stanza.depends.m_data);
+    clauses.ElementAt(nIndex) = std::move(stanza.depends);
     return true;
 }
 
@@ -90,7 +91,7 @@ static void Resolve(Package* pPackage, const char* lpszClauses, const Graph& gra
     bool bMet = false;
     VELM_CString strName;
     for (const char* p = lpszClauses;; ++p) {
-        p += std::strspn(p, blanks);
+        p += std::strspn(p, " \t");
         strName.Set(p, static_cast<int>(std::strcspn(p, " \t(:|,")));
         const int nNeeded = bMet ? -1 : graph.Find(strName);
         if (nNeeded != -1) {
@@ -121,8 +122,8 @@ bool ReadStatus(const char* lpszFile, Graph& graph)
     bool bEnd = false;
     for (int nLine = 1; !bEnd; ++nLine) {
         bEnd = !ar.ReadString(line) && line.IsEmpty();
-        if (const char* lpszError = TakeFileError())
-            return Fail(lpszFile, "%s", lpszError);
+        if (VELM_CFile::ERROR_CODE != 0)
+            return Fail(lpszFile, "%s", TakeFileError());
         if (line.IsEmpty()) {
             nPackages += !stanza.package.IsEmpty();
             if (!AddPackage(stanza, graph, clauses))
@@ -130,16 +131,17 @@ bool ReadStatus(const char* lpszFile, Graph& graph)
                             stanza.package.m_data);
             stanza.Clear();
             pField = nullptr;
-        } else if (std::strchr(blanks, line[0]) != nullptr) {
+        } else if (IsBlank(line.m_data[0])) {
             if (pField != nullptr)
                 *pField += line;
         } else {
-            const int nColon = line.Find(':');
-            if (nColon == -1)
+            const std::string_view text(line);
+            const size_t nColon = text.find(':');
+            if (nColon == text.npos)
                 return Fail(lpszFile, "line %d has no field name: this is no package status file", nLine);
-            pField = stanza.Field(line.m_data, static_cast<size_t>(nColon));
+            pField = stanza.Field(text.substr(0, nColon));
             if (pField != nullptr)
-                AddValue(*pField, line.m_data + nColon + 1);
+                AddValue(*pField, text.substr(nColon + 1));
         }
     }
     if (nPackages == 0)

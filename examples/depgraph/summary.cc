@@ -7,7 +7,7 @@
 // Whether a precedes b in the list of the most needed packages.
 static bool IsMoreNeeded(const Package* a, const Package* b)
 {
-    const int nMore = a->m_dependents.GetSize() - b->m_dependents.GetSize();
+    const int nMore = a->m_nDependents - b->m_nDependents;
     return nMore != 0 ? nMore > 0 : a->m_strName < b->m_strName;
 }
 
@@ -36,8 +36,8 @@ void PrintSummary(const Graph& graph, unsigned long long nArchiveBytes, double d
     std::printf("\nThe packages that most others depend on:\n");
     for (int i = 0; i < top.GetSize(); ++i) {
         const Package* pPackage = PackageAt(top, i);
-        if (pPackage->m_dependents.GetSize() > 0)
-            std::printf("%12d %s\n", pPackage->m_dependents.GetSize(), Printable(pPackage->m_strName.m_data).m_data);
+        if (pPackage->m_nDependents > 0)
+            std::printf("%12d %s\n", pPackage->m_nDependents, Printable(pPackage->m_strName.m_data).m_data);
     }
 }
 
@@ -75,30 +75,34 @@ bool PrintChain(Graph& graph, const char* lpszArchive, const char* lpszPackage)
     if (nWanted == -1)
         return false;
 
-    // Breadth first, from the wanted package to those that need it. next: from a package's place to its neighbour on
-    // the way to the wanted package; that of the wanted package is itself.
-    VELM_CPtrArray queue, next;
-    next.SetSize(graph.GetCount());
-    next.SetAt(nWanted, graph.GetAt(nWanted));
-    Append(queue, graph.GetAt(nWanted));
-    for (int nHead = 0; nHead < queue.GetSize(); ++nHead) {
-        Package* pPackage = PackageAt(queue, nHead);
-        const VELM_CPtrArray& dependents = pPackage->m_dependents;
-        if (dependents.GetSize() == 0) {
-            std::printf("%s", Printable(pPackage->m_strName.m_data).m_data);
-            for (; pPackage->m_nIndex != nWanted; pPackage = PackageAt(next, pPackage->m_nIndex))
-                std::printf(" -> %s", Printable(PackageAt(next, pPackage->m_nIndex)->m_strName.m_data).m_data);
-            std::printf("\n");
-            return true;
-        }
-        for (int i = 0; i < dependents.GetSize(); ++i) {
-            Package* pDependent = PackageAt(dependents, i);
-            if (next.GetAt(pDependent->m_nIndex) == nullptr) {
-                next.SetAt(pDependent->m_nIndex, pPackage);
-                Append(queue, pDependent);
-            }
-        }
+    // Breadth first, from all packages that nothing depends on. previous: at a package's place, the one before it on
+    // the way there; where a way begins, the package itself.
+    VELM_CPtrArray queue, previous;
+    previous.SetSize(graph.GetCount());
+    const auto Reach = [&](Package* pPackage, Package* pPrevious) {
+        if (previous.GetAt(pPackage->m_nIndex) != nullptr)
+            return;
+        previous.SetAt(pPackage->m_nIndex, pPrevious);
+        Append(queue, pPackage);
+    };
+    for (int i = 0; i < graph.GetCount(); ++i) {
+        if (graph.GetAt(i)->m_nDependents == 0)
+            Reach(graph.GetAt(i), graph.GetAt(i));
     }
-    std::printf("No chain leads to %s: whatever needs it is needed in turn.\n", Printable(lpszPackage).m_data);
+    for (int nHead = 0; nHead < queue.GetSize() && previous.GetAt(nWanted) == nullptr; ++nHead) {
+        Package* pPackage = PackageAt(queue, nHead);
+        for (int i = 0; i < pPackage->m_dependencies.GetSize(); ++i)
+            Reach(PackageAt(pPackage->m_dependencies, i), pPackage);
+    }
+    if (previous.GetAt(nWanted) == nullptr) {
+        std::printf("No chain leads to %s: whatever needs it is needed in turn.\n", Printable(lpszPackage).m_data);
+        return true;
+    }
+    VELM_CPtrArray chain; // the wanted package first
+    Append(chain, graph.GetAt(nWanted));
+    for (int i = nWanted; PackageAt(previous, i)->m_nIndex != i; i = PackageAt(previous, i)->m_nIndex)
+        Append(chain, previous.GetAt(i));
+    for (int i = chain.GetSize(); i-- > 0;)
+        std::printf("%s%s", Printable(PackageAt(chain, i)->m_strName.m_data).m_data, i > 0 ? " -> " : "\n");
     return true;
 }
