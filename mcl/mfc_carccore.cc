@@ -84,7 +84,6 @@ VELM_CArchiveInside::~VELM_CArchiveInside()
     while (m_pHeld != nullptr)
         DropHeld(m_pHeld);
     std::free(m_pText);
-    std::free(m_path);
     if (m_pSave != nullptr)
         m_pSave->Release();
 }
@@ -241,7 +240,7 @@ void VELM_CArchiveInside::Explain(unsigned long long nOffset, const char* lpszFo
             continue;
         }
         Advance(std::snprintf(m_errorText + n, sizeof m_errorText - n, "%s in %.80s (%s%u)", i == nDepth - 1 ? "," : "",
-                              m_path[i].pClass->m_pszName, i == nDepth - 1 ? "index " : "", m_path[i].nIndex));
+                              m_calls.At(i).pClass->m_pszName, i == nDepth - 1 ? "index " : "", m_calls.At(i).nIndex));
     }
     for (char* p = m_errorText; *p != '\0'; ++p) { // a name in it may hold anything
         if (*p < ' ' || *p > '~')
@@ -266,7 +265,7 @@ void VELM_CArchive::RaiseBadIndex(const char* lpszText)
 
 unsigned VELM_CArchive::GetSchema() const
 {
-    const VELM_CArchiveInside::UnderWay* const pInnermost = m_pInside->Innermost();
+    const VELM_CUnderWay* const pInnermost = m_pInside->Innermost();
     return pInnermost == nullptr ? 0xFFFFFFFF : pInnermost->nSchema;
 }
 
@@ -290,19 +289,10 @@ unsigned VELM_CArchive::SerializeVersion(const char* lpszName, unsigned nNewest)
 
 void VELM_CArchiveInside::DropLeft()
 {
-    while (m_nPath > 0 && !pfm_cleanup_holds(m_path[m_nPath - 1].nMark))
-        --m_nPath;
-}
-
-bool VELM_CArchiveInside::GrowPath()
-{
-    const unsigned nMore = 2 * m_nMaxPath + 16;
-    void* const pMore = std::realloc(m_path, nMore * sizeof *m_path);
-    if (pMore == nullptr)
-        return false;
-    m_path = static_cast<UnderWay*>(pMore);
-    m_nMaxPath = nMore;
-    return true;
+    unsigned n = m_calls.Depth();
+    while (n > 0 && !pfm_cleanup_holds(m_calls.At(n - 1).nMark))
+        --n;
+    m_calls.Leave(n);
 }
 
 int VELM_CArchive::GetErrorCause() const

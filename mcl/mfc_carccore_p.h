@@ -92,26 +92,16 @@ public:
     }
     // Gives the next index, once its place is there.
     unsigned TakeIndex() { return m_ar.m_nIndexCount++; }
-    // The objects under way: those whose Serialize has been called and has not returned, outermost first.
-    struct UnderWay {
-        const VELM_CRuntimeClass* pClass;
-        unsigned nIndex;
-        unsigned nSchema;         // that it is stored with
-        unsigned long long nMark; // of the cleanup block that was innermost
-    };
-    // Their number. What a raise has left does not count: the block that was innermost then is gone.
-    unsigned Depth() { return m_nPath == 0 ? 0 : DepthAt(Mark()); }
+    // The number of objects under way. What a raise has left does not count: the block that was innermost then is gone.
+    unsigned Depth() { return m_calls.Depth() == 0 ? 0 : DepthAt(Mark()); }
     // The innermost; NULL outside of all.
-    const UnderWay* Innermost() { return Depth() == 0 ? nullptr : &m_path[m_nPath - 1]; }
+    const VELM_CUnderWay* Innermost() { return Depth() == 0 ? nullptr : &m_calls.At(m_calls.Depth() - 1); }
     // Whether a further object can be stored or loaded inside those that are under way, seen from the frame of the
     // operation.
-    bool HasDepth(const void* pFrame)
+    __attribute__((always_inline)) bool HasDepth(const void* pFrame)
     {
-        const unsigned long long nMark = Mark();
-        if (!m_calls.Prepare(pFrame, nMaxDepth) || (DepthAt(nMark) >= m_nMaxPath && !GrowPath()))
-            return false;
-        m_path[m_nPath].nMark = nMark;
-        return true;
+        DepthAt(Mark());
+        return m_calls.Prepare(pFrame, nMaxDepth);
     }
     // Raises 1 for that; false when it returns. The offset is that of the object's start.
     bool RequireDepth(unsigned long long nOffset, const void* pFrame)
@@ -124,27 +114,24 @@ public:
     // Storing: WriteObject for an object that has an entry in the store map, and no index yet.
     void WriteNew(const VELM_CObject* pOb, VELM_CPtrAssoc* pAssoc, uint32_t* pIndex, unsigned nMoves,
                   const void* pFrame);
+    void WriteOfClass(const VELM_CObject* pOb, const VELM_CRuntimeClass* pClassRef, VELM_CPtrAssoc* pAssoc,
+                      unsigned nMoves, const void* pFrame);
     // Calls the object's Serialize, one level deeper.
-    void Serialize(VELM_CObject& ob, const void* pFrame, const VELM_CRuntimeClass* pClass, unsigned nIndex,
-                   unsigned nSchema)
+    __attribute__((always_inline)) void Serialize(VELM_CObject& ob, const void* pFrame, const VELM_CUnderWay& object,
+                                                  bool bHasRoom = false)
     {
-        struct Level {
-            VELM_CArchiveInside& inside;
-            const unsigned nOuter;
-            ~Level() { inside.m_nPath = nOuter; } // also where a C++ exception passes
-        } level = {*this, m_nPath};
-        UnderWay& next = m_path[m_nPath++]; // with the mark that HasDepth has noted
-        next.pClass = pClass;
-        next.nIndex = nIndex;
-        next.nSchema = nSchema;
-        if (m_calls.HasRoom(pFrame)) {
-            const unsigned nLevels = m_calls.Enter(pFrame);
-            ob.Serialize(m_ar);
-            m_calls.Leave(nLevels);
-        } else {
-            SerializeSlowly(ob, pFrame);
+        if (!bHasRoom && !m_calls.HasRoom(pFrame)) {
+            SerializeSlowly(ob, pFrame, object);
+            return;
         }
+        struct Level {
+            VELM_CDeepCalls& calls;
+            const unsigned nOuter;
+            ~Level() { calls.Leave(nOuter); } // also where a C++ exception passes
+        } level = {m_calls, m_calls.Enter(pFrame, object)};
+        ob.Serialize(m_ar);
     }
+    static unsigned long long Mark() { return pfm_cleanup_mark == nullptr ? 0 : pfm_cleanup_mark(); }
 
     VELM_CStoredIndexes stored;
     // The store map as the object that it is: it can be deleted so by who knows nothing of maps.
@@ -159,22 +146,17 @@ private:
     void FailDepth(unsigned long long nOffset);
     void Explain(unsigned long long nOffset, const char* lpszFormat, va_list args);
     void NoteLoss();
-    static unsigned long long Mark() { return pfm_cleanup_mark == nullptr ? 0 : pfm_cleanup_mark(); }
     unsigned DepthAt(unsigned long long nMark)
     {
-        if (m_nPath > 0 && m_path[m_nPath - 1].nMark != nMark)
+        if (m_calls.Depth() > 0 && m_calls.At(m_calls.Depth() - 1).nMark != nMark)
             DropLeft();
-        return m_nPath;
+        return m_calls.Depth();
     }
     void DropLeft();
-    bool GrowPath();
-    void SerializeSlowly(VELM_CObject& ob, const void* pFrame);
+    void SerializeSlowly(VELM_CObject& ob, const void* pFrame, const VELM_CUnderWay& object);
 
     VELM_CArchive& m_ar;
     VELM_CDeepCalls m_calls;
-    UnderWay* m_path = nullptr;
-    unsigned m_nPath = 0;
-    unsigned m_nMaxPath = 0;
     unsigned long long m_nFileBytes = 0; // that went through the file
     VELM_CHeld* m_pHeld = nullptr;       // innermost first
     char* m_pText = nullptr;

@@ -75,7 +75,7 @@ void VELM_CArchiveInside::FailDepth(unsigned long long nOffset)
          nDepth);
 }
 
-void VELM_CArchiveInside::SerializeSlowly(VELM_CObject& ob, const void* pFrame)
+void VELM_CArchiveInside::SerializeSlowly(VELM_CObject& ob, const void* pFrame, const VELM_CUnderWay& object)
 {
     struct Arguments {
         VELM_CObject& ob;
@@ -85,7 +85,7 @@ void VELM_CArchiveInside::SerializeSlowly(VELM_CObject& ob, const void* pFrame)
         Arguments& a = *static_cast<Arguments*>(p);
         a.ob.Serialize(a.ar);
     };
-    if (!m_calls.CallSlowly(pFrame, call, &arguments))
+    if (!m_calls.CallSlowly(pFrame, object, call, &arguments))
         FailDepth(Offset());
 }
 
@@ -183,7 +183,7 @@ void VELM_CArchive::WriteClass(const VELM_CRuntimeClass* pClassRef)
 void VELM_CArchive::WriteObject(const VELM_CObject* pOb)
 {
     __builtin_prefetch(pOb);
-    const void* const pFrame = __builtin_frame_address(0); // on every way the same
+    const void* const pFrame = __builtin_dwarf_cfa(); // on every way the same
     VELM_CArchiveInside& inside = *m_pInside;
     if (pOb != nullptr && IsStoring() && m_lpBufMax - m_lpBufCur >= 8 && inside.stored.IsRight(m_pStoreMap)) {
         const VELM_CStoredIndexes::Entry entry = inside.stored.FindNear(*m_pStoreMap, pOb);
@@ -224,24 +224,35 @@ void VELM_CArchiveInside::WriteNew(const VELM_CObject* pOb, VELM_CPtrAssoc* pAss
                                    const void* pFrame)
 {
     Begin();
-    if (!HasDepth(pFrame)) {
-        FailDepth(Offset());
-        return;
-    }
     VELM_CArchive& ar = m_ar;
     const VELM_CRuntimeClass* const pClassRef = pOb->GetRuntimeClass();
-    const bool bPlain =
-        pClassRef != nullptr && pClassRef->m_nSchema != VELM_CRuntimeClass::nNoSchema && pStoredClasses == nullptr;
-    const uint32_t nClass = bPlain && ar.m_lpBufMax - ar.m_lpBufCur >= 8 ? stored.IndexNear(pClassRef, nMoves) : 0;
-    if (nClass != 0)
-        VELM_CReference::StoreAt(ar.m_lpBufCur, nClass, VELM_CArchive::wClassTag, VELM_CArchive::dwBigClassTag);
-    else if (!ar.StoreClass(pClassRef, pOb))
-        return;
-    if (!RequireIndex())
+    // All that is at hand for an object of a class that is known goes this way.
+    if (pClassRef != nullptr && pClassRef->m_nSchema != VELM_CRuntimeClass::nNoSchema && pStoredClasses == nullptr &&
+        ar.m_lpBufMax - ar.m_lpBufCur >= 8 && pIndex != nullptr) {
+        const uint32_t nClass = stored.IndexOfClass(pClassRef, nMoves), nIndex = ar.m_nIndexCount;
+        const unsigned long long nMark = Mark();
+        if (nClass != 0 && nIndex < VELM_CArchive::nIndexLimit && m_calls.IsPrepared(pFrame, nMaxDepth) &&
+            (m_calls.Depth() == 0 || m_calls.At(m_calls.Depth() - 1).nMark == nMark)) {
+            VELM_CReference::StoreAt(ar.m_lpBufCur, nClass, VELM_CArchive::wClassTag, VELM_CArchive::dwBigClassTag);
+            ar.m_nIndexCount = nIndex + 1;
+            pAssoc->value = reinterpret_cast<void*>(uintptr_t{nIndex});
+            *pIndex = nIndex;
+            Serialize(*const_cast<VELM_CObject*>(pOb), pFrame, {pClassRef, nIndex, pClassRef->m_nSchema, nMark}, true);
+            End();
+            return;
+        }
+    }
+    WriteOfClass(pOb, pClassRef, pAssoc, nMoves, pFrame);
+}
+
+void VELM_CArchiveInside::WriteOfClass(const VELM_CObject* pOb, const VELM_CRuntimeClass* pClassRef,
+                                       VELM_CPtrAssoc* pAssoc, unsigned nMoves, const void* pFrame)
+{
+    if (!RequireDepth(Offset(), pFrame) || !m_ar.StoreClass(pClassRef, pOb) || !RequireIndex())
         return;
     const unsigned nIndex = TakeIndex();
-    stored.Give(*pAssoc, pIndex, nMoves, nIndex);
-    Serialize(*const_cast<VELM_CObject*>(pOb), pFrame, pClassRef, nIndex, pClassRef->m_nSchema);
+    stored.Give(*pAssoc, nullptr, nMoves, nIndex);
+    Serialize(*const_cast<VELM_CObject*>(pOb), pFrame, {pClassRef, nIndex, pClassRef->m_nSchema, Mark()});
     End();
 }
 
@@ -365,7 +376,7 @@ VELM_CArchive::LoadObject(const VELM_CRuntimeClass* pClassRefRequested, unsigned
     VELM_CObject* const pOb = pLoader->CreateObject(*pMet);
     // From here on neither the loader nor the load array is touched: Serialize may abort the archive.
     m_nCurSchema = nSchema;
-    m_pInside->Serialize(*pOb, pFrame, pClass, nIndex, nSchema);
+    m_pInside->Serialize(*pOb, pFrame, {pClass, nIndex, nSchema, m_pInside->Mark()});
     m_nCurSchema = nOuterSchema;
     rIndex = nIndex;
     return pOb;

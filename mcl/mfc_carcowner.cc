@@ -120,7 +120,7 @@ bool VELM_CArchiveInside::RefuseNull(unsigned long long nOffset)
 bool VELM_CArchiveInside::RequireOwnable(const VELM_CObject* pOb, unsigned nIndex, bool bMapped,
                                          VELM_CArchive::Owner kind, unsigned long long nOffset)
 {
-    const UnderWay* const pInnermost = Innermost();
+    const VELM_CUnderWay* const pInnermost = Innermost();
     owners.Reserve(m_ar.m_nIndexCount);
     const VELM_COwners::Refusal refusal =
         owners.RefusalOf(nIndex, pInnermost == nullptr ? 0 : pInnermost->nIndex, kind);
@@ -139,7 +139,7 @@ void VELM_CArchive::Adopt(unsigned nIndex, Owner kind)
 {
     if (nIndex == 0 || nIndex == nRefused || m_pInside->bAborted)
         return;
-    const VELM_CArchiveInside::UnderWay* const pInnermost = m_pInside->Innermost();
+    const VELM_CUnderWay* const pInnermost = m_pInside->Innermost();
     m_pInside->owners.Adopt(nIndex, pInnermost == nullptr ? 0 : pInnermost->nIndex, kind, m_pInside->IsHolding());
 }
 

@@ -9,7 +9,6 @@ void VELM_CStoredIndexes::Start(VELM_CMapPtrToPtr& map)
     m_pMap = &map;
     m_pBuckets = map.m_pHashTable;
     m_nBuckets = map.m_nHashTableSize;
-    m_nEntries = 0;
 }
 
 void VELM_CStoredIndexes::End()
@@ -46,9 +45,7 @@ VELM_CStoredIndexes::Entry VELM_CStoredIndexes::Find(VELM_CMapPtrToPtr& map, con
         entry.pAssoc = map.Append(inTable.nHigh & 0xFFFF, key);
         if (entry.pAssoc == nullptr)
             entry.pAssoc = &map.SpareAssoc();
-        else if (m_table.Add(at, inTable.nTag, uint64_t{inTable.nHigh} << 32))
-            ++m_nEntries;
-        else
+        else if (!m_table.Add(at, inTable.nTag, uint64_t{inTable.nHigh} << 32))
             End();
     }
     entry.pIndex = m_table.Is() && at.pLine != nullptr ? &at.Low() : nullptr;

@@ -33,8 +33,8 @@ public:
     // Whether the table says what the map would say.
     bool IsRight(const VELM_CMapPtrToPtr* pMap) const
     {
-        return pMap == m_pMap && pMap->m_nCount == m_nEntries && pMap->m_pHashTable == m_pBuckets &&
-               !pMap->m_bHandedOut.load(std::memory_order_relaxed);
+        return pMap == m_pMap && static_cast<size_t>(pMap->m_nCount) == m_table.GetCount() &&
+               pMap->m_pHashTable == m_pBuckets && !pMap->m_bHandedOut.load(std::memory_order_relaxed);
     }
 
     struct Entry {
@@ -61,19 +61,25 @@ public:
             return {0, nullptr, nullptr, 0};
         VELM_CPtrAssoc* const pAssoc = map.AppendNode(inTable.nHigh & 0xFFFF, const_cast<void*>(key));
         m_table.Put(at, inTable.nTag, uint64_t{inTable.nHigh} << 32);
-        ++m_nEntries;
         return {0, pAssoc, &at.Low(), m_table.Moves()};
     }
-    // The index of what is stored already, if that is seen in one line of the table, which has not moved since then.
-    uint32_t IndexNear(const void* key, unsigned nMoves) const
+    // The index of a class that is stored already, if that is seen in one line of the table, which has not moved since
+    // then. The class that was asked for last is found without.
+    uint32_t IndexOfClass(const VELM_CRuntimeClass* pClass, unsigned nMoves)
     {
-        if (nMoves != m_table.Moves() || !m_table.Is())
+        if (nMoves != m_table.Moves())
             return 0;
-        const Key inTable = KeyOf(key);
+        if (pClass == m_pLastClass && pClass->m_pszName == m_pszLastClass)
+            return m_nLastClass;
+        const Key inTable = KeyOf(pClass);
         const VELM_CTable::Line& line = m_table.HomeOf(inTable.nTag);
         const unsigned nMask = VELM_CTable::Matching(line, inTable.nTag);
         const unsigned i = nMask == 0 ? 0 : static_cast<unsigned>(__builtin_ctz(nMask));
-        return nMask != 0 && line.nHigh[i] == inTable.nHigh && HasRoomFor(key) ? line.nLow[i] : 0;
+        if (nMask == 0 || line.nHigh[i] != inTable.nHigh || !HasRoomFor(pClass))
+            return 0;
+        m_pLastClass = pClass;
+        m_pszLastClass = pClass->m_pszName;
+        return m_nLastClass = line.nLow[i];
     }
     // Gives an index to what is new. The fields are those of its entry.
     void Give(VELM_CPtrAssoc& rAssoc, uint32_t* pIndex, unsigned nMoves, uint32_t nIndex)
@@ -96,8 +102,10 @@ private:
     const void* m_pMap = this; // no map is that
     const void* m_pBuckets = nullptr;
     unsigned m_nBuckets = 1;
-    int m_nEntries = 0;
     VELM_CTable m_table;
+    const VELM_CRuntimeClass* m_pLastClass = nullptr;
+    const char* m_pszLastClass = nullptr;
+    uint32_t m_nLastClass = 0;
 
     Key KeyOf(const void* key) const
     {

@@ -187,7 +187,7 @@ VELM_CDeepCalls::Stack VELM_CDeepCalls::StackOf(std::uintptr_t nFrame)
 VELM_CDeepCalls::Stretch VELM_CDeepCalls::StretchOf(std::uintptr_t nFrame, const Stack& here)
 {
     // Also where the raise has gone past the cleanup blocks: the outermost call has been left, and so have all others.
-    if (m_nLevels != 0 && here.Has(m_levels[1]) && m_levels[1] <= nFrame)
+    if (m_nLevels != 0 && here.Has(m_levels[1].nFrame) && m_levels[1].nFrame <= nFrame)
         m_nLevels = 0;
     // An outermost call on a segment is one inside another archive. It begins a stretch, which a raise is to put back.
     const bool bSame = m_nLevels == 0 ? here.kind != Stack::segment : here.Has(m_stretch.nTop);
@@ -195,7 +195,7 @@ VELM_CDeepCalls::Stretch VELM_CDeepCalls::StretchOf(std::uintptr_t nFrame, const
         const std::uintptr_t nTop = here.Top(nFrame);
         return {nTop, here.kind == Stack::unknown ? 0 : here.Room(nTop), m_nLevels};
     }
-    while (m_nLevels > m_stretch.nFirst && m_levels[m_nLevels] <= nFrame)
+    while (m_nLevels > m_stretch.nFirst && m_levels[m_nLevels].nFrame <= nFrame)
         --m_nLevels;
     if (m_nLevels == 0)
         m_stretch = {nFrame, 0, 0};
@@ -211,8 +211,8 @@ bool VELM_CDeepCalls::MakeRoom(std::uintptr_t nFrame, const Stack& here, const S
         void* const pMore = std::realloc(m_levels, (std::size_t{nMore} + 1) * sizeof *m_levels);
         if (pMore == nullptr)
             return false;
-        m_levels = static_cast<std::uintptr_t*>(pMore);
-        m_levels[0] = UINTPTR_MAX;
+        m_levels = static_cast<Level*>(pMore);
+        m_levels[0].nFrame = UINTPTR_MAX;
         m_nMaxLevels = nMore;
     }
     return stretch.Holds(nFrame) || m_pFree != nullptr || AddSegment(here.NextSize());
@@ -228,7 +228,7 @@ bool VELM_CDeepCalls::PrepareSlowly(const void* pFrame, unsigned nMost)
     return m_nLevels < nMost && MakeRoom(nFrame, here, stretch);
 }
 
-bool VELM_CDeepCalls::CallSlowly(const void* pFrame, void (*pfn)(void*), void* pArgument)
+bool VELM_CDeepCalls::CallSlowly(const void* pFrame, const VELM_CUnderWay& object, void (*pfn)(void*), void* pArgument)
 {
     // All anew: since Prepare, the object's constructor may have used the archive, and a raise may have left that.
     const std::uintptr_t nFrame = AddressOf(pFrame);
@@ -237,7 +237,7 @@ bool VELM_CDeepCalls::CallSlowly(const void* pFrame, void (*pfn)(void*), void* p
     if (!MakeRoom(nFrame, here, stretch))
         return false;
     const Stretch outer = m_stretch;
-    const unsigned nLevels = Enter(pFrame);
+    const unsigned nLevels = Enter(pFrame, object);
     int nRaised;
     if (stretch.Holds(nFrame)) {
         m_stretch = stretch;

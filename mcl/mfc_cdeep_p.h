@@ -49,6 +49,16 @@
 
 #include "mcl/mfc_base.h"
 
+struct VELM_CRuntimeClass;
+
+// An object under way: its Serialize has been called and has not returned.
+struct VELM_LOCAL VELM_CUnderWay {
+    const VELM_CRuntimeClass* pClass;
+    unsigned nIndex;
+    unsigned nSchema;         // that it is stored with
+    unsigned long long nMark; // of the cleanup block that was innermost
+};
+
 class VELM_LOCAL VELM_CDeepCalls {
 public:
     VELM_CDeepCalls() = default;
@@ -67,27 +77,34 @@ public:
             m_stretch.nRoom = bMayBeSegment ? 0 : nUnasked;
             if (!bMayBeSegment && m_nMaxLevels != 0 && nMost != 0)
                 return true;
-        } else if (m_nLevels < m_nMaxLevels && m_nLevels < nMost && HasRoom(pFrame)) {
+        } else if (IsPrepared(pFrame, nMost)) {
             return true;
         }
         return PrepareSlowly(pFrame, nMost);
     }
-    // How many calls are under way, after Prepare.
+    // Whether Prepare has nothing to do: a call can simply be made from the frame.
+    bool IsPrepared(const void* pFrame, unsigned nMost) const
+    {
+        return m_nLevels < m_nMaxLevels && m_nLevels < nMost && HasRoom(pFrame);
+    }
+    // How many calls are under way, and for which objects, outermost first. A raise may have left the innermost of them
+    // since Prepare; Leave makes their number smaller.
     unsigned Depth() const { return m_nLevels; }
+    const VELM_CUnderWay& At(unsigned i) const { return m_levels[i + 1].object; }
 
     // After Prepare: whether the call can simply be made, between Enter and Leave, which takes what Enter returned.
     bool HasRoom(const void* pFrame) const
     {
-        return m_levels[m_nLevels] > AddressOf(pFrame) && m_stretch.Holds(AddressOf(pFrame));
+        return m_levels[m_nLevels].nFrame > AddressOf(pFrame) && m_stretch.Holds(AddressOf(pFrame));
     }
-    unsigned Enter(const void* pFrame)
+    unsigned Enter(const void* pFrame, const VELM_CUnderWay& object)
     {
-        m_levels[m_nLevels + 1] = AddressOf(pFrame);
+        m_levels[m_nLevels + 1] = {AddressOf(pFrame), object};
         return m_nLevels++;
     }
     void Leave(unsigned nLevels) { m_nLevels = nLevels; }
     // Makes the call otherwise. False, and it is not made, when the memory is gone that Prepare had found.
-    bool CallSlowly(const void* pFrame, void (*pfn)(void*), void* pArgument);
+    bool CallSlowly(const void* pFrame, const VELM_CUnderWay& object, void (*pfn)(void*), void* pArgument);
 
 private:
     struct Segment;
@@ -109,7 +126,11 @@ private:
 
     static std::atomic<Segment*> s_pInUse; // a list of those that are in use, by whatever archive of the process
 
-    std::uintptr_t* m_levels = nullptr; // the frames of the calls under way, outermost first, behind a highest address
+    struct Level {
+        std::uintptr_t nFrame;
+        VELM_CUnderWay object;
+    };
+    Level* m_levels = nullptr; // the calls under way, outermost first, behind one with the highest address
     unsigned m_nLevels = 0;
     unsigned m_nMaxLevels = 0;
     Stretch m_stretch = {0, 0, 0}; // of the innermost call

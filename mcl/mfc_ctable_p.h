@@ -130,6 +130,10 @@ public:
         return true;
     }
     void Remove(const Place& at);
+    std::size_t GetCount() const
+    {
+        return m_nEntries;
+    }
     // How often the entries have moved.
     unsigned Moves() const
     {
