@@ -24,6 +24,7 @@ WORKLOADS = {
     "strmap": ("key", [1000, 10000, 100000, 1000000], [1000, 100000]),
     "lines": ("line", [100000, 1000000], [100000]),
     "hugestring": ("byte", [1 << 30], [1 << 26]),
+    "blocks": ("byte", [1 << 26], [1 << 26]),
     "depgraph": ("package", [40000], [40000]),
 }
 OVER_SIZES = ["graph", "depth", "strings", "ptrmap", "ptrmap1", "strmap"]  # drawn over the sizes
@@ -246,13 +247,13 @@ def main():
             if workload in OVER_SIZES and any(rows.values()):
                 chart_over_sizes(workload, rows, candidates, args.output)
             for operation in operations:
-                size = max(s for o, s in rows if o == operation and s <= 1000000 or len(rows) <= 2)
+                size = max(s for o, s in rows if o == operation and s <= 1000000 or len(rows) <= len(operations))
                 row = rows[operation, size]
                 ratios += [(f"{workload} {operation}: {c}", row[c][0] / row[candidates[0]][0], color(candidates, c))
                            for c in candidates if c.startswith("ours") and row.get(c) and row.get(candidates[0])]
         if ratios:
             bars("ratios", "Time of this library over that of its measure (left of the line: faster)",
-                 "by hand, std, getline, memcpy or plain C++ = 1", ratios, args.output, logscale=True)
+                 "by hand, std, getline, memcpy, Write, Read or plain C++ = 1", ratios, args.output, logscale=True)
 
     text = "\n".join(markdown)
     (args.output / "table.md").write_text(text)
