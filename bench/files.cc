@@ -1,4 +1,5 @@
-// Lines of text, one huge string, and the demo's reading of a status file.
+// Lines of text, one huge string, blocks of values, and the demo's reading of a status file.
+#include <mcl/mfc_std.h>
 #include <mcl/tavnomcl.h>
 #include <spawn.h>
 
@@ -28,16 +29,17 @@ struct LineSum {
     }
 };
 
-template <class READ> void AddLines(const std::string& candidate, READ read)
+template <class READ> void AddLines(const std::string& candidate, READ read, const char* lpszLineEnd)
 {
-    bench::Add("lines/read/" + candidate, [=](benchmark::State& state, long n) {
+    const std::string operation = lpszLineEnd[0] == '\r' ? "read CR LF" : "read";
+    bench::Add("lines/" + operation + "/" + candidate, [=](benchmark::State& state, long n) {
         static const std::string path = bench::TemporaryFile("lines");
         LineSum expected;
         std::ofstream file(path);
         for (long i = 0; i < n; ++i) {
             const std::string line = Line(i);
             expected.Add(line.data(), line.size());
-            file << line << '\n';
+            file << line << lpszLineEnd;
         }
         file.close();
         for (auto _ : state) {
@@ -52,7 +54,7 @@ void GetLines(const char* lpszFile, LineSum& sum)
 {
     std::ifstream file(lpszFile);
     for (std::string line; std::getline(file, line);)
-        sum.Add(line.data(), line.size());
+        sum.Add(line.data(), line.size() - (!line.empty() && line.back() == '\r'));
 }
 
 void ReadStrings(const char* lpszFile, LineSum& sum)
@@ -97,7 +99,7 @@ public:
     void Close() override {}
 };
 
-const size_t nStringHeader = 9; // bytes before those of a long string
+const size_t nLongestPrefix = 9; // bytes before those of a long string; a count takes 4 or 8
 
 std::string HugeText(long n)
 {
@@ -121,13 +123,13 @@ void AddHugeStrings()
         const std::string text = HugeText(n);
         const VELM_CString str(text.data(), static_cast<int>(n));
         for (auto _ : state) {
-            MemoryFile file(text.size() + nStringHeader);
+            MemoryFile file(text.size() + nLongestPrefix);
             bench::Timed(state, [&] {
                 VELM_CArchive ar(&file, VELM_CArchive::store);
                 ar << str;
                 ar.Close();
             });
-            bench::Check(state, std::memcmp(&file.bytes[nStringHeader], text.data(), text.size()) == 0);
+            bench::Check(state, std::memcmp(&file.bytes[nLongestPrefix], text.data(), text.size()) == 0);
         }
     });
     // Both make the memory that they load into.
@@ -146,7 +148,7 @@ void AddHugeStrings()
     });
     bench::Add("hugestring/load/ours", [](benchmark::State& state, long n) {
         const std::string text = HugeText(n);
-        MemoryFile file(text.size() + nStringHeader);
+        MemoryFile file(text.size() + nLongestPrefix);
         {
             const VELM_CString str(text.data(), static_cast<int>(n));
             VELM_CArchive ar(&file, VELM_CArchive::store);
@@ -163,6 +165,56 @@ void AddHugeStrings()
             bench::Check(state, loaded.m_len == n && std::memcmp(loaded.m_data, text.data(), text.size()) == 0);
         }
     });
+}
+
+// Values through an archive on a file in memory, as a container and as the same bytes by Write or Read.
+template <class CONTAINER> void AddBlocks(const std::string& name)
+{
+    typedef typename CONTAINER::value_type Value;
+    for (const bool bOurs : {false, true}) {
+        const auto Make = [](long n) {
+            CONTAINER values(static_cast<size_t>(n) / sizeof(Value), Value());
+            for (size_t i = 0; i < values.size(); ++i)
+                values[i] = static_cast<Value>(i % 127);
+            return values;
+        };
+        const auto Store = [bOurs](VELM_CFile& file, const CONTAINER& values) {
+            VELM_CArchive ar(&file, VELM_CArchive::store);
+            if (bOurs)
+                ar << values;
+            else
+                ar.Write(values.data(), static_cast<unsigned>(values.size() * sizeof(Value)));
+        };
+        const char* const lpszCandidate = bOurs ? "/ours" : "/Write, Read";
+        bench::Add("blocks/store " + name + lpszCandidate, [=](benchmark::State& state, long n) {
+            const CONTAINER values = Make(n);
+            const size_t nBytes = values.size() * sizeof(Value);
+            for (auto _ : state) {
+                MemoryFile file(nBytes + nLongestPrefix);
+                bench::Timed(state, [&] { Store(file, values); });
+                bench::Check(state, std::memcmp(&file.bytes[file.nPosition - nBytes], values.data(), nBytes) == 0);
+            }
+        });
+        bench::Add("blocks/load " + name + lpszCandidate, [=](benchmark::State& state, long n) {
+            const CONTAINER values = Make(n);
+            MemoryFile file(static_cast<size_t>(n) + nLongestPrefix);
+            Store(file, values);
+            for (auto _ : state) {
+                CONTAINER loaded;
+                file.nPosition = 0;
+                bench::Timed(state, [&] {
+                    VELM_CArchive ar(&file, VELM_CArchive::load);
+                    if (bOurs) {
+                        ar >> loaded;
+                    } else {
+                        loaded.resize(values.size());
+                        ar.Read(&loaded[0], static_cast<unsigned>(values.size() * sizeof(Value)));
+                    }
+                });
+                bench::Check(state, loaded == values);
+            }
+        });
+    }
 }
 
 void WriteStatus(const char* lpszFile, long n)
@@ -269,9 +321,14 @@ void AddDemo()
 
 void bench::AddFiles()
 {
-    AddLines("getline", GetLines);
-    AddLines("ours", ReadStrings);
-    AddLines("ours, char[]", ReadStringsIntoBuffer);
+    for (const char* lpszLineEnd : {"\n", "\r\n"}) {
+        AddLines("getline", GetLines, lpszLineEnd);
+        AddLines("ours", ReadStrings, lpszLineEnd);
+        AddLines("ours, char[]", ReadStringsIntoBuffer, lpszLineEnd);
+    }
     AddHugeStrings();
+    AddBlocks<std::vector<unsigned char>>("vector of bytes");
+    AddBlocks<std::vector<double>>("vector of doubles");
+    AddBlocks<std::string>("string");
     AddDemo();
 }

@@ -29,8 +29,9 @@ const unsigned nCountEscape = 0xFFFF;     // from this on, a count takes the lon
 const unsigned nStringPrefixShort = 0xFF; // from this on, a string's length takes more than one byte
 const unsigned nStringEscape = 0xFFFE;    // from this on, it takes all nine
 const unsigned nLineChunk = 128;          // characters that are read of a line at a time
-const unsigned nFirstChunk = 4096;        // memory that a string's length earns before any of its bytes has come
-const unsigned nMostPerWrite = 1u << 30;  // of a text of any length
+const unsigned nFirstRoom = 4096;         // memory that a length earns before any of its bytes has come
+const unsigned nRoomFactor = 16;          // and afterwards: how many times as much as has come
+const unsigned nMostPerTransfer = 1u << 30;
 
 VELM_CHeld::~VELM_CHeld()
 {
@@ -481,14 +482,50 @@ void VELM_CArchive::FillBuffer(unsigned nBytesNeeded)
         m_pInside->Fail(VELM_CArchiveException::causeEndOfFile, m_pInside->Offset() + nAvailable, "the data ends");
 }
 
+unsigned long VELM_CArchive::LoadBlock(void* lpBuf, unsigned long nBytes)
+{
+    unsigned long nHave = 0;
+    // Where nothing can be loaded, each attempt is reported.
+    bool bCame = nBytes == 0 || m_nDataEnd == dataGoesOn || !IsLoading();
+    while (bCame && nHave < nBytes) {
+        const unsigned nPart = static_cast<unsigned>(std::min<unsigned long>(nBytes - nHave, nMostPerTransfer));
+        const unsigned n = Read(static_cast<unsigned char*>(lpBuf) + nHave, nPart);
+        nHave += n;
+        bCame = n == nPart;
+    }
+    if (!bCame && IsInbound())
+        m_nDataEnd = dataEnded;
+    return nHave;
+}
+
+unsigned long VELM_CArchive::TryLoadBlock(void* lpBuf, unsigned long nBytes, int& rRaised)
+{
+    volatile unsigned long nCame = 0;
+    rRaised = pfm_protect([&] { nCame = LoadBlock(lpBuf, nBytes); });
+    return nCame;
+}
+
+void VELM_CArchive::StoreBlock(const void* lpBuf, unsigned long nBytes)
+{
+    for (const unsigned char* lpFrom = static_cast<const unsigned char*>(lpBuf); nBytes > 0;) {
+        const unsigned n = static_cast<unsigned>(std::min<unsigned long>(nBytes, nMostPerTransfer));
+        Write(lpFrom, n);
+        lpFrom += n;
+        nBytes -= n;
+    }
+}
+
 int VELM_CArchive::LoadWhole(void* lpBuf, unsigned nBytes)
 {
-    // Where nothing can be loaded, each attempt is reported.
-    if ((m_nDataEnd == dataGoesOn || !IsLoading()) && Read(lpBuf, nBytes) == nBytes)
-        return 1;
-    if (IsInbound())
-        m_nDataEnd = dataEnded;
-    return 0;
+    return LoadBlock(lpBuf, nBytes) == nBytes;
+}
+
+unsigned long long VELM_CArchive::RoomFor(unsigned long long nCame, unsigned long long nTotal)
+{
+    const unsigned long long nMost = std::max<unsigned long long>(nFirstRoom, nRoomFactor * nCame);
+    while (nTotal > nMost)
+        nTotal = (nTotal - 1) / nRoomFactor + 1;
+    return nTotal;
 }
 
 void VELM_CArchive::RaiseDataEnded()
@@ -600,17 +637,15 @@ const char* VELM_CArchiveInside::LoadPrefixed()
 
 char* VELM_CArchiveInside::LoadText(uint32_t nLength)
 {
-    uint32_t nHave = 0;
+    unsigned nHave = 0;
     do {
-        // As much again as has come already, so that a length that lies costs no more than the data does.
-        const uint32_t nMore = nHave < nFirstChunk ? nFirstChunk : nHave;
-        const uint32_t nChunk = nMore < nLength - nHave ? nMore : nLength - nHave;
-        if (nHave >= INT_MAX - nChunk)
+        const unsigned nRoom = static_cast<unsigned>(VELM_CArchive::RoomFor(nHave, nLength));
+        if (nRoom >= INT_MAX)
             AfxMemoryExhausted();
-        m_pText = static_cast<char*>(AfxAllocate(m_pText, nHave + nChunk, 1, 1));
-        if (nChunk > 0 && !m_ar.LoadWhole(m_pText + nHave, nChunk))
+        m_pText = static_cast<char*>(AfxAllocate(m_pText, nRoom, 1, 1));
+        if (!m_ar.LoadWhole(m_pText + nHave, nRoom - nHave))
             return nullptr;
-        nHave += nChunk;
+        nHave = nRoom;
     } while (nHave < nLength);
     m_pText[nLength] = '\0';
     return m_pText;
@@ -626,13 +661,7 @@ char* VELM_CArchiveInside::TakeText()
 void VELM_CArchive::WriteString(const char* lpsz)
 {
     VELM_ASSERT(AfxIsValidString(lpsz));
-    size_t nLeft = lpsz == nullptr ? 0 : std::strlen(lpsz);
-    while (nLeft > 0) {
-        const unsigned n = nLeft < nMostPerWrite ? static_cast<unsigned>(nLeft) : nMostPerWrite;
-        Write(lpsz, n);
-        lpsz += n;
-        nLeft -= n;
-    }
+    StoreBlock(lpsz, lpsz == nullptr ? 0 : std::strlen(lpsz));
 }
 
 // Reads bytes up to the line end, or nStop; nRead counts those in lpsz at every moment. False when a raise returned.

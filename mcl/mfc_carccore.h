@@ -45,6 +45,7 @@
 #include <string.h>
 
 #include <type_traits>
+#include <utility>
 
 #include "mcl/mfc_base.h"
 #include "mcl/mfc_carcex.h"
@@ -350,8 +351,20 @@ public:
     /// \name For readers and writers of further types
     /// \{
 
+    /// Loads so many bytes, or those that come before the data ends. Returns how many.
+    unsigned long LoadBlock(void* lpBuf, unsigned long nBytes);
+    /// The same. A raise, of the file for instance, comes back: its code through `rRaised`, which is 0 otherwise. For
+    /// who has to set right what he loads into, and raises it again.
+    unsigned long TryLoadBlock(void* lpBuf, unsigned long nBytes, int& rRaised);
+    /// Stores so many bytes.
+    void StoreBlock(const void* lpBuf, unsigned long nBytes);
     /// Loads so many bytes. Returns 1; 0 when the data ended before: those that came are lost then.
     int LoadWhole(void* lpBuf, unsigned nBytes);
+    /// How many bytes of memory a reader has for what claims to be `nTotal` bytes, once `nCame` of them have come: at
+    /// most 16 times as many as have come, or 4096, so that a length that lies costs no more than the data earns; and
+    /// more than have come, unless that is all. Growing moves little: the sizes are a sixteenth of the total, a
+    /// sixteenth of that, and so on.
+    static unsigned long long RoomFor(unsigned long long nCame, unsigned long long nTotal);
     /// Loads one byte. Returns 1; 0 when the data ended.
     int LoadByte(unsigned char& rValue)
     {
@@ -563,6 +576,73 @@ template <class TYPE>
 struct VELM_CIsFloat
     : std::integral_constant<bool, std::is_same<TYPE, float>::value || std::is_same<TYPE, double>::value> {
 };
+
+// Whether a program has operators of its own for the number. For what is only converted to an archive, none of the
+// templates here is a candidate, and three of the other operators here are equally good: without a program's own, the
+// expression is an error.
+struct VELM_CConvertedArchive {
+    operator VELM_CArchive&() const;
+};
+template <class TYPE, class = void> struct VELM_CStoresByOwn : std::false_type {
+};
+template <class TYPE>
+struct VELM_CStoresByOwn<TYPE, decltype(void(std::declval<VELM_CConvertedArchive&>() << std::declval<const TYPE&>()))>
+    : std::true_type {
+};
+template <class TYPE, class = void> struct VELM_CLoadsByOwn : std::false_type {
+};
+template <class TYPE>
+struct VELM_CLoadsByOwn<TYPE, decltype(void(std::declval<VELM_CConvertedArchive&>() >> std::declval<TYPE&>()))>
+    : std::true_type {
+};
+
+// Whether a type is of numbers that have the same bytes in memory as in the stream, so that many go as a block.
+template <class TYPE, bool = std::is_arithmetic<TYPE>::value> struct VELM_CIsPlainNumber : std::false_type {
+};
+template <class TYPE>
+struct VELM_CIsPlainNumber<TYPE, true>
+    : std::integral_constant<bool, VELM_CValueForm<TYPE>::nBytes == sizeof(TYPE) && !std::is_same<TYPE, bool>::value &&
+                                       (sizeof(TYPE) == 1 || __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__) &&
+                                       !VELM_CStoresByOwn<TYPE>::value && !VELM_CLoadsByOwn<TYPE>::value> {
+};
+template <> struct VELM_CIsPlainNumber<unsigned char, true> : std::true_type {
+};
+template <>
+struct VELM_CIsPlainNumber<unsigned, true> : std::integral_constant<bool, __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__> {
+};
+template <>
+struct VELM_CIsPlainNumber<unsigned long, true>
+    : std::integral_constant<bool, VELM_CIsPlainNumber<unsigned>::value && sizeof(unsigned long) == 4> {
+};
+
+// Stores such values.
+template <class TYPE> void AfxStoreValues(VELM_CArchive& ar, const TYPE* pValues, size_t nCount)
+{
+    const size_t nBytes = nCount * sizeof(TYPE);
+    if (nBytes == 0 || !ar.IsStoring() || static_cast<size_t>(ar.m_lpBufMax - ar.m_lpBufCur) < nBytes) {
+        ar.StoreBlock(pValues, nBytes);
+        return;
+    }
+    memcpy(ar.m_lpBufCur, pValues, nBytes);
+    ar.m_lpBufCur += nBytes;
+}
+
+// Loads them. Where the data ends, the one in which it ends is 0, and the later ones stay as they were.
+template <class TYPE> void AfxLoadValues(VELM_CArchive& ar, TYPE* pValues, size_t nCount)
+{
+    const size_t nBytes = nCount * sizeof(TYPE);
+    if (nBytes != 0 && ar.IsLoading() && static_cast<size_t>(ar.m_lpBufMax - ar.m_lpBufCur) >= nBytes) {
+        memcpy(static_cast<void*>(pValues), ar.m_lpBufCur, nBytes);
+        ar.m_lpBufCur += nBytes;
+        return;
+    }
+    const size_t nCame = ar.LoadBlock(pValues, nBytes);
+    if (nCame == nBytes)
+        return;
+    if (nCame % sizeof(TYPE) != 0)
+        memset(static_cast<void*>(pValues + nCame / sizeof(TYPE)), 0, sizeof(TYPE));
+    ar.RaiseDataEnded();
+}
 
 template <class TYPE> VELM_CArchive& AfxStoreNumber(VELM_CArchive& ar, const TYPE& value)
 {

@@ -23,10 +23,10 @@
 ///
 /// Loading replaces what a container holds, and fills it as the data arrives: memory is never taken for what a count
 /// claims. Where the data ends, 3 is raised, and the container holds the elements that were whole; a string or an
-/// optional is empty then. A second element with the key of an earlier one is dropped; with elements that own, it
-/// raises 5. So does loading over an owner that holds an object of the same load. An element is loaded over a default
-/// value or over one that was moved from, so that its own `>>` sets all of it. An element that takes no byte raises 1,
-/// storing and loading.
+/// optional is empty then, and the number of an array in which it ends may be 0. A second element with the key of an
+/// earlier one is dropped; with elements that own, it raises 5. So does loading over an owner that holds an object of
+/// the same load. An element is loaded over a default value or over one that was moved from, so that its own `>>` sets
+/// all of it. An element that takes no byte raises 1, storing and loading.
 ///
 /// What is being loaded belongs to the archive, so that a raise loses nothing. An exception of a container, such as
 /// `std::bad_alloc`, passes through to the caller and loses nothing either; the archive is to be destroyed then. An
@@ -39,6 +39,7 @@
 #include <stddef.h>
 #include <string.h>
 
+#include <algorithm>
 #include <array>
 #include <map>
 #include <memory>
@@ -277,6 +278,42 @@ template <class TYPE> struct VELM_CForm<std::weak_ptr<TYPE>> : VELM_CSmartForm<T
     template <class HOW> static bool MayReplace(VELM_CArchive&, const Pointer&, HOW) { return true; }
 };
 
+// Whether many values of the type go as a block: numbers, and arrays of these.
+template <class TYPE> struct VELM_CIsBlock : VELM_CIsPlainNumber<TYPE> {
+};
+template <class TYPE, size_t SIZE> struct VELM_CIsBlock<std::array<TYPE, SIZE>> : VELM_CIsBlock<TYPE> {
+};
+
+// Loads such values into an empty vector or string. Returns 0 where the data ended before: it has those that were whole
+// then, as also after a raise of the file.
+template <class BLOCK> int AfxLoadBlock(VELM_CArchive& ar, BLOCK& rValues, size_t nTotal)
+{
+    const size_t nSize = sizeof(typename BLOCK::value_type);
+    const size_t nMostAtOnce = std::max<size_t>((1u << 20) / nSize, 1); // in the cache still when they are overwritten
+    if (nTotal != 0 && nTotal <= static_cast<size_t>(ar.m_lpBufMax - ar.m_lpBufCur) / nSize) { // nothing raises
+        rValues.resize(nTotal);
+        AfxLoadValues(ar, &rValues[0], nTotal);
+        return 1;
+    }
+    for (size_t nHave = 0; nHave < nTotal;) {
+        const size_t nCame = nHave * nSize + static_cast<size_t>(ar.m_lpBufMax - ar.m_lpBufCur);
+        const size_t nRoom = static_cast<size_t>(ar.RoomFor(nCame, 1ull * nTotal * nSize) / nSize);
+        if (rValues.capacity() < std::max(nRoom, nHave + 1))
+            rValues.reserve(std::max(nRoom, nHave + 1));
+        const size_t nEnd = std::min(std::min(nTotal, rValues.capacity()), nHave + nMostAtOnce);
+        rValues.resize(nEnd);
+        int nRaised;
+        nHave += ar.TryLoadBlock(&rValues[nHave], (nEnd - nHave) * nSize, nRaised) / nSize;
+        if (nHave < nEnd) {
+            rValues.resize(nHave);
+            if (nRaised != 0)
+                pfm_raise(nRaised);
+            return 0;
+        }
+    }
+    return 1;
+}
+
 template <class TRAITS, class ALLOC> struct VELM_CForm<std::basic_string<char, TRAITS, ALLOC>> {
     typedef std::basic_string<char, TRAITS, ALLOC> String;
     enum { bStandard = 1, nLeast = 1 };
@@ -294,16 +331,7 @@ template <class TRAITS, class ALLOC> struct VELM_CForm<std::basic_string<char, T
         if (!ar.CanLoad())
             return 0;
         str.clear();
-        bool bCame = ar.LoadLength(nLength) != 0;
-        for (unsigned long nHave = 0; bCame && nHave < nLength;) {
-            // As much again as has come already, so that a length that lies costs no more than the data does.
-            const unsigned long nMore = nHave < 4096 ? 4096 : nHave;
-            const unsigned long nChunk = nMore < nLength - nHave ? nMore : nLength - nHave;
-            str.resize(nHave + nChunk);
-            bCame = ar.LoadWhole(&str[nHave], static_cast<unsigned>(nChunk)) != 0;
-            nHave += nChunk;
-        }
-        if (!bCame) {
+        if (!ar.LoadLength(nLength) || !AfxLoadBlock(ar, str, nLength)) {
             str.clear();
             ar.RaiseDataEnded();
         }
@@ -395,18 +423,6 @@ template <class MAP, class KEY> bool AfxHasKeyOf(const MAP& map, const std::pair
     return map.find(entry.first) != map.end();
 }
 
-template <class CONTAINER, class VALUE> void AfxInsert(CONTAINER& elements, VALUE& rValue)
-{
-    elements.insert(elements.end(), std::move(rValue));
-}
-// Not copied as a number: see VELM_CFloatForm.
-template <class TYPE, class ALLOC>
-typename std::enable_if<VELM_CIsFloat<TYPE>::value>::type AfxInsert(std::vector<TYPE, ALLOC>& elements, TYPE& rValue)
-{
-    elements.push_back(0);
-    memcpy(&elements.back(), &rValue, sizeof rValue);
-}
-
 // A count, then the elements. VALUE: the type of element that is loaded, FORM: its form.
 template <class CONTAINER, class VALUE, class FORM> struct VELM_CContainerForm {
     enum { bStandard = 1, nLeast = 4 };
@@ -448,7 +464,7 @@ template <class CONTAINER, class VALUE, class FORM> struct VELM_CContainerForm {
                 ar.RaiseBadIndex("an owner has the key of an earlier one");
                 return VELM_CArchive::nRefused;
             }
-            AfxInsert(elements, rValue);
+            elements.insert(elements.end(), std::move(rValue));
             AfxAdopt(ar, nIndex);
             if (FORM::template bOwner<HOW>())
                 ar.MovedFromHeld(pHeld);
@@ -462,7 +478,31 @@ template <class CONTAINER, class VALUE, class FORM> struct VELM_CContainerForm {
     }
 };
 template <class TYPE, class ALLOC>
-struct VELM_CForm<std::vector<TYPE, ALLOC>> : VELM_CContainerForm<std::vector<TYPE, ALLOC>, TYPE, VELM_CForm<TYPE>> {
+struct VELM_CForm<std::vector<TYPE, ALLOC>, typename std::enable_if<!VELM_CIsBlock<TYPE>::value>::type>
+    : VELM_CContainerForm<std::vector<TYPE, ALLOC>, TYPE, VELM_CForm<TYPE>> {
+};
+template <class TYPE, class ALLOC>
+struct VELM_CForm<std::vector<TYPE, ALLOC>, typename std::enable_if<VELM_CIsBlock<TYPE>::value>::type>
+    : VELM_CContainerForm<std::vector<TYPE, ALLOC>, TYPE, VELM_CForm<TYPE>> {
+    typedef std::vector<TYPE, ALLOC> Vector;
+    template <class HOW> static void Store(VELM_CArchive& ar, const Vector& elements, HOW)
+    {
+        static_assert(!HOW::bOwns, "AfxOwned takes pointers to objects, and containers of these");
+        ar.WriteCount(static_cast<unsigned long>(elements.size())); // which refuses one that is too large
+        if (elements.size() <= 0xFFFFFFFF)
+            AfxStoreValues(ar, elements.data(), elements.size());
+    }
+    template <class HOW> static unsigned Load(VELM_CArchive& ar, Vector& elements, HOW)
+    {
+        static_assert(!HOW::bOwns, "AfxOwned takes pointers to objects, and containers of these");
+        if (!ar.CanLoad())
+            return VELM_CArchive::nRefused;
+        elements.clear();
+        if (AfxLoadBlock(ar, elements, ar.ReadCount()))
+            return 0;
+        ar.RaiseDataEnded();
+        return VELM_CArchive::nRefused;
+    }
 };
 template <class KEY, class LESS, class ALLOC>
 struct VELM_CForm<std::set<KEY, LESS, ALLOC>> : VELM_CContainerForm<std::set<KEY, LESS, ALLOC>, KEY, VELM_CForm<KEY>> {
@@ -486,6 +526,10 @@ template <class TYPE, size_t SIZE> struct VELM_CForm<std::array<TYPE, SIZE>> {
     template <class HOW> static void Store(VELM_CArchive& ar, const Array& elements, HOW how)
     {
         static_assert(SIZE > 0, "an element takes a byte at least, so that no count costs more than the data");
+        if (VELM_CIsBlock<TYPE>::value) {
+            AfxStoreValues(ar, elements.data(), SIZE);
+            return;
+        }
         for (const TYPE& element : elements)
             Element::Store(ar, element, how);
     }
@@ -494,6 +538,10 @@ template <class TYPE, size_t SIZE> struct VELM_CForm<std::array<TYPE, SIZE>> {
         static_assert(SIZE > 0, "an element takes a byte at least, so that no count costs more than the data");
         if (!MayReplace(ar, elements, how))
             return VELM_CArchive::nRefused;
+        if (VELM_CIsBlock<TYPE>::value) {
+            AfxLoadValues(ar, elements.data(), SIZE);
+            return 0;
+        }
         for (size_t i = 0; i < SIZE && !ar.IsDataEnded(); ++i) {
             const unsigned nIndex = Element::Load(ar, elements[i], how);
             if (nIndex == VELM_CArchive::nRefused)

@@ -63,9 +63,9 @@ static int StreamForm(int nValue)
 static void Transfer(VELM_CArchive& ar, void* pBytes, size_t nBytes)
 {
     if (ar.IsStoring())
-        ar.Write(pBytes, static_cast<unsigned>(nBytes));
+        ar.StoreBlock(pBytes, nBytes);
     else
-        ar.LoadWhole(pBytes, static_cast<unsigned>(nBytes));
+        ar.LoadBlock(pBytes, nBytes);
 }
 
 template <> void SerializeElements(VELM_CArchive& ar, int* pElements, int nCount)

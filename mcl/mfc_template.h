@@ -86,19 +86,32 @@ AfxSerializeElement(VELM_CArchive& ar, TYPE&)
 {
     AfxRefuseElement(ar);
 }
-/// \endcond
 
-/// Stores elements in the archive, or loads them over constructed ones. In general: each by operator<< and >>; a
-/// pointer to a class derived from `VELM_CObject` as an object reference, see `VELM_CClassOf`. An element that has
-/// neither raises 1 when it is to be stored or loaded. Where the data ends and the raise returns, the later elements
-/// stay as they were.
-template <class TYPE> void SerializeElements(VELM_CArchive& ar, TYPE* pElements, int nCount)
+template <class TYPE> void AfxSerializeElements(VELM_CArchive& ar, TYPE* pElements, int nCount, std::false_type)
 {
     for (int i = 0; i < nCount; ++i) {
         AfxSerializeElement(ar, pElements[i]);
         if (!ar.IsStoring() && ar.IsDataEnded())
             return;
     }
+}
+template <class TYPE> void AfxSerializeElements(VELM_CArchive& ar, TYPE* pElements, int nCount, std::true_type)
+{
+    const size_t nElements = static_cast<size_t>(nCount > 0 ? nCount : 0);
+    if (ar.IsStoring())
+        AfxStoreValues(ar, pElements, nElements);
+    else
+        AfxLoadValues(ar, pElements, nElements);
+}
+/// \endcond
+
+/// Stores elements in the archive, or loads them over constructed ones. In general: each by operator<< and >>; a
+/// pointer to a class derived from `VELM_CObject` as an object reference, see `VELM_CClassOf`. An element that has
+/// neither raises 1 when it is to be stored or loaded. Where the data ends and the raise returns, the later elements
+/// stay as they were; of numbers, the one in which it ends may be 0.
+template <class TYPE> void SerializeElements(VELM_CArchive& ar, TYPE* pElements, int nCount)
+{
+    AfxSerializeElements(ar, pElements, nCount, VELM_CIsPlainNumber<TYPE>());
 }
 
 /// The hash value of a text; NULL counts as the empty text, whose value is 0.
