@@ -1,7 +1,6 @@
 #include "mcl/mfc_carcload_p.h"
 
 #include <cstdlib>
-#include <cstring>
 
 #include "mcl/mfc_memory.h"
 
@@ -11,8 +10,8 @@ const int causeBadIndex = VELM_CArchiveException::causeBadIndex;
 VELM_CArchiveLoader::~VELM_CArchiveLoader()
 {
     std::free(m_slots);
+    std::free(m_wide);
     std::free(m_met);
-    std::free(m_places);
 }
 
 bool VELM_CArchiveLoader::RequireNameLength(uint32_t nLength, unsigned long long nOffset)
@@ -92,15 +91,19 @@ const VELM_CRuntimeClass* VELM_CArchiveLoader::ClassOfMappedAt(uint32_t nIndex) 
 }
 
 // Makes room for the next index. Array and slots grow by half, however large the graph.
-void VELM_CArchiveLoader::Grow()
+void VELM_CArchiveLoader::Grow(bool bWide)
 {
     VELM_CPtrArray& array = *m_ar.m_pLoadArray;
     const uint32_t nIndex = m_ar.m_nIndexCount;
     if (nIndex >= m_nMaxSlots) {
         const uint32_t nNewMax = nIndex + nIndex / 2 + 64;
-        m_slots = static_cast<uint32_t*>(AfxAllocate(m_slots, nNewMax, sizeof *m_slots));
+        if (m_wide != nullptr)
+            m_wide = static_cast<uint32_t*>(AfxAllocate(m_wide, nNewMax, sizeof *m_wide));
+        m_slots = static_cast<uint8_t*>(AfxAllocate(m_slots, nNewMax, sizeof *m_slots));
         m_nMaxSlots = nNewMax;
     }
+    if (bWide && m_wide == nullptr)
+        m_wide = static_cast<uint32_t*>(AfxAllocate(nullptr, m_nMaxSlots, sizeof *m_wide));
     while (m_nSlots < nIndex) // what the caller has mapped
         m_slots[m_nSlots++] = 0;
     if (static_cast<int>(nIndex) >= array.m_max_size) {
@@ -165,32 +168,27 @@ void VELM_CArchiveLoader::DeleteObjects()
     owners.ReleaseShares();
 }
 
-uint32_t& VELM_CArchiveLoader::PlaceOf(const void* pOb) const
+bool VELM_CArchiveLoader::FindMade(const VELM_CObject* pOb, VELM_CTable::Place& rAt) const
 {
-    uint64_t nPlace = (reinterpret_cast<uintptr_t>(pOb) >> 4) * 0x9E3779B97F4A7C15 >> 32;
-    while (m_places[nPlace % m_nPlaces] != 0 && ObjectAt(m_places[nPlace % m_nPlaces]) != pOb)
-        ++nPlace;
-    return m_places[nPlace % m_nPlaces];
+    return m_made.Find(VELM_CTable::TagOf(pOb), rAt,
+                       [=](const VELM_CTable::Place& at) { return ObjectAt(at.Low()) == pOb; });
 }
 
 bool VELM_CArchiveLoader::HasMade(const VELM_CObject* pOb)
 {
-    if (m_nSlots >= m_nPlaces / 2) {
-        const uint32_t nPlaces = 4 * m_nSlots + 16;
-        m_places = static_cast<uint32_t*>(AfxAllocate(m_places, nPlaces, sizeof *m_places));
-        std::memset(m_places, 0, nPlaces * sizeof *m_places);
-        m_nPlaces = nPlaces;
-        m_nPlaced = 0;
-    }
+    if (!m_made.Is() && !m_made.Start(m_nSlots))
+        AfxMemoryExhausted();
     uint32_t nUnmade = m_nSlots; // the first whose constructor has not ended, if any: it is looked at again
-    for (uint32_t i = m_nPlaced; i < m_nSlots; ++i) {
-        if (ObjectAt(i) != nullptr)
-            PlaceOf(ObjectAt(i)) = i;
-        else if (m_slots[i] % 2 == 1 && nUnmade == m_nSlots)
-            nUnmade = i;
+    VELM_CTable::Place at;
+    for (; m_nLookedAt < m_nSlots; ++m_nLookedAt) {
+        const VELM_CObject* const pMade = ObjectAt(m_nLookedAt);
+        if (pMade != nullptr && !FindMade(pMade, at) && !m_made.Add(at, VELM_CTable::TagOf(pMade), m_nLookedAt))
+            AfxMemoryExhausted();
+        if (pMade == nullptr && m_slots[m_nLookedAt] % 2 == 1 && nUnmade == m_nSlots)
+            nUnmade = m_nLookedAt;
     }
-    m_nPlaced = nUnmade;
-    return PlaceOf(pOb) != 0;
+    m_nLookedAt = nUnmade;
+    return FindMade(pOb, at);
 }
 
 uint32_t VELM_CArchiveLoader::FindUnowned(const VELM_CObject* pRoot) const

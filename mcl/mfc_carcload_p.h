@@ -15,6 +15,7 @@
 #include "mcl/mfc_carccore_p.h"
 #include "mcl/mfc_cclass.h"
 #include "mcl/mfc_coll.h"
+#include "mcl/mfc_ctable_p.h"
 
 // Hangs on the archive that it loads for, as m_pLoader. What is called Require... raises what it finds wrong, and
 // delivers false or NULL when that returns.
@@ -59,7 +60,7 @@ public:
     }
 
     // The class at an index that is one's.
-    const Met& ClassAt(uint32_t nIndex) const { return m_met[m_slots[nIndex] / 2]; }
+    const Met& ClassAt(uint32_t nIndex) const { return m_met[SlotAt(nIndex) / 2]; }
     // The class of the object at an index.
     const VELM_CRuntimeClass* ClassOfObjectAt(uint32_t nIndex) const
     {
@@ -80,17 +81,19 @@ public:
 
 private:
     // What stands at an index: 0 for what the caller has mapped, else twice the place of a class in m_met, and 1 more
-    // for an object of it. The place 0 is no class's.
-    uint32_t* m_slots = nullptr;
+    // for an object of it. The place 0 is no class's. Most fit into a byte; for those that do not, the byte is nWide
+    // or, of an object, 1 more, and the rest is in m_wide, which is made for the first of them.
+    static const uint32_t nWide = 254;
+    uint8_t* m_slots = nullptr;
+    uint32_t* m_wide = nullptr;
     uint32_t m_nSlots = 0;
     uint32_t m_nMaxSlots = 0;
     Met* m_met = nullptr;
     uint32_t m_nMet = 1;
     uint32_t m_nMaxMet = 0;
-    // A hash table of the indexes of objects, by their addresses; only where somebody asks who made one.
-    uint32_t* m_places = nullptr;
-    uint32_t m_nPlaces = 0;
-    uint32_t m_nPlaced = 0; // slots that have been taken over
+    // The indexes of objects by their addresses, of the first so many slots; only where somebody asks who made one.
+    VELM_CTable m_made;
+    uint32_t m_nLookedAt = 0;
 
     VELM_CArchive& m_ar;
     VELM_CBlockHolder m_creating;
@@ -99,16 +102,22 @@ private:
     bool RequireBase(const VELM_CRuntimeClass* pClass, const VELM_CRuntimeClass* pRequested,
                      unsigned long long nOffset);
     bool RequireOtherKind(uint32_t nIndex, bool bClass, unsigned long long nOffset);
-    uint32_t SlotAt(uint32_t nIndex) const { return nIndex < m_nSlots ? m_slots[nIndex] : 0; }
+    uint32_t SlotAt(uint32_t nIndex) const
+    {
+        const uint32_t nSlot = nIndex < m_nSlots ? m_slots[nIndex] : 0;
+        return nSlot < nWide ? nSlot : m_wide[nIndex];
+    }
     void Append(void* pObjectOrClass, uint32_t nSlot)
     {
         VELM_CPtrArray& array = *m_ar.m_pLoadArray;
         const uint32_t nIndex = m_ar.m_nIndexCount;
         if (nIndex >= m_nMaxSlots || m_nSlots != nIndex || array.m_size != static_cast<int>(nIndex) ||
-            array.m_size >= array.m_max_size)
-            Grow();
+            array.m_size >= array.m_max_size || (nSlot >= nWide && m_wide == nullptr))
+            Grow(nSlot >= nWide);
         array.m_data[nIndex] = pObjectOrClass;
-        m_slots[nIndex] = nSlot;
+        m_slots[nIndex] = static_cast<uint8_t>(nSlot < nWide ? nSlot : nWide + nSlot % 2);
+        if (nSlot >= nWide)
+            m_wide[nIndex] = nSlot;
         m_nSlots = nIndex + 1;
         array.m_size = array.m_size > static_cast<int>(nIndex) ? array.m_size : static_cast<int>(nIndex) + 1;
         m_ar.m_nIndexCount = nIndex + 1;
@@ -117,8 +126,8 @@ private:
     {
         return m_slots[nIndex] % 2 == 0 ? nullptr : static_cast<VELM_CObject*>(m_ar.m_pLoadArray->m_data[nIndex]);
     }
-    uint32_t& PlaceOf(const void* pOb) const;
-    void Grow();
+    bool FindMade(const VELM_CObject* pOb, VELM_CTable::Place& rAt) const;
+    void Grow(bool bWide);
 };
 
 #endif

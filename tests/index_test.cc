@@ -1,11 +1,39 @@
-// The library's text maps keep an index beside their chains; a map of a caller's own is the plain algorithm. Whatever
-// is done to the two, by operations or by hand, they have the same chains, free nodes and blocks.
+// Maps keep an index beside their chains; one whose keys have no hash value of their own is the plain algorithm.
+// Whatever is done to the two, by operations or by hand, they have the same chains, free nodes and blocks.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <map>
 #include <random>
+#include <thread>
 
 #include "tests/support/watch.h"
+
+namespace {
+
+struct PlainText { // has no index
+    std::string text;
+
+    void operator=(const char* lpsz) { text = lpsz; }
+    operator char*() const { return const_cast<char*>(text.c_str()); }
+    template <class CHAR> bool operator==(CHAR* lpsz) const { return text == lpsz; }
+};
+
+struct Point {
+    int x, y;
+    bool operator==(const Point& other) const { return x == other.x && y == other.y; }
+};
+
+unsigned HashKey(Point key)
+{
+    return static_cast<unsigned>(key.x); // many in one bucket
+}
+
+} // namespace
+
+template <> struct VELM_CKeyIndex<Point> {
+    static unsigned Hash(const VELM_CKeyHasher& hasher, Point key) { return hasher(&key, sizeof key); }
+};
 
 // The key, value and place (block and node, the oldest first) of each node by bucket; then the free nodes.
 template <class MAP> static std::string Shape(const MAP& map)
@@ -79,7 +107,7 @@ template <class KEY> static void CheckAgainstPlain(const char* name)
     std::mt19937 random(5);
     for (unsigned nRound = 0; nRound < 60; ++nRound) { // each until the maps are emptied, as an index is lost by hand
         VELM_CMap<fxStr, KEY, int, int> map(7);
-        VELM_CMap<fxStr, KEY, unsigned, unsigned> plain(7);
+        VELM_CMap<PlainText, KEY, unsigned, unsigned> plain(7);
         const unsigned nSteps = 100 + nRound * 7;
         for (unsigned nStep = 0; nStep < nSteps; ++nStep) {
             const bool bByHand = nSteps - nStep < nRound % 40 && random() % 3 != 0;
@@ -93,6 +121,56 @@ template <class KEY> static void CheckAgainstPlain(const char* name)
             }
         }
     }
+}
+
+// Fills a map of 17 buckets, looks for all and for others, and takes one after the other out again.
+template <class MAP, class MAKE> static void FillAndEmpty(const char* name, MAKE make)
+{
+    const int nKeys = 60000; // far too many to walk chains for
+    MAP map;
+    unsigned nWrong = 0;
+    int nValue = 0;
+    for (int i = 0; i < nKeys; ++i)
+        map[make(i)] = i;
+    for (int i = 0; i < 2 * nKeys; ++i)
+        nWrong += map.Lookup(make(i), nValue) != (i < nKeys) || (i < nKeys && nValue != i);
+    for (int i = 0; i < nKeys; ++i)
+        nWrong += map.RemoveKey(make(i * 7919 % nKeys)) != 1 || map.GetCount() != nKeys - 1 - i;
+    EXPECT_EQ(nWrong, 0u) << name;
+}
+
+TEST(Index, MapsOfAProgramsTypesAreFast)
+{
+    enum class Kind : int {};
+    static std::string text;
+    FillAndEmpty<VELM_CMap<int, int, int, int>>("int", [](int i) { return i * 272; });
+    FillAndEmpty<VELM_CMap<long long, long long, int, int>>("64 bits", [](int i) { return i * (1LL << 32); });
+    FillAndEmpty<VELM_CMap<Kind, Kind, int, int>>("enumeration", [](int i) { return Kind(i); });
+    FillAndEmpty<VELM_CMap<void*, void*, int, int>>("pointer",
+                                                    [](int i) { return reinterpret_cast<void*>(intptr_t{i}); });
+    FillAndEmpty<VELM_CMap<std::string, const std::string&, int, int>>(
+        "text", [](int i) { return std::string("\0\0", 2) + std::to_string(i); });
+    FillAndEmpty<VELM_CMap<VELM_CString, const char*, int, int>>(
+        "text by its characters", [](int i) { return (text = std::to_string(i)).c_str(); });
+    FillAndEmpty<VELM_CMap<Point, Point, int, int>>("the program's", [](int i) { return Point{i % 3, i}; });
+}
+
+TEST(Index, TwoThreadsMayLookAtTheSameTime)
+{
+    VELM_CMap<int, int, int, int> map;
+    map.InitHashTable(1009); // short chains: there is no index before somebody looks
+    for (int i = 0; i < 1000; ++i)
+        map[i * 16] = i;
+    std::atomic<int> nFound(0);
+    std::thread threads[2];
+    for (std::thread& thread : threads)
+        thread = std::thread([&] {
+            for (int i = 0, nValue; i < 1000; ++i)
+                nFound += map.Lookup(i * 16, nValue) == 1 && nValue == i && (*std::as_const(map).begin()).value == 0;
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(nFound, 2000);
 }
 
 TEST(Index, TextMapsAreAsWithoutIt)

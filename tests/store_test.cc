@@ -1,6 +1,8 @@
 // Object and class references: how they are stored, and what loading does without a class table.
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "tests/support/watch.h"
 
 const unsigned store = VELM_CArchive::store, load = VELM_CArchive::load;
@@ -79,6 +81,104 @@ TEST(Store, StoresEachObjectOnceAndStopsHarmlessly)
         EXPECT_EQ(printed, c.nMode == load || ar.m_pStoreMap == nullptr ? "" : "SetAt NYI\n") << c.steps;
         ar.Flush();
         EXPECT_EQ(file.data.substr(file.nPosition), Bytes(c.bytes)) << c.steps;
+    }
+}
+
+// An object that stores others; the countdown raises.
+struct LifeNode : VELM_CObject {
+    VELM_CRuntimeClass* m_pClass = nullptr;
+    std::vector<const VELM_CObject*> m_links;
+
+    static unsigned s_nUntilRaise;
+    VELM_CRuntimeClass* GetRuntimeClass() const override { return m_pClass; }
+    void Serialize(VELM_CArchive& ar) override
+    {
+        if (--s_nUntilRaise == 0)
+            pfm_raise(7);
+        for (const VELM_CObject* pLink : m_links)
+            ar.WriteObject(pLink);
+    }
+};
+unsigned LifeNode::s_nUntilRaise;
+
+// Its objects have another first word.
+struct OtherLifeNode : LifeNode {
+    void Serialize(VELM_CArchive& ar) override { LifeNode::Serialize(ar), ar << 5u; }
+};
+
+// What the store map has, as a program sees it.
+static std::string Chains(const VELM_CMapPtrToPtr& map)
+{
+    std::ostringstream text;
+    for (unsigned i = 0; map.m_pHashTable != nullptr && i < map.m_nHashTableSize; ++i) {
+        for (const auto* p = map.m_pHashTable[i]; p != nullptr; p = p->pNext)
+            text << i << ' ' << p->nHashValue << ' ' << p->key << ' ' << p->value << ' ' << p->nValue << '\n';
+    }
+    return text.str();
+}
+
+// An archive of whose table nobody knows, beside one that asks the store map alone, as somebody has touched that.
+TEST(Store, LivesAreTheSameWithoutTheTable)
+{
+    std::mt19937 engine(3);
+    const auto random = [&] { return static_cast<unsigned>(engine()); };
+    VELM_CRuntimeClass classes[] = {{"A", 0, 1}, {"B", 0, 2}, {"C", 0, 3}, {"Local", 0, 0xFFFF}, {nullptr, 0, 4}};
+    for (unsigned nLife = 0; nLife < 60; ++nLife) {
+        std::vector<LifeNode> objects(nLife % 4 == 0 ? 900 : 40); // more than the first table holds
+        for (size_t i = 0; i < objects.size(); ++i) {
+            objects[i].m_pClass = &classes[random() % 40 == 0 ? 3 + random() % 2 : random() % 3];
+            for (unsigned n = random() % 3; n > 0; --n)
+                objects[i].m_links.push_back(&objects[random() % objects.size()]);
+        }
+        classes[0].m_pszName = "A";
+        MemoryFile files[2];
+        VELM_CArchive fast(&files[0], store, 200), plain(&files[1], store, 200);
+        alignas(OtherLifeNode) unsigned char place[sizeof(OtherLifeNode)]; // of temporaries
+        HostWatch watch;
+        const auto both = [&](const auto& step) {
+            std::string outcome[2];
+            for (VELM_CArchive* p : {&fast, &plain}) {
+                LifeNode::s_nUntilRaise = nLife % 3 == 0 ? 40 : ~0u;
+                outcome[p == &plain] = (Row() << pfm_protect([&] { step(*p); }) << watch.Texts() << p->m_nIndexCount
+                                              << p->IsWhole() << p->GetErrorText())
+                                           .Text();
+                watch.reports.clear();
+            }
+            ASSERT_EQ(outcome[0], outcome[1]) << nLife;
+        };
+        Printed([&] { both([](VELM_CArchive& ar) { ar.MapObject(nullptr); }); });
+        plain.m_pStoreMap->WalkChains();
+        for (unsigned nStep = 0; nStep < 300; ++nStep) {
+            const LifeNode* const pNode = &objects[random() % objects.size()];
+            const unsigned nOperation = random() % 1000, nKind = random() % 2;
+            both([&](VELM_CArchive& ar) {
+                if (nOperation < 800) {
+                    ar.WriteObject(pNode);
+                } else if (nOperation < 900) {
+                    LifeNode* const p = nKind == 0 ? new (place) LifeNode : new (place) OtherLifeNode;
+                    p->m_pClass = &classes[nKind];
+                    ar.WriteObject(p);
+                } else if (nOperation < 940) {
+                    ar.MapObject(pNode);
+                } else if (nOperation < 980) {
+                    ar.WriteClass(pNode->m_pClass);
+                } else if (nOperation < 990) {
+                    classes[0].m_pszName = nKind == 0 ? "A" : "another";
+                } else if (nOperation < 995) {
+                    ar.SetMaxDepth(3 + nKind * 1000);
+                } else if (nLife % 5 == 0) { // a program changes the map
+                    nKind == 0 ? void(ar.m_pStoreMap->RemoveKey(const_cast<LifeNode*>(pNode)))
+                               : void((*ar.m_pStoreMap)[const_cast<LifeNode*>(pNode)] = nullptr);
+                } else if (nLife % 5 == 1) { // or reads it
+                    void* pIndex = nullptr;
+                    ar.m_pStoreMap->Lookup(const_cast<LifeNode*>(pNode), pIndex);
+                }
+            });
+        }
+        EXPECT_EQ(Chains(*fast.m_pStoreMap), Chains(*plain.m_pStoreMap)) << nLife;
+        fast.Flush(), plain.Flush();
+        EXPECT_EQ(files[0].data, files[1].data) << nLife;
+        fast.Abort(), plain.Abort();
     }
 }
 
