@@ -26,7 +26,7 @@ static StoreNode nodes[] = {{&shape, "Ba"},       {&shape, "Bb"},       {&disc, 
                             {&shape, "Bf Og Og"}, {&shape, "Bg Of O0"}, {&local, ""},  {nullptr, ""}};
 
 // Takes steps such as "Oa", the operation and the node or the node's class; '0' is NULL. "Ba" stores the byte, "Xa"
-// takes the class out of the store map.
+// takes the class out of the store map, "Za" forgets the node's index there.
 static void Take(VELM_CArchive& ar, const char* steps)
 {
     for (; *steps != '\0'; steps += steps[2] == '\0' ? 2 : 3) {
@@ -39,6 +39,7 @@ static void Take(VELM_CArchive& ar, const char* steps)
         : *steps == 'S' ? ar.SerializeClass(pClass)
         : *steps == 'K' ? ar.CheckCount()
         : *steps == 'X' ? void(ar.m_pStoreMap->RemoveKey(pClass))
+        : *steps == 'Z' ? void((*ar.m_pStoreMap)[const_cast<StoreNode*>(pNode)] = nullptr)
         : *steps == 'R' ? void(ar.ReadObject(pClass))
                         : void(VELM_CRuntimeClass::Load(ar, nullptr));
     }
@@ -54,6 +55,7 @@ TEST(Store, StoresEachObjectOnceAndStopsHarmlessly)
                  {store, 0, "O0 Oe Ca Sc Oc", "", "00000000" SHAPE "65 02000000 01800000" DISC "03800000 63"},
                  {store, 0, "Ca Xa Oa Cc Ob", "", SHAPE SHAPE "61 " DISC "02800000 62"},
                  {store, 0, "Oa Oc Xa Ob Od", "", SHAPE "61 " DISC "63 " SHAPE "62 03800000 64"},
+                 {store, 0, "Oa Za Oa Oa", "", SHAPE "61 01800000 61 03000000"},
                  {store, 0, "Ma Oa Ma Oa", "", "01000000 02000000"},
                  {store, 0x7FFE, "Ma Mb Oa Ob", "", "FE7F0000 FF7F0000 FF7F0000"},
                  {store, 0x7FFE, "Ca Cc Ca Cc", "", SHAPE DISC "FEFF0000 FF7F0000 FF7F0080"},
