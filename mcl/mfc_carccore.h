@@ -124,8 +124,12 @@ public:
     unsigned char* m_lpBufStart; ///< The buffer.
     unsigned m_nIndexCount;      ///< The next index of an object or class, once there is a map or array; else 0.
     union {
-        VELM_CMapPtrToPtr* m_pStoreMap; ///< Storing: from object or class to index. NULL until needed.
-        VELM_CPtrArray* m_pLoadArray;   ///< Loading: from index to object or class. NULL until needed.
+        /// Storing: from object or class to index. NULL until needed. A program may read it at any time, also two
+        /// threads of it at once. After a program has called a member that is not const, or `GetAssocAt`, the archive
+        /// asks the map itself for each object, which takes longer. An index that is changed in a node in place counts
+        /// only from there on: call the map's `WalkChains` after such a change.
+        VELM_CMapPtrToPtr* m_pStoreMap;
+        VELM_CPtrArray* m_pLoadArray; ///< Loading: from index to object or class. NULL until needed.
     };
     VELM_CObject* m_pLoader; ///< Owned; what loads objects and classes, or NULL.
     int m_nMapGrowth;        ///< Block size of the map, or growth step of the array.

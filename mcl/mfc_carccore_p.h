@@ -115,7 +115,7 @@ public:
     void WriteNew(const VELM_CObject* pOb, VELM_CPtrAssoc* pAssoc, uint32_t* pIndex, unsigned nMoves,
                   const void* pFrame);
     void WriteOfClass(const VELM_CObject* pOb, const VELM_CRuntimeClass* pClassRef, VELM_CPtrAssoc* pAssoc,
-                      unsigned nMoves, const void* pFrame);
+                      const void* pFrame);
     // Calls the object's Serialize, one level deeper.
     __attribute__((always_inline)) void Serialize(VELM_CObject& ob, const void* pFrame, const VELM_CUnderWay& object,
                                                   bool bHasRoom = false)

@@ -242,16 +242,16 @@ void VELM_CArchiveInside::WriteNew(const VELM_CObject* pOb, VELM_CPtrAssoc* pAss
             return;
         }
     }
-    WriteOfClass(pOb, pClassRef, pAssoc, nMoves, pFrame);
+    WriteOfClass(pOb, pClassRef, pAssoc, pFrame);
 }
 
 void VELM_CArchiveInside::WriteOfClass(const VELM_CObject* pOb, const VELM_CRuntimeClass* pClassRef,
-                                       VELM_CPtrAssoc* pAssoc, unsigned nMoves, const void* pFrame)
+                                       VELM_CPtrAssoc* pAssoc, const void* pFrame)
 {
     if (!RequireDepth(Offset(), pFrame) || !m_ar.StoreClass(pClassRef, pOb) || !RequireIndex())
         return;
     const unsigned nIndex = TakeIndex();
-    stored.Give(*pAssoc, nullptr, nMoves, nIndex);
+    stored.Give(*pAssoc, nullptr, 0, nIndex);
     Serialize(*const_cast<VELM_CObject*>(pOb), pFrame, {pClassRef, nIndex, pClassRef->m_nSchema, Mark()});
     End();
 }

@@ -75,7 +75,7 @@ public:
         const VELM_CTable::Line& line = m_table.HomeOf(inTable.nTag);
         const unsigned nMask = VELM_CTable::Matching(line, inTable.nTag);
         const unsigned i = nMask == 0 ? 0 : static_cast<unsigned>(__builtin_ctz(nMask));
-        if (nMask == 0 || line.nHigh[i] != inTable.nHigh || !HasRoomFor(pClass))
+        if (nMask == 0 || line.nHigh[i] != inTable.nHigh || line.nLow[i] == 0 || !HasRoomFor(pClass))
             return 0;
         m_pLastClass = pClass;
         m_pszLastClass = pClass->m_pszName;

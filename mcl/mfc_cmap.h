@@ -251,7 +251,10 @@ private:
 /// A program may read the chains at any time, and change `value` and `nValue` of a node. After any other change to what
 /// the chains consist of (the fields of the map, or `pNext`, `nHashValue` or `key` of a node), it tells the map so by
 /// `WalkChains` before the next operation; `NewAssoc` and `FreeAssoc` tell it as well. An operation on a map that was
-/// not told may miss a node that is on a chain, or find one that no longer is.
+/// not told may miss a node that is on a chain, or find or remove one that no longer is.
+///
+/// Finding, adding and removing an entry takes the same time in a map of any size if `VELM_CKeyIndex` has a hash value
+/// for its keys. Two threads may read one map at the same time.
 template <class ASSOC, class ARG_KEY> class VELM_API VELM_CMapTable : public VELM_CObject {
 public:
     typedef ASSOC VELM_CAssoc; ///< The node.
@@ -302,8 +305,7 @@ public:
     /// The node of the key, or NULL; `nHash` receives its bucket in any case.
     VELM_CAssoc* GetAssocAt(ARG_KEY key, unsigned& nHash) const;
     /// Tells the map that a program has changed its chains, or is about to: from here on until the map is empty, every
-    /// operation walks the chains, so that finding an entry takes as long as its chain is. Where nothing was changed by
-    /// hand, finding takes the same time in a map of any size.
+    /// operation walks the chains, so that finding an entry takes as long as its chain is.
     void WalkChains() { SetIndex(VELM_CMapIndex::Never()); }
     /// Takes a node off the free list, which a new block refills, and counts it. Its `pNext` and `nHashValue` are for
     /// the caller to set, who then puts it on a chain; see `WalkChains`. Asserts "m_pFreeList != NULL" and "m_nCount >
