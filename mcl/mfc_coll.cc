@@ -130,7 +130,9 @@ void VELM_CPtrArray::SetAtGrow(int nIndex, void* newElement)
 {
     if (!VELM_ASSERT(nIndex >= 0))
         return;
-    if (nIndex >= m_size)
+    if (nIndex == m_size && nIndex < m_max_size)
+        ++m_size;
+    else if (nIndex >= m_size)
         SetSize(SizePlus(nIndex, 1));
     m_data[nIndex] = newElement;
 }
