@@ -86,8 +86,6 @@ VELM_CMapIndex* VELM_CMapIndex::Make(const Chains& of, TagProc pfnTag, bool bGap
             const uint32_t nTag = pfnTag(pIndex->m_hasher, p);
             VELM_CTable::Place at = pIndex->nodes.HomeOf(nTag).FreePlace();
             pIndex->nodes.Add(at, nTag, VELM_CMapTables::ValueOf(p));
-            if (bGaps)
-                VELM_CMapTables::FillGaps(p, ppLink);
             ppLink = &p->pNext;
         }
     }
@@ -134,7 +132,7 @@ bool VELM_CMapIndex::Unlink(const VELM_CMapPlace& place, VELM_CMapNode* pNode)
 // A node has become the head of its chain.
 inline void VELM_CMapTables::Link(VELM_CMapNode* pNode)
 {
-    if (m_bGaps) {
+    if (m_bFilled) {
         FillGaps(pNode, &m_of.pHeads[pNode->nHashValue]);
         FillGaps(pNode->pNext, &pNode->pNext);
     } else if (m_before.Is() && pNode->pNext != nullptr) {
@@ -144,54 +142,56 @@ inline void VELM_CMapTables::Link(VELM_CMapNode* pNode)
 
 inline bool VELM_CMapTables::Unlink(VELM_CMapNode* pNode)
 {
-    VELM_CMapNode** ppLink = m_bGaps ? InGaps(pNode) : &m_of.pHeads[pNode->nHashValue];
-    VELM_CMapNode* pBefore = nullptr;
-    if (!m_bGaps && *ppLink != pNode) {
-        pBefore = Before(pNode);
-        if (pBefore == nullptr)
-            return false;
-        ppLink = &pBefore->pNext;
-    }
-    if (*ppLink != pNode)
+    VELM_CMapNode** const ppHead = &m_of.pHeads[pNode->nHashValue];
+    VELM_CMapNode** const ppLink = m_bFilled ? InGaps(pNode) : *ppHead == pNode ? ppHead : LinkOf(pNode);
+    if (ppLink == nullptr || *ppLink != pNode)
         return false;
-    *ppLink = pNode->pNext;
-    if (m_bGaps) {
-        FillGaps(pNode->pNext, ppLink);
+    VELM_CMapNode* const pNext = pNode->pNext;
+    *ppLink = pNext;
+    if (m_bFilled) {
+        FillGaps(pNext, ppLink);
     } else if (m_before.Is()) {
-        if (pNode->pNext != nullptr)
-            SetBefore(pNode->pNext, pBefore);
+        if (pNext != nullptr)
+            SetBefore(pNext, ppLink == ppHead ? nullptr : reinterpret_cast<VELM_CMapNode*>(ppLink)); // its first field
         SetBefore(pNode, nullptr);
     }
     return true;
+}
+
+// The link that points at a node that is not the head of its chain; NULL if it is not on the chain.
+VELM_CMapNode** VELM_CMapTables::LinkOf(VELM_CMapNode* pNode)
+{
+    VELM_CMapNode* p = m_of.pHeads[pNode->nHashValue];
+    for (int n = 0; !m_before.Is() && !m_bFilled; p = p->pNext) { // without memory for the table, to the end
+        if (p == nullptr || p->pNext == pNode)
+            return p == nullptr ? nullptr : &p->pNext;
+        if (++n == nNear)
+            NoteLinks();
+    }
+    VELM_CTable::Place at;
+    return m_bFilled ? InGaps(pNode) : FindBefore(pNode, at) ? &NodeAt(at)->pNext : nullptr;
+}
+
+// Notes what is before each node, in the gaps or in the table.
+void VELM_CMapTables::NoteLinks()
+{
+    if (!m_bGaps)
+        m_before.Start(static_cast<size_t>(m_of.nCount));
+    for (unsigned i = 0; i < m_of.nBuckets; ++i) {
+        for (VELM_CMapNode** ppLink = &m_of.pHeads[i]; *ppLink != nullptr; ppLink = &(*ppLink)->pNext) {
+            if (m_bGaps)
+                FillGaps(*ppLink, ppLink);
+            else if (m_before.Is() && ppLink != &m_of.pHeads[i])
+                SetBefore(*ppLink, reinterpret_cast<VELM_CMapNode*>(ppLink));
+        }
+    }
+    m_bFilled = m_bGaps;
 }
 
 bool VELM_CMapTables::FindBefore(const VELM_CMapNode* pNode, VELM_CTable::Place& rAt) const
 {
     return m_before.Find(VELM_CTable::TagOf(pNode), rAt,
                          [=](const VELM_CTable::Place& at) { return NodeAt(at)->pNext == pNode; });
-}
-
-// What is before a node that is not the head of its chain; NULL if it is not on the chain.
-VELM_CMapNode* VELM_CMapTables::Before(const VELM_CMapNode* pNode)
-{
-    VELM_CMapNode* p = m_of.pHeads[pNode->nHashValue];
-    for (int n = 0; !m_before.Is(); p = p->pNext) { // without memory for the table, to the end
-        if (p == nullptr || p->pNext == pNode)
-            return p;
-        if (++n == nNear)
-            MakeBefore();
-    }
-    VELM_CTable::Place at;
-    return FindBefore(pNode, at) ? NodeAt(at) : nullptr;
-}
-
-void VELM_CMapTables::MakeBefore()
-{
-    m_before.Start(static_cast<size_t>(m_of.nCount));
-    for (unsigned i = 0; i < m_of.nBuckets; ++i) {
-        for (VELM_CMapNode* p = m_of.pHeads[i]; m_before.Is() && p != nullptr && p->pNext != nullptr; p = p->pNext)
-            SetBefore(p->pNext, p);
-    }
 }
 
 // Notes which node is before another from now on; NULL for none. Without memory for that, the table goes.

@@ -57,7 +57,8 @@ private:
     static const size_t nSecondGap = offsetof(VELM_CPtrAssoc, nValue) + sizeof(unsigned);
 
     const bool m_bGaps;
-    VELM_CTable m_before; // the node before one, by the address of that one
+    bool m_bFilled = false; // the gaps
+    VELM_CTable m_before;   // the node before one, by the address of that one
 
     static VELM_CMapNode** InGaps(const VELM_CMapNode* pNode)
     {
@@ -67,10 +68,10 @@ private:
         std::memcpy(&nHigh, p + nSecondGap, sizeof nHigh);
         return reinterpret_cast<VELM_CMapNode**>(static_cast<uintptr_t>(uint64_t{nHigh} << 32 | nLow));
     }
-    VELM_CMapNode* Before(const VELM_CMapNode* pNode);
+    VELM_CMapNode** LinkOf(VELM_CMapNode* pNode);
+    void NoteLinks();
     void SetBefore(const VELM_CMapNode* pNode, const VELM_CMapNode* pBefore);
     bool FindBefore(const VELM_CMapNode* pNode, VELM_CTable::Place& rAt) const;
-    void MakeBefore();
 };
 
 #endif

@@ -7,6 +7,7 @@
 #include <random>
 #include <thread>
 
+#include "mcl/mfc_std.h"
 #include "tests/support/watch.h"
 
 namespace {
@@ -157,16 +158,18 @@ TEST(Index, MapsOfAProgramsTypesAreFast)
 
 TEST(Index, TwoThreadsMayLookAtTheSameTime)
 {
-    VELM_CMap<int, int, int, int> map;
+    static uint32_t words[1000];
+    VELM_CMapPtrToPtr map;
     map.InitHashTable(1009); // short chains: there is no index before somebody looks
-    for (int i = 0; i < 1000; ++i)
-        map[i * 16] = i;
+    for (uint32_t& rWord : words)
+        rWord = static_cast<uint32_t>(&rWord - words) * 16, map[&rWord] = &rWord;
     std::atomic<int> nFound(0);
     std::thread threads[2];
     for (std::thread& thread : threads)
         thread = std::thread([&] {
-            for (int i = 0, nValue; i < 1000; ++i)
-                nFound += map.Lookup(i * 16, nValue) == 1 && nValue == i && (*std::as_const(map).begin()).value == 0;
+            void* pValue;
+            for (uint32_t& rWord : words)
+                nFound += map.Lookup(&rWord, pValue) == 1 && (*std::as_const(map).begin()).value == words;
         });
     for (std::thread& thread : threads)
         thread.join();
