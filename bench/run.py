@@ -36,7 +36,7 @@ INSTRUCTIONS = "instructions"  # of callgrind, for each object of the graph
 EQUAL_HEAPS = {"GLIBC_TUNABLES": f"glibc.malloc.trim_threshold={1 << 40}:glibc.malloc.mmap_threshold={1 << 40}"}
 BOTH_HEAPS = ["graph/load", "classes/load"]
 
-LARGE = 1000000  # elements; beyond, there are two processes of one repetition, and few candidates of those that store
+LARGE = 1000000  # elements; beyond, there are two processes of one repetition, and few candidates for the graph
 FEW = ["by hand", "cereal", "ours"]
 DIES, SLOW, WRONG = "dies", "too slow", "wrong"  # instead of a figure
 BEGIN, END = "<!-- results -->\n", "<!-- end of results -->\n"
@@ -46,7 +46,7 @@ class Runner:
     def __init__(self, program, quick, directory):
         self.program, self.quick, self.directory = program, quick, directory
         self.cap = 1.0 if quick else 20.0  # seconds that one repetition may take
-        self.rounds = 3 if quick else 5  # processes of each candidate
+        self.rounds = 3  # processes of each candidate
         self.repetitions = 3 if quick else 5  # in each process
         self.min_time = "0.005" if quick else "0.02"  # of each repetition
         self.wrong = {}
@@ -82,7 +82,7 @@ class Runner:
         """Seconds of the shortest repetition by case, or why there is none: whatever disturbs a repetition makes it
         longer. Takes the cases in turn; one that has ended is left out from there on."""
         shortest = {}
-        for _ in range(self.rounds if size < LARGE else 3 if size == LARGE else 2):
+        for _ in range(self.rounds if size <= LARGE else 2):
             for case in cases:
                 report = ended.get(case) or self.run(case, size, environment)
                 if isinstance(report, str):
@@ -127,6 +127,8 @@ class Runner:
                     ended = {}
                     label = operation.split("/")[1] + ("" if heap else " (default heap)")
                     for size in WORKLOADS[name][2 if self.quick else 1]:
+                        if not heap and size > LARGE:
+                            continue
                         print(f"{name}: {label}, {size:,}", file=sys.stderr, flush=True)
                         few = {case: c for case, c in here.items() if name != "graph" or size <= LARGE or c in FEW}
                         row = self.measure(few, size, heap, ended)
