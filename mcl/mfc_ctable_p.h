@@ -3,23 +3,23 @@
 // The table knows 32 bits of a key, its tag, and keeps 8 bytes beside each tag. What the tag is made of, what the 8
 // bytes are, and whether an entry is the one that is looked for, is its user's matter. Two keys may have the same tag.
 //
-// It is an open-addressed table of lines. A line is one cache line, and holds five entries:
+// It is an open-addressed table of lines. A line is one cache line, and holds up to five entries:
 //
-//     | 5 tags | 5 low words | 5 high words | how many | passed |        64 bytes
+//     | 5 tags | 5 low words | 5 high words | which are used | passed |        64 bytes
 //
-// - Home. The upper 20 bits of a tag are scattered by a multiplication, and select where a run of 64 lines begins; the
-//   next 6 bits select one line of the run. A tag that is an address so keeps neighbours together: 4 KiB of addresses
-//   share 64 neighbouring lines, and objects that lie side by side in memory cost few cache misses. Tags that are
-//   random numbers are spread evenly.
-// - Probe order. First the home; then the line beside it, which the processor fetches along with it; then lines that
-// are
-//   scattered by the tag; in the end one line after the other. A line that is full when an entry has to go further is
-//   marked as passed. A search ends at the first line that is not: most look at one line.
-// - Removing leaves the mark, so that what went further is still found. The marks go when the table is made anew.
-// - Growth. No more entries are put into a table than four for each line, those that have been removed since included.
-//   Then it is made anew, in the same size if half of them are gone. A fifth of the lines is never full, and so never
-//   passed: every search ends. Homes keep their order in a larger table, so that both are walked from front to back.
-// - Memory. Without memory for a larger table nothing changes, and the user does without.
+// - Home: the line where the search for a tag begins. The upper 20 bits of the tag are scattered by a multiplication, and
+//   select where a run of 64 lines begins. The next 6 bits select one line of the run. A tag that is an address so keeps
+//   neighbours together: 4 KiB of addresses share 64 lines that lie side by side, and objects that are neighbours in
+//   memory cost few cache misses. Tags that are random numbers are spread evenly.
+// - Probe order: the home; then the line beside it, which the processor fetches along with it; then 30 lines that are
+//   scattered by the tag; then one line after the other. A line that is full when an entry has to go further is marked
+//   as passed. A search ends at the first line without the mark. Most searches look at one line.
+// - Removing: the mark stays, so that what went further is still found. Marks go when the table is made anew.
+// - Growth: no more entries are put into a table than four for each line; those that have been removed since count as
+//   well. Then the table is made anew, in the same size if half of the entries are gone. So a fifth of the lines is never
+//   full, thus never marked, and every search ends. Homes keep their order in a larger table: both tables are walked
+//   from front to back.
+// - Memory: without memory for a larger table nothing changes, and the user goes on without the table.
 #ifndef TAVNOMCL_MFC_CTABLE_P_H
 #define TAVNOMCL_MFC_CTABLE_P_H
 
@@ -34,7 +34,7 @@
 
 class VELM_LOCAL VELM_CTable {
 public:
-    static const unsigned nPerLine = 5, nFull = 31;
+    static const unsigned nPerLine = 5, nFull = 31; // all bits of nUsed
     struct Line;
     // An entry, or a free place for one. Good until the next entry is added or removed.
     struct Place {
