@@ -180,12 +180,12 @@ bool VELM_CArchiveLoader::HasMade(const VELM_CObject* pOb)
         AfxMemoryExhausted();
     uint32_t nUnmade = m_nSlots; // the first whose constructor has not ended, if any: it is looked at again
     VELM_CTable::Place at;
-    for (; m_nLookedAt < m_nSlots; ++m_nLookedAt) {
-        const VELM_CObject* const pMade = ObjectAt(m_nLookedAt);
-        if (pMade != nullptr && !FindMade(pMade, at) && !m_made.Add(at, VELM_CTable::TagOf(pMade), m_nLookedAt))
+    for (uint32_t i = m_nLookedAt; i < m_nSlots; ++i) {
+        const VELM_CObject* const pMade = ObjectAt(i);
+        if (pMade != nullptr && !FindMade(pMade, at) && !m_made.Add(at, VELM_CTable::TagOf(pMade), i))
             AfxMemoryExhausted();
-        if (pMade == nullptr && m_slots[m_nLookedAt] % 2 == 1 && nUnmade == m_nSlots)
-            nUnmade = m_nLookedAt;
+        if (pMade == nullptr && m_slots[i] % 2 == 1 && nUnmade == m_nSlots)
+            nUnmade = i;
     }
     m_nLookedAt = nUnmade;
     return FindMade(pOb, at);

@@ -15,6 +15,7 @@ void VELM_CStoredIndexes::End()
 {
     m_table.Clear();
     m_pMap = this;
+    m_pLastClass = nullptr;
 }
 
 static uint32_t IndexIn(const VELM_CPtrAssoc& assoc)

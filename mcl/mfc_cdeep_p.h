@@ -82,7 +82,8 @@ public:
         }
         return PrepareSlowly(pFrame, nMost);
     }
-    // Whether Prepare has nothing to do: a call can simply be made from the frame.
+    // Whether Prepare has nothing to do: a call can simply be made from the frame. The outermost call may be in the
+    // stretch of an earlier one, which holds no more of the same stack than that one was found to have.
     bool IsPrepared(const void* pFrame, unsigned nMost) const
     {
         return m_nLevels < m_nMaxLevels && m_nLevels < nMost && HasRoom(pFrame);

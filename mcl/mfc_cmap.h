@@ -63,7 +63,8 @@ private:
 ///         static unsigned Hash(const VELM_CKeyHasher& hasher, Point key) { return hasher(&key, sizeof key); }
 ///     };
 ///
-/// A specialisation without `Hash` has the map walk its chains, for a type whose `CompareElements` the program changes.
+/// (Equal points have equal bytes, since a point has no padding.) A specialisation without `Hash` has the map walk its
+/// chains, for a type whose `CompareElements` the program changes.
 template <class KEY, class = void> struct VELM_CKeyIndex {
 };
 /// \cond
@@ -130,6 +131,9 @@ struct __attribute__((may_alias)) VELM_CMapNode {
     unsigned nHashValue;
 };
 
+// A link of a chain, whatever the map's nodes are.
+typedef VELM_CMapNode* __attribute__((may_alias)) VELM_CMapLink;
+
 // A place in an index, for an entry that is there or may be put there.
 struct VELM_CMapPlace {
     void* pLine;
@@ -147,7 +151,7 @@ public:
     // The fields of a map. Where they are other ones than when the index was used last, somebody else has changed the
     // map, and the index is no longer right.
     struct Chains {
-        VELM_CMapNode** pHeads;
+        VELM_CMapLink* pHeads;
         unsigned nBuckets;
         int nCount;
     };
@@ -174,6 +178,8 @@ public:
     bool Add(const VELM_CMapPlace& place, unsigned nTag, VELM_CMapNode* pNode);
     // Takes the node at the place off its chain. False, and nothing is changed, when it is not there.
     bool Unlink(const VELM_CMapPlace& place, VELM_CMapNode* pNode);
+    // The map counts the unlinked node no longer.
+    void CountRemoved() { --m_of.nCount; }
 
     const VELM_CKeyHasher m_hasher;
 
@@ -248,7 +254,8 @@ private:
 /// An operation whose check fails changes nothing and delivers NULL or 0. Exhausted memory, and whatever else raises
 /// while an entry is made, leaves the map as it was.
 ///
-/// A program may read the chains at any time, and change `value` and `nValue` of a node. After any other change to what
+/// A program may read the chains at any time, and change the fields `value` and `nValue` of a node, but not assign a
+/// whole node. After any other change to what
 /// the chains consist of (the fields of the map, or `pNext`, `nHashValue` or `key` of a node), it tells the map so by
 /// `WalkChains` before the next operation; `NewAssoc` and `FreeAssoc` tell it as well. An operation on a map that was
 /// not told may miss a node that is on a chain, or find or remove one that no longer is.
@@ -377,7 +384,7 @@ private:
 
     VELM_CMapIndex::Chains GetChains() const
     {
-        return {reinterpret_cast<VELM_CMapNode**>(m_pHashTable), m_nHashTableSize, m_nCount};
+        return {reinterpret_cast<VELM_CMapLink*>(m_pHashTable), m_nHashTableSize, m_nCount};
     }
     static unsigned TagOf(const VELM_CKeyHasher& hasher, const VELM_CMapNode* pNode)
     {
@@ -529,7 +536,6 @@ __attribute__((noinline)) ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Walk(ARG_KEY ke
 template <class ASSOC, class ARG_KEY>
 __attribute__((always_inline)) inline ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::LookToChange(ARG_KEY key, Search& rSearch)
 {
-    HandOut();
     if (VELM_CMapIndex::Is(m_pIndex.load(std::memory_order_relaxed)) && Index() == NULL)
         SetIndex(NULL);
     return Look(key, rSearch, 0);
@@ -548,6 +554,7 @@ ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::GetAssocAt(ARG_KEY key, unsigned& nHash) 
 template <class ASSOC, class ARG_KEY>
 __attribute__((flatten)) ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::FindOrAdd(ARG_KEY key)
 {
+    HandOut();
     Search search;
     VELM_CAssoc* pAssoc = LookToChange(key, search);
     return pAssoc != NULL ? pAssoc : Add(search, key);
@@ -579,6 +586,7 @@ template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Add
 template <class ASSOC, class ARG_KEY>
 __attribute__((flatten)) int VELM_CMapTable<ASSOC, ARG_KEY>::RemoveKey(ARG_KEY key)
 {
+    HandOut();
     if (m_pHashTable == NULL)
         return 0;
     Search search;
@@ -645,6 +653,8 @@ template <class ASSOC, class ARG_KEY> void VELM_CMapTable<ASSOC, ARG_KEY>::PutBa
     pAssoc->pNext = m_pFreeList;
     m_pFreeList = pAssoc;
     --m_nCount;
+    if (VELM_CMapIndex::Is(m_pIndex.load(std::memory_order_relaxed)))
+        m_pIndex.load(std::memory_order_relaxed)->CountRemoved();
     VELM_ASSERT(m_nCount >= 0);
     if (m_nCount == 0)
         Empty();

@@ -81,7 +81,7 @@ VELM_CMapIndex* VELM_CMapIndex::Make(const Chains& of, TagProc pfnTag, bool bGap
     }
     int nNodes = 0;
     for (unsigned i = 0; i < of.nBuckets; ++i) {
-        for (VELM_CMapNode** ppLink = &of.pHeads[i]; *ppLink != nullptr && nNodes <= of.nCount; ++nNodes) {
+        for (VELM_CMapLink* ppLink = &of.pHeads[i]; *ppLink != nullptr && nNodes <= of.nCount; ++nNodes) {
             VELM_CMapNode* const p = *ppLink;
             const uint32_t nTag = pfnTag(pIndex->m_hasher, p);
             VELM_CTable::Place at = pIndex->nodes.HomeOf(nTag).FreePlace();
@@ -89,7 +89,7 @@ VELM_CMapIndex* VELM_CMapIndex::Make(const Chains& of, TagProc pfnTag, bool bGap
             ppLink = &p->pNext;
         }
     }
-    if (nNodes == of.nCount)
+    if (nNodes <= of.nCount) // one may be on its way to the free list
         return pIndex;
     delete pIndex;
     return Never();
@@ -125,7 +125,6 @@ bool VELM_CMapIndex::Unlink(const VELM_CMapPlace& place, VELM_CMapNode* pNode)
     if (!tables.Unlink(pNode))
         return false;
     tables.nodes.Remove(VELM_CMapTables::PlaceOf(place));
-    --m_of.nCount;
     return true;
 }
 
@@ -142,24 +141,24 @@ inline void VELM_CMapTables::Link(VELM_CMapNode* pNode)
 
 inline bool VELM_CMapTables::Unlink(VELM_CMapNode* pNode)
 {
-    VELM_CMapNode** const ppHead = &m_of.pHeads[pNode->nHashValue];
-    VELM_CMapNode** const ppLink = m_bFilled ? InGaps(pNode) : *ppHead == pNode ? ppHead : LinkOf(pNode);
+    VELM_CMapLink* const ppHead = &m_of.pHeads[pNode->nHashValue];
+    VELM_CMapLink* const ppLink = m_bFilled ? InGaps(pNode) : *ppHead == pNode ? ppHead : LinkOf(pNode);
     if (ppLink == nullptr || *ppLink != pNode)
         return false;
     VELM_CMapNode* const pNext = pNode->pNext;
-    *ppLink = pNext;
     if (m_bFilled) {
         FillGaps(pNext, ppLink);
-    } else if (m_before.Is()) {
+    } else if (m_before.Is()) { // what the table has is found as long as the node is on its chain
+        SetBefore(pNode, nullptr);
         if (pNext != nullptr)
             SetBefore(pNext, ppLink == ppHead ? nullptr : reinterpret_cast<VELM_CMapNode*>(ppLink)); // its first field
-        SetBefore(pNode, nullptr);
     }
+    *ppLink = pNext;
     return true;
 }
 
 // The link that points at a node that is not the head of its chain; NULL if it is not on the chain.
-VELM_CMapNode** VELM_CMapTables::LinkOf(VELM_CMapNode* pNode)
+VELM_CMapLink* VELM_CMapTables::LinkOf(VELM_CMapNode* pNode)
 {
     VELM_CMapNode* p = m_of.pHeads[pNode->nHashValue];
     for (int n = 0; !m_before.Is() && !m_bFilled; p = p->pNext) { // without memory for the table, to the end
@@ -175,10 +174,10 @@ VELM_CMapNode** VELM_CMapTables::LinkOf(VELM_CMapNode* pNode)
 // Notes what is before each node, in the gaps or in the table.
 void VELM_CMapTables::NoteLinks()
 {
-    if (!m_bGaps)
-        m_before.Start(static_cast<size_t>(m_of.nCount));
+    if (!m_bGaps && !m_before.Start(static_cast<size_t>(m_of.nCount)))
+        return;
     for (unsigned i = 0; i < m_of.nBuckets; ++i) {
-        for (VELM_CMapNode** ppLink = &m_of.pHeads[i]; *ppLink != nullptr; ppLink = &(*ppLink)->pNext) {
+        for (VELM_CMapLink* ppLink = &m_of.pHeads[i]; *ppLink != nullptr; ppLink = &(*ppLink)->pNext) {
             if (m_bGaps)
                 FillGaps(*ppLink, ppLink);
             else if (m_before.Is() && ppLink != &m_of.pHeads[i])

@@ -40,7 +40,7 @@ public:
     bool Unlink(VELM_CMapNode* pNode);
     // Notes the link that points at a node, if there is one. Without a branch, since nobody can predict whether there
     // is.
-    static void FillGaps(VELM_CMapNode* pNode, VELM_CMapNode** ppLink)
+    static void FillGaps(VELM_CMapNode* pNode, VELM_CMapLink* ppLink)
     {
         VELM_CPtrAssoc none;
         char* const p = __builtin_expect_with_probability(pNode != nullptr, 1, 0.5) ? reinterpret_cast<char*>(pNode)
@@ -60,15 +60,15 @@ private:
     bool m_bFilled = false; // the gaps
     VELM_CTable m_before;   // the node before one, by the address of that one
 
-    static VELM_CMapNode** InGaps(const VELM_CMapNode* pNode)
+    static VELM_CMapLink* InGaps(const VELM_CMapNode* pNode)
     {
         const char* const p = reinterpret_cast<const char*>(pNode);
         uint32_t nLow, nHigh;
         std::memcpy(&nLow, p + nFirstGap, sizeof nLow);
         std::memcpy(&nHigh, p + nSecondGap, sizeof nHigh);
-        return reinterpret_cast<VELM_CMapNode**>(static_cast<uintptr_t>(uint64_t{nHigh} << 32 | nLow));
+        return reinterpret_cast<VELM_CMapLink*>(static_cast<uintptr_t>(uint64_t{nHigh} << 32 | nLow));
     }
-    VELM_CMapNode** LinkOf(VELM_CMapNode* pNode);
+    VELM_CMapLink* LinkOf(VELM_CMapNode* pNode);
     void NoteLinks();
     void SetBefore(const VELM_CMapNode* pNode, const VELM_CMapNode* pBefore);
     bool FindBefore(const VELM_CMapNode* pNode, VELM_CTable::Place& rAt) const;

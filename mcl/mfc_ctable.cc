@@ -87,7 +87,7 @@ void VELM_CTable::Clear()
 {
     FreeLines(m_pLines, m_nLines);
     m_pLines = nullptr;
-    m_nMost = 0;
+    m_nLines = m_nMost = m_nPut = m_nEntries = 0;
     ++m_nMoves;
 }
 

@@ -135,6 +135,8 @@ template <class MAP, class MAKE> static void FillAndEmpty(const char* name, MAKE
         map[make(i)] = i;
     for (int i = 0; i < 2 * nKeys; ++i)
         nWrong += map.Lookup(make(i), nValue) != (i < nKeys) || (i < nKeys && nValue != i);
+    for (int i = 0; i < nKeys; ++i) // one goes and another one comes, in its node
+        nWrong += map.RemoveKey(make(i * 7919 % nKeys)) != 1, map[make(i * 7919 % nKeys)] = i;
     for (int i = 0; i < nKeys; ++i)
         nWrong += map.RemoveKey(make(i * 7919 % nKeys)) != 1 || map.GetCount() != nKeys - 1 - i;
     EXPECT_EQ(nWrong, 0u) << name;
