@@ -7,14 +7,18 @@ unsigned VELM_CPtrAssoc::Tag(const VELM_CKeyHasher&, void* key, unsigned)
     return VELM_CTable::TagOf(key);
 }
 
-template <> VELM_CPtrAssoc* VELM_CMapTable<VELM_CPtrAssoc, void*>::FindIn(Search& rSearch, void* key) const
+static inline VELM_CPtrAssoc* FindNode(const VELM_CMapIndex& index, unsigned nBucket, void* key, VELM_CMapPlace& rPlace)
 {
     const auto isIt = [=](const VELM_CMapNode* pNode) {
         const VELM_CPtrAssoc* const pAssoc = reinterpret_cast<const VELM_CPtrAssoc*>(pNode);
-        return pAssoc->key == key && pAssoc->nHashValue == rSearch.nBucket;
+        return pAssoc->key == key && pAssoc->nHashValue == nBucket;
     };
-    return reinterpret_cast<VELM_CPtrAssoc*>(
-        VELM_CMapTables::Of(*rSearch.pIndex).Find(rSearch.nTag, rSearch.place, isIt));
+    return reinterpret_cast<VELM_CPtrAssoc*>(VELM_CMapTables::Of(index).Find(VELM_CTable::TagOf(key), rPlace, isIt));
+}
+
+template <> VELM_CPtrAssoc* VELM_CMapTable<VELM_CPtrAssoc, void*>::FindIn(Search& rSearch, void* key) const
+{
+    return FindNode(*rSearch.pIndex, rSearch.nBucket, key, rSearch.place);
 }
 
 template class VELM_CMapTable<VELM_CPtrAssoc, void*>;
@@ -64,6 +68,10 @@ void VELM_CMapPtrToPtr::GetNextAssoc(__POSITION*& rNextPosition, void*& rKey, vo
 
 __attribute__((flatten)) VELM_CPtrAssoc* VELM_CMapPtrToPtr::Find(void* key) const
 {
+    if (const VELM_CMapIndex* const pIndex = Index()) {
+        VELM_CMapPlace place;
+        return FindNode(*pIndex, Bucket(key), key, place);
+    }
     Search search = {};
     return Look(key, search);
 }
