@@ -498,6 +498,7 @@ template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Fin
         rSearch.pIndex->Find(rSearch.nTag, rSearch.nBucket, pfnMatches, std::addressof(key), rSearch.place));
 }
 
+/// \cond
 // The node of a key; NULL when there is none. Who only reads makes an index in any larger map, who changes the entries
 // only where a chain is long: adding to short chains is quicker without.
 template <class ASSOC, class ARG_KEY>
@@ -511,6 +512,7 @@ __attribute__((always_inline)) inline ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Loo
     rSearch.nTag = VELM_CAssoc::Tag(rSearch.pIndex->m_hasher, key, rSearch.nBucket);
     return FindIn(rSearch, key);
 }
+/// \endcond
 
 template <class ASSOC, class ARG_KEY>
 __attribute__((noinline)) ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Walk(ARG_KEY key, Search& rSearch, int nWalked) const
