@@ -10,12 +10,16 @@ const std::size_t nFewestLines = 128;
 const std::size_t nMostLines = sizeof(std::size_t) == 8 ? INT_MAX / 4 : SIZE_MAX / 4 / sizeof(VELM_CTable::Line);
 const std::size_t nHugePage = std::size_t{1} << 21;
 
-// The next larger size: four times as much, then twice, and at last, where it takes much memory, a half or a third
-// more.
+// The next larger size: four times as much, then twice; where it takes much memory a half or a third more, and at last
+// a quarter.
 static std::size_t NextSize(std::size_t nLines)
 {
     const bool bPowerOfTwo = (nLines & (nLines - 1)) == 0;
-    return nLines < 2048 ? 4 * nLines : nLines < 262144 ? 2 * nLines : bPowerOfTwo ? nLines / 2 * 3 : nLines / 3 * 4;
+    return nLines < 2048           ? 4 * nLines
+           : nLines < 262144       ? 2 * nLines
+           : nLines >= 1024 * 1024 ? nLines / 4 * 5
+           : bPowerOfTwo           ? nLines / 2 * 3
+                                   : nLines / 3 * 4;
 }
 
 static bool IsLarge(std::size_t nLines)
