@@ -48,7 +48,7 @@ public:
     /// With a random seed.
     VELM_CKeyHasher();
     /// The hash value of the bytes, as far as this hasher is concerned.
-    unsigned operator()(const void* pBytes, size_t nBytes) const;
+    unsigned operator()(const void* pBytes, unsigned long nBytes) const;
 
 private:
     uint64_t m_seed[2];

@@ -37,7 +37,7 @@ static uint64_t Rotated(uint64_t n, int nBits)
 }
 
 // SipHash-1-3: without the seed, nobody can choose bytes that collide.
-unsigned VELM_CKeyHasher::operator()(const void* pBytes, size_t nBytes) const
+unsigned VELM_CKeyHasher::operator()(const void* pBytes, unsigned long nBytes) const
 {
     const char* const p = static_cast<const char*>(pBytes);
     uint64_t v0 = m_seed[0] ^ 0x736F6D6570736575, v1 = m_seed[1] ^ 0x646F72616E646F6D;
