@@ -7,8 +7,8 @@
 //
 // The second is made when an entry is removed that is not near the head of its chain, and kept from there on: only a
 // map that removes such entries pays for it. Where pointers have 64 bits, a node of the pointer-keyed map has 8 bytes
-// that no field uses. There the link that points at the node is kept, a bucket's head or the pNext of the node before:
-// all the time, of all nodes, and without a table.
+// that no field uses. From that removal on these hold the link that points at the node, a bucket's head or the pNext of
+// the node before, and there is no second table.
 //
 // - Every node on a chain is in the first table, as long as there is an index. With the second, so is each but the
 // heads.
