@@ -125,10 +125,10 @@ public:
     unsigned m_nIndexCount;      ///< The next index of an object or class, once there is a map or array; else 0.
     union {
         /// Storing: from object or class to index. NULL until needed. A program may read it at any time, also two
-        /// threads of it at once; from its first look for a key on, new objects take
-        /// a little longer. After a program has called a member that is not const, or `GetAssocAt`, the archive
-        /// asks the map itself for each object, which takes longer. An index that is changed in a node in place counts
-        /// only from there on: call the map's `WalkChains` after such a change.
+        /// threads of it at once; from its first look for a key on, new objects take a little longer. After a program
+        /// has called a member that is not const, or `GetAssocAt`, the archive asks the map itself for each object,
+        /// which takes longer. A program that changes an index in a node in place calls the map's `WalkChains` then:
+        /// without that the archive goes on with the index that it gave.
         VELM_CMapPtrToPtr* m_pStoreMap;
         VELM_CPtrArray* m_pLoadArray; ///< Loading: from index to object or class. NULL until needed.
     };
