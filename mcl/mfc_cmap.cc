@@ -1,6 +1,14 @@
 #include "mcl/mfc_cmap.h"
 
+#include <cstddef>
+
 #include "mcl/mfc_cmapindex_p.h"
+
+static_assert(!VELM_CPtrAssoc::bGaps ||
+                  (sizeof(VELM_CPtrAssoc) == sizeof(VELM_CMapGapNode) &&
+                   offsetof(VELM_CPtrAssoc, key) == offsetof(VELM_CMapGapNode, key) &&
+                   offsetof(VELM_CPtrAssoc, nValue) == offsetof(VELM_CMapGapNode, nValue)),
+              "the index uses bytes that no field of the node has");
 
 unsigned VELM_CPtrAssoc::Tag(const VELM_CKeyHasher&, void* key, unsigned)
 {

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstring>
 
-#include "mcl/mfc_cmap.h"
+#include "mcl/mfc_cmapindex.h"
 #include "mcl/mfc_ctable_p.h"
 
 class VELM_LOCAL VELM_CMapTables : public VELM_CMapIndex {
@@ -42,7 +42,7 @@ public:
     // is.
     static void FillGaps(VELM_CMapNode* pNode, VELM_CMapLink* ppLink)
     {
-        VELM_CPtrAssoc none;
+        VELM_CMapGapNode none;
         char* const p = __builtin_expect_with_probability(pNode != nullptr, 1, 0.5) ? reinterpret_cast<char*>(pNode)
                                                                                     : reinterpret_cast<char*>(&none);
         const uint64_t nLink = reinterpret_cast<uintptr_t>(ppLink);
@@ -52,9 +52,8 @@ public:
     }
 
 private:
-    // Of a node of the pointer-keyed map: 4 bytes each.
-    static const size_t nFirstGap = offsetof(VELM_CPtrAssoc, nHashValue) + sizeof(unsigned);
-    static const size_t nSecondGap = offsetof(VELM_CPtrAssoc, nValue) + sizeof(unsigned);
+    static const size_t nFirstGap = offsetof(VELM_CMapGapNode, nLinkLow);
+    static const size_t nSecondGap = offsetof(VELM_CMapGapNode, nLinkHigh);
 
     const bool m_bGaps;
     bool m_bFilled = false; // the gaps
