@@ -14,7 +14,6 @@
 #include <new>
 
 #include "mcl/mfc_carccore_p.h"
-#include "mcl/mfc_coll.h"
 #include "mcl/mfc_cstring_p.h"
 #include "mcl/mfc_memory.h"
 
@@ -42,7 +41,7 @@ VELM_CArchive::VELM_CArchive(VELM_CFile* pFile, unsigned nMode, int nBufSize, vo
       m_strFileName(pFile == nullptr ? VELM_CString() : pFile->GetFilePath()), m_nMode(nMode), m_bCallerBuf(1),
       m_nBufSize(nBufSize), m_pFile(pFile), m_lpBufStart(static_cast<unsigned char*>(lpBuf)), m_nIndexCount(0),
       m_pStoreMap(nullptr), m_pLoader(nullptr), m_nMapGrowth(nMode != store ? 64 : 16), m_nMapBuckets(137),
-      m_nDataEnd(dataGoesOn), m_pInside(new (std::nothrow) VELM_CArchiveInside(*this))
+      m_nDataEnd(dataGoesOn), m_pState(NewState())
 {
     if (nBufSize < nMinBufSize) {
         m_nBufSize = nMinBufSize;
@@ -52,10 +51,10 @@ VELM_CArchive::VELM_CArchive(VELM_CFile* pFile, unsigned nMode, int nBufSize, vo
         m_lpBufStart = new (std::nothrow) unsigned char[static_cast<size_t>(m_nBufSize)];
         m_bCallerBuf = 0;
     }
-    if (m_lpBufStart == nullptr || m_pInside == nullptr) { // no destructor follows a raise
+    if (m_lpBufStart == nullptr || m_pState == nullptr) { // no destructor follows a raise
         if (!m_bCallerBuf)
             delete[] m_lpBufStart;
-        delete m_pInside;
+        delete m_pState;
         m_strFileName.~VELM_CString();
         AfxMemoryExhausted();
     }
@@ -63,7 +62,7 @@ VELM_CArchive::VELM_CArchive(VELM_CFile* pFile, unsigned nMode, int nBufSize, vo
     m_lpBufMax = m_lpBufStart + m_nBufSize;
     m_lpBufCur = IsInbound() ? m_lpBufMax : m_lpBufStart;
     VELM_ASSERT(m_pStoreMap == NULL);
-    m_pInside->JoinSave();
+    m_pState->JoinSave();
 }
 
 VELM_CArchive::~VELM_CArchive()
@@ -72,7 +71,7 @@ VELM_CArchive::~VELM_CArchive()
     if (m_pFile != nullptr && (m_nMode & noFlushOnDestroy) == 0)
         nRaised = pfm_protect([this] { Flush(); });
     Abort();
-    delete m_pInside;
+    delete m_pState;
     if (nRaised != 0) { // no member is destroyed after this
         std::free(m_strFileName.m_data);
         m_strFileName.m_data = nullptr;
@@ -80,7 +79,7 @@ VELM_CArchive::~VELM_CArchive()
     }
 }
 
-VELM_CArchiveInside::~VELM_CArchiveInside()
+VELM_CArchiveState::~VELM_CArchiveState()
 {
     while (m_pHeld != nullptr)
         DropHeld(m_pHeld);
@@ -92,11 +91,11 @@ VELM_CArchiveInside::~VELM_CArchiveInside()
 void VELM_CArchive::Abort()
 {
     if (!IsInbound() && m_lpBufCur != m_lpBufStart)
-        m_pInside->Lose("%lu bytes were dropped unwritten", static_cast<unsigned long>(m_lpBufCur - m_lpBufStart));
-    else if (!m_pInside->bAborted && m_pInside->Depth() > 0)
-        m_pInside->Lose("an object was not stored"); // not all of it, whatever has reached the file
-    m_pInside->EndSave();
-    m_pInside->bAborted = true;
+        m_pState->Lose("%lu bytes were dropped unwritten", static_cast<unsigned long>(m_lpBufCur - m_lpBufStart));
+    else if (!m_pState->bAborted && m_pState->Depth() > 0)
+        m_pState->Lose("an object was not stored"); // not all of it, whatever has reached the file
+    m_pState->EndSave();
+    m_pState->bAborted = true;
     m_pFile = nullptr;
     m_lpBufCur = m_lpBufMax = m_lpBufStart; // nothing is left in the buffer, and nothing more goes into it
     if (!m_bCallerBuf) {
@@ -104,28 +103,18 @@ void VELM_CArchive::Abort()
         delete[] m_lpBufStart;
         m_lpBufStart = m_lpBufCur = m_lpBufMax = nullptr;
     }
-    delete m_pLoader;
-    m_pLoader = nullptr;
-    if (HasStoreMap())
-        delete m_pInside->pStoreMap;
-    else
-        delete m_pLoadArray;
-    m_pInside->pStoreMap = nullptr;
-    m_pStoreMap = nullptr;
-    if (!IsInbound()) // an object that the archive shares may be under way
-        m_pInside->owners.Clear();
-    m_pInside->stored.End();
+    DropObjects();
 }
 
 void VELM_CArchive::Close()
 {
     Flush();
-    m_pInside->EndSave();
+    m_pState->EndSave();
     m_pFile = nullptr;
     m_lpBufCur = m_lpBufMax = m_lpBufStart; // what is stored after this comes by Write, which notes that it is lost
 }
 
-void VELM_CArchiveInside::JoinSave()
+void VELM_CArchiveState::JoinSave()
 {
     VELM_CSaveState* const pSave = m_ar.IsInbound() || m_ar.m_pFile == nullptr ? nullptr : m_ar.m_pFile->GetSaveState();
     if (m_pSave != nullptr || pSave == nullptr)
@@ -138,7 +127,7 @@ void VELM_CArchiveInside::JoinSave()
         pSave->Lose(m_errorText);
 }
 
-void VELM_CArchiveInside::EndSave()
+void VELM_CArchiveState::EndSave()
 {
     if (!m_bInSave)
         return;
@@ -150,10 +139,10 @@ void VELM_CArchiveInside::EndSave()
 
 int VELM_CArchive::IsWhole() const
 {
-    return IsInbound() || m_pInside->IsWhole();
+    return IsInbound() || m_pState->IsWhole();
 }
 
-void VELM_CArchiveInside::ReadFile(unsigned char*& rlpEnd, unsigned nRoom, unsigned nEnough)
+void VELM_CArchiveState::ReadFile(unsigned char*& rlpEnd, unsigned nRoom, unsigned nEnough)
 {
     unsigned n;
     do {
@@ -167,7 +156,7 @@ void VELM_CArchiveInside::ReadFile(unsigned char*& rlpEnd, unsigned nRoom, unsig
     } while (n > 0 && nRoom > 0 && nEnough > 0);
 }
 
-void VELM_CArchiveInside::WriteFile(const unsigned char* lpBuf, unsigned nBytes)
+void VELM_CArchiveState::WriteFile(const unsigned char* lpBuf, unsigned nBytes)
 {
     JoinSave();
     VELM_CSaveState* const pSave = m_ar.m_pFile->GetSaveState();
@@ -180,7 +169,7 @@ void VELM_CArchiveInside::WriteFile(const unsigned char* lpBuf, unsigned nBytes)
     m_nFileBytes += nBytes;
 }
 
-void VELM_CArchiveInside::Fail(int cause, unsigned long long nOffset, const char* lpszFormat, ...)
+void VELM_CArchiveState::Fail(int cause, unsigned long long nOffset, const char* lpszFormat, ...)
 {
     va_list args;
     va_start(args, lpszFormat);
@@ -191,7 +180,7 @@ void VELM_CArchiveInside::Fail(int cause, unsigned long long nOffset, const char
     AfxThrowArchiveException(cause, m_ar.m_strFileName.m_data);
 }
 
-void VELM_CArchiveInside::Note(const char* lpszFormat, ...)
+void VELM_CArchiveState::Note(const char* lpszFormat, ...)
 {
     va_list args;
     va_start(args, lpszFormat);
@@ -200,7 +189,7 @@ void VELM_CArchiveInside::Note(const char* lpszFormat, ...)
     NoteLoss();
 }
 
-void VELM_CArchiveInside::Lose(const char* lpszFormat, ...)
+void VELM_CArchiveState::Lose(const char* lpszFormat, ...)
 {
     if (m_ar.IsInbound())
         return;
@@ -211,7 +200,7 @@ void VELM_CArchiveInside::Lose(const char* lpszFormat, ...)
     NoteLoss();
 }
 
-void VELM_CArchiveInside::NoteLoss()
+void VELM_CArchiveState::NoteLoss()
 {
     if (m_ar.IsInbound())
         return;
@@ -222,7 +211,7 @@ void VELM_CArchiveInside::NoteLoss()
 
 // Writes the error text: the offset, what is wrong there, and the objects under way, innermost first. Of many, those in
 // the middle are left out.
-void VELM_CArchiveInside::Explain(unsigned long long nOffset, const char* lpszFormat, va_list args)
+void VELM_CArchiveState::Explain(unsigned long long nOffset, const char* lpszFormat, va_list args)
 {
     const unsigned nInner = 6, nOuter = 2;
     m_nErrorCause = 0;
@@ -251,22 +240,22 @@ void VELM_CArchiveInside::Explain(unsigned long long nOffset, const char* lpszFo
 
 void VELM_CArchive::NoteLoss(const char* lpszText)
 {
-    m_pInside->Lose("%s", lpszText);
+    m_pState->Lose("%s", lpszText);
 }
 
 void VELM_CArchive::RaiseInvalid(const char* lpszText)
 {
-    m_pInside->Fail(VELM_CArchiveException::causeGeneric, m_pInside->Offset(), "%s", lpszText);
+    m_pState->Fail(VELM_CArchiveException::causeGeneric, m_pState->Offset(), "%s", lpszText);
 }
 
 void VELM_CArchive::RaiseBadIndex(const char* lpszText)
 {
-    m_pInside->Fail(VELM_CArchiveException::causeBadIndex, m_pInside->Offset(), "%s", lpszText);
+    m_pState->Fail(VELM_CArchiveException::causeBadIndex, m_pState->Offset(), "%s", lpszText);
 }
 
 unsigned VELM_CArchive::GetSchema() const
 {
-    const VELM_CUnderWay* const pInnermost = m_pInside->Innermost();
+    const VELM_CUnderWay* const pInnermost = m_pState->Innermost();
     return pInnermost == nullptr ? 0xFFFFFFFF : pInnermost->nSchema;
 }
 
@@ -283,12 +272,12 @@ unsigned VELM_CArchive::SerializeVersion(const char* lpszName, unsigned nNewest)
     }
     if (nVersion <= nNewest)
         return nVersion;
-    m_pInside->Fail(VELM_CArchiveException::causeGeneric, m_pInside->Offset() - 4,
-                    "\"%s\" has version %u; the newest known is %u", lpszName, nVersion, nNewest);
+    m_pState->Fail(VELM_CArchiveException::causeGeneric, m_pState->Offset() - 4,
+                   "\"%s\" has version %u; the newest known is %u", lpszName, nVersion, nNewest);
     return 0;
 }
 
-void VELM_CArchiveInside::DropLeft()
+void VELM_CArchiveState::DropLeft()
 {
     unsigned n = m_calls.Depth();
     while (n > 0 && !pfm_cleanup_holds(m_calls.At(n - 1).nMark))
@@ -296,39 +285,54 @@ void VELM_CArchiveInside::DropLeft()
     m_calls.Leave(n);
 }
 
+void VELM_CArchiveState::FailDepth(unsigned long long nOffset)
+{
+    const unsigned nDepth = m_calls.Depth();
+    Fail(VELM_CArchiveException::causeGeneric, nOffset,
+         nDepth < nMaxDepth ? "there is no memory for objects nested deeper than %u"
+                            : "objects are nested deeper than %u",
+         nDepth);
+}
+
+void VELM_CArchiveState::SerializeSlowly(VELM_CObject& ob, const void* pFrame, const VELM_CUnderWay& object)
+{
+    struct Arguments {
+        VELM_CObject& ob;
+        VELM_CArchive& ar;
+    } arguments = {ob, m_ar};
+    const auto call = [](void* p) {
+        Arguments& a = *static_cast<Arguments*>(p);
+        a.ob.Serialize(a.ar);
+    };
+    if (!m_calls.CallSlowly(pFrame, object, call, &arguments))
+        FailDepth(Offset());
+}
+
 int VELM_CArchive::GetErrorCause() const
 {
-    return m_pInside->ErrorCause();
+    return m_pState->ErrorCause();
 }
 
 const char* VELM_CArchive::GetErrorText() const
 {
-    return m_pInside->ErrorText();
+    return m_pState->ErrorText();
 }
 
-void VELM_CArchiveInside::Hold(VELM_CHeld* pHeld)
+void VELM_CArchiveState::Hold(VELM_CHeld* pHeld)
 {
     pHeld->m_pOuter = m_pHeld;
     pHeld->m_nDepth = Depth();
-    pHeld->m_nInHeld = owners.InHeld();
     m_pHeld = pHeld;
 }
 
-void VELM_CArchive::MovedFromHeld(VELM_CHeld* pHeld)
-{
-    const VELM_CHeld* const pOuter = pHeld->m_pOuter;
-    if (pOuter == nullptr || pOuter->m_nDepth != pHeld->m_nDepth)
-        m_pInside->owners.MovedFromHeld(pHeld->m_nInHeld);
-}
-
-void VELM_CArchiveInside::DropHeld(VELM_CHeld* pHeld)
+void VELM_CArchiveState::DropHeld(VELM_CHeld* pHeld)
 {
     Unhold(pHeld);
     delete pHeld;
 }
 
 // What was held after it was left by raises: it stays held, since the file may refer to objects in it.
-void VELM_CArchiveInside::Unhold(VELM_CHeld* pHeld)
+void VELM_CArchiveState::Unhold(VELM_CHeld* pHeld)
 {
     VELM_CHeld** ppHeld = &m_pHeld;
     while (*ppHeld != pHeld)
@@ -336,19 +340,14 @@ void VELM_CArchiveInside::Unhold(VELM_CHeld* pHeld)
     *ppHeld = pHeld->m_pOuter;
 }
 
-void VELM_CArchive::Hold(VELM_CHeld* pHeld)
-{
-    m_pInside->Hold(pHeld);
-}
-
 void VELM_CArchive::DropHeld(VELM_CHeld* pHeld)
 {
-    m_pInside->DropHeld(pHeld);
+    m_pState->DropHeld(pHeld);
 }
 
 unsigned long long VELM_CArchive::GetOffset() const
 {
-    return m_pInside->Offset();
+    return m_pState->Offset();
 }
 
 bool VELM_CArchive::CheckBuffer() const
@@ -383,14 +382,14 @@ unsigned VELM_CArchive::Read(void* lpBuf, unsigned nMax)
         VELM_ASSERT(m_lpBufCur == m_lpBufMax);
         const unsigned nDirect = nMaxTemp - nMaxTemp % static_cast<unsigned>(m_nBufSize);
         const unsigned char* const lpDirect = lpTo;
-        m_pInside->ReadFile(lpTo, nDirect, nDirect);
+        m_pState->ReadFile(lpTo, nDirect, nDirect);
         const unsigned nCame = static_cast<unsigned>(lpTo - lpDirect);
         nMaxTemp -= nCame;
         if (nCame == nDirect) {
             VELM_ASSERT(m_lpBufCur == m_lpBufMax);
             VELM_ASSERT(nMaxTemp < (UINT)m_nBufSize);
             m_lpBufCur = m_lpBufMax = m_lpBufStart;
-            m_pInside->ReadFile(m_lpBufMax, static_cast<unsigned>(m_nBufSize), nMaxTemp);
+            m_pState->ReadFile(m_lpBufMax, static_cast<unsigned>(m_nBufSize), nMaxTemp);
             Deliver();
         }
     }
@@ -408,7 +407,7 @@ void VELM_CArchive::Write(const void* lpBuf, unsigned nMax)
     VELM_ASSERT(m_lpBufCur == NULL || AfxIsValidAddress(m_lpBufCur, m_lpBufMax - m_lpBufCur));
     VELM_ASSERT(IsStoring());
     if (!bCaller || !bBuffer || IsInbound() || m_pFile == nullptr) {
-        m_pInside->Lose("%u bytes were not stored", nMax);
+        m_pState->Lose("%u bytes were not stored", nMax);
         return;
     }
 
@@ -425,7 +424,7 @@ void VELM_CArchive::Write(const void* lpBuf, unsigned nMax)
         return;
     Flush();
     const unsigned nDirect = nMax - nMax % static_cast<unsigned>(m_nBufSize);
-    m_pInside->WriteFile(lpFrom, nDirect);
+    m_pState->WriteFile(lpFrom, nDirect);
     lpFrom += nDirect;
     nMax -= nDirect;
     const bool bFits = VELM_ASSERT(nMax < (UINT)m_nBufSize);
@@ -433,7 +432,7 @@ void VELM_CArchive::Write(const void* lpBuf, unsigned nMax)
     if (bFits && bFlushed)
         Take(nMax);
     else
-        m_pInside->Lose("%u bytes were not stored", nMax);
+        m_pState->Lose("%u bytes were not stored", nMax);
 }
 
 void VELM_CArchive::Flush()
@@ -446,11 +445,11 @@ void VELM_CArchive::Flush()
     if (IsInbound()) {
         if (m_lpBufCur != m_lpBufMax)
             m_pFile->Seek(static_cast<long>(m_lpBufCur - m_lpBufMax), 1);
-        m_pInside->GiveBack();
+        m_pState->GiveBack();
         m_lpBufCur = m_lpBufMax;
         m_nDataEnd = dataGoesOn;
     } else if (m_lpBufCur != m_lpBufStart) {
-        m_pInside->WriteFile(m_lpBufStart, static_cast<unsigned>(m_lpBufCur - m_lpBufStart));
+        m_pState->WriteFile(m_lpBufStart, static_cast<unsigned>(m_lpBufCur - m_lpBufStart));
         m_lpBufCur = m_lpBufStart;
     }
 }
@@ -475,11 +474,11 @@ void VELM_CArchive::FillBuffer(unsigned nBytesNeeded)
         m_lpBufCur = m_lpBufStart;
         m_lpBufMax = m_lpBufStart + nKept;
         const unsigned nMore = nBytesNeeded > nKept ? nBytesNeeded - nKept : 0;
-        m_pInside->ReadFile(m_lpBufMax, static_cast<unsigned>(m_nBufSize) - nKept, nMore);
+        m_pState->ReadFile(m_lpBufMax, static_cast<unsigned>(m_nBufSize) - nKept, nMore);
     }
     const unsigned nAvailable = static_cast<unsigned>(m_lpBufMax - m_lpBufCur);
     if (nAvailable < nBytesNeeded)
-        m_pInside->Fail(VELM_CArchiveException::causeEndOfFile, m_pInside->Offset() + nAvailable, "the data ends");
+        m_pState->Fail(VELM_CArchiveException::causeEndOfFile, m_pState->Offset() + nAvailable, "the data ends");
 }
 
 unsigned long VELM_CArchive::LoadBlock(void* lpBuf, unsigned long nBytes)
@@ -533,7 +532,7 @@ void VELM_CArchive::RaiseDataEnded()
     if (m_nDataEnd != dataEnded)
         return;
     m_nDataEnd = dataEndRaised;
-    m_pInside->Fail(VELM_CArchiveException::causeEndOfFile, m_pInside->Offset(), "the data ends");
+    m_pState->Fail(VELM_CArchiveException::causeEndOfFile, m_pState->Offset(), "the data ends");
 }
 
 void VELM_CArchive::WriteCount(unsigned long dwCount)
@@ -617,25 +616,25 @@ int VELM_CArchive::LoadPrefixed(VELM_CString& rString)
             m_lpBufCur += nLength;
             return 1;
         }
-        pText = m_pInside->LoadText(nLength);
+        pText = m_pState->LoadText(nLength);
     }
     if (pText == nullptr) {
         AfxTruncate(rString, 0);
         return 0;
     }
     std::free(rString.m_data);
-    rString.m_data = m_pInside->TakeText();
+    rString.m_data = m_pState->TakeText();
     rString.m_len = static_cast<int>(nLength);
     return 1;
 }
 
-const char* VELM_CArchiveInside::LoadPrefixed()
+const char* VELM_CArchiveState::LoadPrefixed()
 {
     uint32_t nLength;
     return LoadLength(m_ar, nLength) ? LoadText(nLength) : nullptr;
 }
 
-char* VELM_CArchiveInside::LoadText(uint32_t nLength)
+char* VELM_CArchiveState::LoadText(uint32_t nLength)
 {
     unsigned nHave = 0;
     do {
@@ -651,7 +650,7 @@ char* VELM_CArchiveInside::LoadText(uint32_t nLength)
     return m_pText;
 }
 
-char* VELM_CArchiveInside::TakeText()
+char* VELM_CArchiveState::TakeText()
 {
     char* const pText = m_pText;
     m_pText = nullptr;
@@ -676,8 +675,8 @@ static bool ReadLine(VELM_CArchive& ar, char* lpsz, unsigned nStop, bool bKeepLi
                 bCame = ar.Read(&by, 1) == 1;
         }
         if (!bCame) {
-            VELM_CArchiveInside& inside = VELM_CArchiveInside::Of(ar);
-            inside.Fail(VELM_CArchiveException::causeEndOfFile, inside.Offset(), "the data ends");
+            VELM_CArchiveState& state = VELM_CArchiveState::Of(ar);
+            state.Fail(VELM_CArchiveException::causeEndOfFile, state.Offset(), "the data ends");
             return false;
         }
         if (!bLineEnd || bKeepLineEnd) {
@@ -806,7 +805,7 @@ int VELM_CArchive::LoadRange(unsigned& rValue, unsigned nFirst, unsigned nLast)
         return 0;
     }
     if (nValue - nFirst > nLast - nFirst) {
-        m_pInside->FailRange(m_pInside->Offset() - 4, nValue, nFirst, nLast);
+        m_pState->FailRange(m_pState->Offset() - 4, nValue, nFirst, nLast);
         return 0;
     }
     rValue = nValue;
@@ -818,10 +817,10 @@ void VELM_CArchive::StoreRange(unsigned nValue, unsigned nFirst, unsigned nLast)
     if (nValue - nFirst <= nLast - nFirst)
         Store32(nValue);
     else
-        m_pInside->FailRange(m_pInside->Offset(), nValue, nFirst, nLast);
+        m_pState->FailRange(m_pState->Offset(), nValue, nFirst, nLast);
 }
 
-void VELM_CArchiveInside::FailRange(unsigned long long nOffset, unsigned nValue, unsigned nFirst, unsigned nLast)
+void VELM_CArchiveState::FailRange(unsigned long long nOffset, unsigned nValue, unsigned nFirst, unsigned nLast)
 {
     Fail(VELM_CArchiveException::causeGeneric, nOffset, "the value %d is not one of %d to %d", static_cast<int>(nValue),
          static_cast<int>(nFirst), static_cast<int>(nLast));
@@ -833,7 +832,7 @@ int VELM_CArchive::IsAtEnd()
         return 1;
     if (m_lpBufCur == m_lpBufMax) {
         m_lpBufCur = m_lpBufMax = m_lpBufStart;
-        m_pInside->ReadFile(m_lpBufMax, static_cast<unsigned>(m_nBufSize), 1);
+        m_pState->ReadFile(m_lpBufMax, static_cast<unsigned>(m_nBufSize), 1);
     }
     return m_lpBufCur == m_lpBufMax;
 }

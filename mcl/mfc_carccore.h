@@ -55,10 +55,12 @@
 /// \addtogroup archives
 /// \{
 
-class VELM_LOCAL VELM_CArchiveInside;
+class VELM_LOCAL VELM_CArchiveGraph;
+class VELM_LOCAL VELM_CArchiveState;
 class VELM_CClassTable;
 class VELM_CMapPtrToPtr;
 class VELM_CPtrArray;
+struct VELM_CPtrAssoc;
 
 /// Something that a reader needs until it is done, and that no raise may lose: made by operator new, and deleted by the
 /// archive that holds it, by `VELM_CArchive::DropHeld` or with itself.
@@ -71,7 +73,7 @@ public:
 
 private:
     friend class VELM_CArchive;
-    friend class VELM_CArchiveInside;
+    friend class VELM_CArchiveState;
     VELM_CHeld* m_pOuter; // held before this one
     unsigned m_nDepth;    // objects under way then
     unsigned m_nInHeld;   // and objects that held values owned
@@ -472,17 +474,25 @@ private:
     // by what called it.
     enum { dataGoesOn, dataEnded, dataEndRaised };
     int m_nDataEnd;
-    VELM_CArchiveInside* m_pInside; // what needs no field here: errors, what is held, depth; see mfc_carccore_p.h
-    friend class VELM_CArchiveInside;
+    VELM_CArchiveState* m_pState; // errors, what is held, depth, owners: see mfc_carccore_p.h and mfc_carcgraph_p.h
+    friend class VELM_CArchiveGraph;
+    friend class VELM_CArchiveState;
 
     // The direction of a transfer is the lowest bit of the mode, whatever else is set there, and asked for by
     // IsInbound. Which member of the union is live is a question of the whole mode: HasStoreMap.
     bool IsInbound() const { return (m_nMode & load) != 0; }
     bool HasStoreMap() const { return m_nMode == store; }
+    VELM_LOCAL VELM_CArchiveState* NewState();
+    VELM_LOCAL VELM_CArchiveGraph& Graph() const;
+    VELM_LOCAL void DropObjects();
     VELM_LOCAL bool CheckBuffer() const;
     bool HasMap() const { return m_pStoreMap != NULL && m_nIndexCount != 0; }
     VELM_LOCAL bool MakeMap();
     VELM_LOCAL void WriteAnyObject(const VELM_CObject* pOb, const void* pFrame);
+    VELM_LOCAL void WriteNew(const VELM_CObject* pOb, VELM_CPtrAssoc* pAssoc, unsigned* pIndex, unsigned nMoves,
+                             const void* pFrame);
+    VELM_LOCAL void WriteOfClass(const VELM_CObject* pOb, const VELM_CRuntimeClass* pClassRef, VELM_CPtrAssoc* pAssoc,
+                                 const void* pFrame);
     VELM_LOCAL bool StoreClass(const VELM_CRuntimeClass* pClassRef, const VELM_CObject* pOb);
     VELM_LOCAL bool StartReading(const VELM_CRuntimeClass* pClassRefRequested);
     VELM_LOCAL VELM_CObject* LoadObject(const VELM_CRuntimeClass* pClassRefRequested, unsigned& rIndex,

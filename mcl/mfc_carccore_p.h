@@ -1,4 +1,4 @@
-// What an archive keeps to itself, besides its fields; private to the library.
+// What an archive keeps to itself for its bytes and values, besides its fields; private to the library.
 #ifndef TAVNOMCL_MFC_CARCCORE_P_H
 #define TAVNOMCL_MFC_CARCCORE_P_H
 
@@ -6,29 +6,26 @@
 #include <cstdint>
 
 #include "mcl/mfc_carccore.h"
-#include "mcl/mfc_carcowner_p.h"
-#include "mcl/mfc_carcstored_p.h"
 #include "mcl/mfc_cdeep_p.h"
-#include "mcl/mfc_crun.h"
 #include "mcl/mfc_csavestate_p.h"
 
-// A host's own library may lack these two: then a raise that a Serialize survives leaves its mark on the texts of
-// errors.
+// A host's own library may lack these two functions. Without them an error text goes on naming the objects that were
+// under way when a Serialize survived a raise.
 extern "C" {
 __attribute__((weak)) unsigned long long pfm_cleanup_mark();
 __attribute__((weak)) int pfm_cleanup_holds(unsigned long long nMark);
 }
 
-// Belongs to the byte engine, and lives as long as the archive: also after Abort, which may come in the middle of a
-// load.
-class VELM_LOCAL VELM_CArchiveInside {
+// Lives as long as the archive, also after Abort, which may come in the middle of a load. What an archive knows of
+// objects is in the class derived from it, VELM_CArchiveGraph.
+class VELM_LOCAL VELM_CArchiveState {
 public:
-    static VELM_CArchiveInside& Of(VELM_CArchive& ar) { return *ar.m_pInside; }
+    static VELM_CArchiveState& Of(VELM_CArchive& ar) { return *ar.m_pState; }
 
-    explicit VELM_CArchiveInside(VELM_CArchive& ar) : m_ar(ar) {}
-    ~VELM_CArchiveInside();
-    VELM_CArchiveInside(const VELM_CArchiveInside&) = delete;
-    VELM_CArchiveInside& operator=(const VELM_CArchiveInside&) = delete;
+    explicit VELM_CArchiveState(VELM_CArchive& ar) : m_ar(ar) {}
+    virtual ~VELM_CArchiveState();
+    VELM_CArchiveState(const VELM_CArchiveState&) = delete;
+    VELM_CArchiveState& operator=(const VELM_CArchiveState&) = delete;
 
     // Where the next byte stands in the stream.
     unsigned long long Offset() const
@@ -36,74 +33,59 @@ public:
         const unsigned char* const lpEnd = m_ar.IsInbound() ? m_ar.m_lpBufMax : m_ar.m_lpBufStart;
         return m_nFileBytes + static_cast<unsigned long long>(m_ar.m_lpBufCur - lpEnd); // loading, modulo 2^64
     }
-    // Notes what went wrong at the present offset. Storing, it is missing in the stream.
+    // Notes what went wrong at the present offset, without a raise. A storing archive is not whole from then on.
     __attribute__((format(printf, 2, 3))) void Note(const char* lpszFormat, ...);
-    // Notes what went wrong there, and inside which objects, and raises the cause.
+    // Notes what went wrong at that offset, and inside which objects, and raises the cause.
     __attribute__((format(printf, 4, 5))) void Fail(int cause, unsigned long long nOffset, const char* lpszFormat, ...);
     void FailRange(unsigned long long nOffset, unsigned nValue, unsigned nFirst, unsigned nLast);
-    // Storing: notes that something is missing in the stream, which no raise says.
+    // As Note, for a storing archive; a loading one ignores it.
     __attribute__((format(printf, 2, 3))) void Lose(const char* lpszFormat, ...);
     const char* ErrorText() const { return m_errorText; }
     int ErrorCause() const { return m_nErrorCause; }
 
-    // Storing: the save that the archive is part of, where the file has one, knows what it could not store.
+    // A storing archive tells the save that its file is part of what it could not store. It joins that save when it
+    // begins, or when the file has one later on, and leaves it when it ends.
     void JoinSave();
     void EndSave();
-    // Storing: what has begun to be stored is begun here, and ended only when all of it is stored. So what a raise, an
-    // exception or a failed check leaves stays begun.
+    // Storing: Begin is called before something is stored, and End only when all of it has been. What a raise, an
+    // exception or a failed check interrupts is never ended.
     void Begin() { ++m_nBegun; }
     void End() { --m_nBegun; }
     bool IsWhole() { return !m_bLost && !m_bWriting && m_nBegun == Depth(); }
 
-    // Reads from the file behind rlpEnd, and advances it with each byte that has come: until the room is full, enough
-    // has come, or nothing more comes. One call is always made.
+    // Reads from the file to rlpEnd, and advances it by each byte that has come: until the room is full, enough has
+    // come, or nothing more comes. The file is called at least once.
     void ReadFile(unsigned char*& rlpEnd, unsigned nRoom, unsigned nEnough);
     void WriteFile(const unsigned char* lpBuf, unsigned nBytes);
     // The position of the file has been moved back to the first byte that was not delivered.
     void GiveBack() { m_nFileBytes = Offset(); }
-    // Loads a text, with a final NUL behind it, into a block of malloc that belongs to the archive until it is taken or
-    // the next text comes: what raises while it arrives loses nothing. NULL when the data ended before. Memory grows
-    // only as data arrives.
+    // Loads a text and puts a NUL behind it. The block, of malloc, belongs to the archive until TakeText or the next
+    // text, so that a raise loses nothing. NULL when the data ended before. Memory grows only as data arrives.
     char* LoadText(uint32_t nLength);
     char* TakeText();
-    // The same with a text that was stored with its length.
+    // The same for a text that was stored with its length.
     const char* LoadPrefixed();
 
     void Hold(VELM_CHeld* pHeld);
     void DropHeld(VELM_CHeld* pHeld);
     // Whether the object under way loads into something that is held.
     bool IsHolding() { return m_pHeld != nullptr && m_pHeld->m_nDepth == Depth(); }
-    // It is no longer held, and somebody else's to delete.
+    // The archive no longer holds it, and somebody else deletes it.
     void Unhold(VELM_CHeld* pHeld);
 
-    // What the object under way may own. Raises 5 otherwise, or 1 when storing; false when that returns.
-    bool RefuseNull(unsigned long long nOffset);
-    bool RequireOwnable(const VELM_CObject* pOb, unsigned nIndex, bool bMapped, VELM_CArchive::Owner kind,
-                        unsigned long long nOffset);
-    // Storing, with a class table: raises 1 for what a program with that table could not load; false when that returns.
-    bool RequireLoadable(const VELM_CRuntimeClass& cls, const VELM_CObject* pOb);
-    // Raises 5 when no index is left; false when that returns.
-    bool RequireIndex()
-    {
-        if (m_ar.m_nIndexCount < VELM_CArchive::nIndexLimit)
-            return true;
-        FailIndex();
-        return false;
-    }
-    // Gives the next index, once its place is there.
-    unsigned TakeIndex() { return m_ar.m_nIndexCount++; }
-    // The number of objects under way. What a raise has left does not count: the block that was innermost then is gone.
+    // The number of objects under way. Those that a raise has left do not count: the cleanup block that was innermost
+    // when they began is gone.
     unsigned Depth() { return m_calls.Depth() == 0 ? 0 : DepthAt(Mark()); }
-    // The innermost; NULL outside of all.
+    // The innermost object under way; NULL where there is none.
     const VELM_CUnderWay* Innermost() { return Depth() == 0 ? nullptr : &m_calls.At(m_calls.Depth() - 1); }
-    // Whether a further object can be stored or loaded inside those that are under way, seen from the frame of the
+    // Whether a further object can be stored or loaded inside those that are under way. The frame is that of the
     // operation.
     __attribute__((always_inline)) bool HasDepth(const void* pFrame)
     {
         DepthAt(Mark());
         return m_calls.Prepare(pFrame, nMaxDepth);
     }
-    // Raises 1 for that; false when it returns. The offset is that of the object's start.
+    // Raises 1 where that is not so; false when the raise returns. The offset is that of the object's start.
     bool RequireDepth(unsigned long long nOffset, const void* pFrame)
     {
         if (HasDepth(pFrame))
@@ -111,11 +93,12 @@ public:
         FailDepth(nOffset);
         return false;
     }
-    // Storing: WriteObject for an object that has an entry in the store map, and no index yet.
-    void WriteNew(const VELM_CObject* pOb, VELM_CPtrAssoc* pAssoc, uint32_t* pIndex, unsigned nMoves,
-                  const void* pFrame);
-    void WriteOfClass(const VELM_CObject* pOb, const VELM_CRuntimeClass* pClassRef, VELM_CPtrAssoc* pAssoc,
-                      const void* pFrame);
+    // Whether RequireDepth would succeed, as far as a few comparisons tell; nMark is the present one.
+    bool IsDepthReady(const void* pFrame, unsigned long long nMark) const
+    {
+        return m_calls.IsPrepared(pFrame, nMaxDepth) &&
+               (m_calls.Depth() == 0 || m_calls.At(m_calls.Depth() - 1).nMark == nMark);
+    }
     // Calls the object's Serialize, one level deeper.
     __attribute__((always_inline)) void Serialize(VELM_CObject& ob, const void* pFrame, const VELM_CUnderWay& object,
                                                   bool bHasRoom = false)
@@ -131,18 +114,16 @@ public:
         } level = {m_calls, m_calls.Enter(pFrame, object)};
         ob.Serialize(m_ar);
     }
+    // Names the innermost cleanup block of the thread.
     static unsigned long long Mark() { return pfm_cleanup_mark == nullptr ? 0 : pfm_cleanup_mark(); }
 
-    VELM_CStoredIndexes stored;
-    // The store map as the object that it is: it can be deleted so by who knows nothing of maps.
-    VELM_CObject* pStoreMap = nullptr;
     unsigned nMaxDepth = 1000000;
     bool bAborted = false;
-    VELM_COwners owners;
-    const VELM_CClassTable* pStoredClasses = nullptr; // what may be stored; NULL for everything
+
+protected:
+    VELM_CArchive& m_ar;
 
 private:
-    void FailIndex();
     void FailDepth(unsigned long long nOffset);
     void Explain(unsigned long long nOffset, const char* lpszFormat, va_list args);
     void NoteLoss();
@@ -155,13 +136,12 @@ private:
     void DropLeft();
     void SerializeSlowly(VELM_CObject& ob, const void* pFrame, const VELM_CUnderWay& object);
 
-    VELM_CArchive& m_ar;
     VELM_CDeepCalls m_calls;
     unsigned long long m_nFileBytes = 0; // that went through the file
     VELM_CHeld* m_pHeld = nullptr;       // innermost first
     char* m_pText = nullptr;
     VELM_CSaveState* m_pSave = nullptr; // of the Open that the archive is part of
-    bool m_bInSave = false;             // from there on, until the archive ends
+    bool m_bInSave = false;             // from JoinSave to EndSave
     bool m_bLost = false;
     bool m_bWriting = false; // while the file writes, and after a raise from there
     unsigned m_nBegun = 0;

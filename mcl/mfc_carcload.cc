@@ -11,23 +11,23 @@ VELM_CArchiveLoader::~VELM_CArchiveLoader()
 {
     std::free(m_slots);
     std::free(m_wide);
-    std::free(m_met);
+    std::free(m_classes);
 }
 
 bool VELM_CArchiveLoader::RequireNameLength(uint32_t nLength, unsigned long long nOffset)
 {
     if (nLength <= pTable->GetLongestName())
         return true;
-    VELM_CArchiveInside::Of(m_ar).Fail(causeGeneric, nOffset,
-                                       "a class name of %lu bytes is longer than any in the class table",
-                                       static_cast<unsigned long>(nLength));
+    VELM_CArchiveState::Of(m_ar).Fail(causeGeneric, nOffset,
+                                      "a class name of %lu bytes is longer than any in the class table",
+                                      static_cast<unsigned long>(nLength));
     return false;
 }
 
 VELM_CRuntimeClass* VELM_CArchiveLoader::RequireClass(char* pszName, uint32_t nLength, unsigned nSchema,
                                                       unsigned long long nOffset)
 {
-    VELM_CArchiveInside& inside = VELM_CArchiveInside::Of(m_ar);
+    VELM_CArchiveState& state = VELM_CArchiveState::Of(m_ar);
     bool bText = true;
     for (uint32_t i = 0; i < nLength; ++i) {
         if (pszName[i] == '\0') {
@@ -37,13 +37,13 @@ VELM_CRuntimeClass* VELM_CArchiveLoader::RequireClass(char* pszName, uint32_t nL
     }
     const Class* pClass = bText ? pTable->Find(pszName) : nullptr;
     if (pClass == nullptr) {
-        inside.Fail(causeGeneric, nOffset, "class \"%s\" is not in the class table", pszName);
+        state.Fail(causeGeneric, nOffset, "class \"%s\" is not in the class table", pszName);
         return nullptr;
     }
     const unsigned nNewest = pClass->pClass->m_nSchema;
     if (nSchema == VELM_CRuntimeClass::nNoSchema || nNewest == VELM_CRuntimeClass::nNoSchema || nSchema > nNewest) {
-        inside.Fail(causeGeneric, nOffset, "class \"%s\" has schema %u; the newest known is %u", pszName, nSchema,
-                    nNewest);
+        state.Fail(causeGeneric, nOffset, "class \"%s\" has schema %u; the newest known is %u", pszName, nSchema,
+                   nNewest);
         return nullptr;
     }
     return pClass->pClass;
@@ -54,34 +54,32 @@ bool VELM_CArchiveLoader::RequireBase(const VELM_CRuntimeClass* pClass, const VE
 {
     if (pTable->IsDerivedFrom(pClass, pRequested))
         return true;
-    VELM_CArchiveInside::Of(m_ar).Fail(causeGeneric, nOffset, "class \"%s\" is not \"%s\" or derived from it",
-                                       pClass == nullptr ? "" : pClass->m_pszName, pRequested->m_pszName);
+    VELM_CArchiveState::Of(m_ar).Fail(causeGeneric, nOffset, "class \"%s\" is not \"%s\" or derived from it",
+                                      pClass == nullptr ? "" : pClass->m_pszName, pRequested->m_pszName);
     return false;
 }
 
-bool VELM_CArchiveLoader::RequireConcrete(const Met& met, unsigned long long nOffset)
+bool VELM_CArchiveLoader::RequireConcrete(const StoredClass& stored, unsigned long long nOffset)
 {
-    if (met.pClass->pfnCreate != nullptr || met.pClass->pfnCreateIn != nullptr)
+    if (stored.pClass->pfnCreate != nullptr || stored.pClass->pfnCreateIn != nullptr)
         return true;
-    VELM_CArchiveInside::Of(m_ar).Fail(causeGeneric, nOffset, "class \"%s\" is abstract",
-                                       met.pClass->pClass->m_pszName);
+    VELM_CArchiveState::Of(m_ar).Fail(causeGeneric, nOffset, "class \"%s\" is abstract",
+                                      stored.pClass->pClass->m_pszName);
     return false;
 }
 
 bool VELM_CArchiveLoader::RequireOtherKind(uint32_t nIndex, bool bClass, unsigned long long nOffset)
 {
-    VELM_CArchiveInside& inside = VELM_CArchiveInside::Of(m_ar);
-    const uint32_t nSlot = SlotAt(nIndex);
-    const bool bIsClass = nSlot != 0 && nSlot % 2 == 0;
+    VELM_CArchiveState& state = VELM_CArchiveState::Of(m_ar);
     if (nIndex == 0 || nIndex >= m_ar.m_nIndexCount || m_ar.m_pLoadArray->GetAt(static_cast<int>(nIndex)) == nullptr) {
-        inside.Fail(causeBadIndex, nOffset, "index %u is not one of the %u given so far", nIndex,
-                    m_ar.m_nIndexCount - 1);
+        state.Fail(causeBadIndex, nOffset, "index %u is not one of the %u given so far", nIndex,
+                   m_ar.m_nIndexCount - 1);
         return false;
     }
-    if (bClass == bIsClass)
+    if (bClass == SlotAt(nIndex).IsClass())
         return true;
-    inside.Fail(causeBadIndex, nOffset, "index %u is %s", nIndex,
-                bClass ? "an object, not a class" : "a class, not an object");
+    state.Fail(causeBadIndex, nOffset, "index %u is %s", nIndex,
+               bClass ? "an object, not a class" : "a class, not an object");
     return false;
 }
 
@@ -114,24 +112,24 @@ void VELM_CArchiveLoader::Grow(bool bWide)
         array.SetSize(static_cast<int>(nIndex) + 1);
 }
 
-const VELM_CArchiveLoader::Met& VELM_CArchiveLoader::AddClass(VELM_CRuntimeClass* pClass, unsigned nSchema)
+const VELM_CArchiveLoader::StoredClass& VELM_CArchiveLoader::AddClass(VELM_CRuntimeClass* pClass, unsigned nSchema)
 {
-    if (m_nMet >= m_nMaxMet) {
-        const uint32_t nNewMax = m_nMet + m_nMet / 2 + 16;
-        m_met = static_cast<Met*>(AfxAllocate(m_met, nNewMax, sizeof *m_met));
-        m_nMaxMet = nNewMax;
+    if (m_nClasses >= m_nMaxClasses) {
+        const uint32_t nNewMax = m_nClasses + m_nClasses / 2 + 16;
+        m_classes = static_cast<StoredClass*>(AfxAllocate(m_classes, nNewMax, sizeof *m_classes));
+        m_nMaxClasses = nNewMax;
     }
-    m_met[m_nMet] = Met{pTable->Find(pClass->m_pszName), nSchema};
-    Append(pClass, 2 * m_nMet);
-    return m_met[m_nMet++];
+    m_classes[m_nClasses] = StoredClass{pTable->Find(pClass->m_pszName), nSchema};
+    Append(pClass, Slot::OfClass(m_nClasses));
+    return m_classes[m_nClasses++];
 }
 
-VELM_CObject* VELM_CArchiveLoader::CreateObject(const Met& met)
+VELM_CObject* VELM_CArchiveLoader::CreateObject(const StoredClass& stored)
 {
-    const Class& cls = *met.pClass;
+    const Class& cls = *stored.pClass;
     const uint32_t nIndex = m_ar.m_nIndexCount;
     // Before the object, which must not be lost when memory is exhausted.
-    Append(nullptr, 2 * static_cast<uint32_t>(&met - m_met) + 1);
+    Append(nullptr, Slot::OfObject(static_cast<uint32_t>(&stored - m_classes)));
     const unsigned nKept = m_creating.GetCount(); // for the objects in whose constructors this one is made
     VELM_CObject* pOb = cls.pfnCreate != nullptr ? cls.pfnCreate() : cls.pfnCreateIn(m_creating);
     AfxNew(pOb);
@@ -143,7 +141,7 @@ VELM_CObject* VELM_CArchiveLoader::CreateObject(const Met& met)
 void VELM_CArchiveLoader::DeleteObjects()
 {
     m_creating.KeepFirst(0);
-    VELM_COwners& owners = VELM_CArchiveInside::Of(m_ar).owners;
+    VELM_COwners& owners = VELM_CArchiveGraph::Of(m_ar).owners;
     void** const objects = m_ar.m_pLoadArray->m_data;
     for (uint32_t i = 0; i < m_nSlots; ++i) {
         VELM_CObject* const pOb = ObjectAt(i);
@@ -184,7 +182,7 @@ bool VELM_CArchiveLoader::HasMade(const VELM_CObject* pOb)
         const VELM_CObject* const pMade = ObjectAt(i);
         if (pMade != nullptr && !FindMade(pMade, at) && !m_made.Add(at, VELM_CTable::TagOf(pMade), i))
             AfxMemoryExhausted();
-        if (pMade == nullptr && m_slots[i] % 2 == 1 && nUnmade == m_nSlots)
+        if (pMade == nullptr && IsObjectAt(i) && nUnmade == m_nSlots)
             nUnmade = i;
     }
     m_nLookedAt = nUnmade;
@@ -193,7 +191,7 @@ bool VELM_CArchiveLoader::HasMade(const VELM_CObject* pOb)
 
 uint32_t VELM_CArchiveLoader::FindUnowned(const VELM_CObject* pRoot) const
 {
-    const VELM_COwners& owners = VELM_CArchiveInside::Of(m_ar).owners;
+    const VELM_COwners& owners = VELM_CArchiveGraph::Of(m_ar).owners;
     for (uint32_t i = 0; i < m_nSlots; ++i) {
         if (ObjectAt(i) != nullptr && ObjectAt(i) != pRoot && !owners.HasOwner(i))
             return i;

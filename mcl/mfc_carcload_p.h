@@ -12,7 +12,7 @@
 #ifndef TAVNOMCL_MFC_CARCLOAD_P_H
 #define TAVNOMCL_MFC_CARCLOAD_P_H
 
-#include "mcl/mfc_carccore_p.h"
+#include "mcl/mfc_carcgraph_p.h"
 #include "mcl/mfc_cclass.h"
 #include "mcl/mfc_coll.h"
 #include "mcl/mfc_ctable_p.h"
@@ -22,8 +22,8 @@
 class VELM_LOCAL VELM_CArchiveLoader : public VELM_CObject {
 public:
     typedef VELM_CClassTable::Class Class;
-    // A class that the archive has met, with the schema that it was stored with.
-    struct Met {
+    // A class that the stream names, with the schema that it was stored with.
+    struct StoredClass {
         const Class* pClass;
         unsigned nSchema;
     };
@@ -49,48 +49,67 @@ public:
         return pRequested == nullptr || pClass == pRequested || RequireBase(pClass, pRequested, nOffset);
     }
     // The class has objects of its own.
-    bool RequireConcrete(const Met& met, unsigned long long nOffset);
+    bool RequireConcrete(const StoredClass& stored, unsigned long long nOffset);
     // The index has been given, to a class or to an object.
     bool RequireKind(uint32_t nIndex, bool bClass, unsigned long long nOffset)
     {
-        const uint32_t nSlot = SlotAt(nIndex);
-        if (nSlot != 0 && (nSlot % 2 == 0) == bClass && m_ar.m_pLoadArray->m_data[nIndex] != nullptr)
+        const Slot slot = SlotAt(nIndex);
+        if (!slot.IsMapped() && slot.IsClass() == bClass && m_ar.m_pLoadArray->m_data[nIndex] != nullptr)
             return true;
         return RequireOtherKind(nIndex, bClass, nOffset);
     }
 
-    // The class at an index that is one's.
-    const Met& ClassAt(uint32_t nIndex) const { return m_met[SlotAt(nIndex) / 2]; }
+    // The class at nIndex, which must be a class's index or that of an object that the archive has made.
+    const StoredClass& ClassAt(uint32_t nIndex) const { return m_classes[SlotAt(nIndex).Class()]; }
     // The class of the object at an index.
     const VELM_CRuntimeClass* ClassOfObjectAt(uint32_t nIndex) const
     {
-        const uint32_t nSlot = SlotAt(nIndex);
-        return nSlot != 0 ? m_met[nSlot / 2].pClass->pClass : ClassOfMappedAt(nIndex);
+        const Slot slot = SlotAt(nIndex);
+        return slot.IsMapped() ? ClassOfMappedAt(nIndex) : m_classes[slot.Class()].pClass->pClass;
     }
     // Gives the next index to a class.
-    const Met& AddClass(VELM_CRuntimeClass* pClass, unsigned nSchema);
+    const StoredClass& AddClass(VELM_CRuntimeClass* pClass, unsigned nSchema);
     // Gives the next index to a new object of the class, which the class's table entry makes.
-    VELM_CObject* CreateObject(const Met& met);
+    VELM_CObject* CreateObject(const StoredClass& stored);
     void DeleteObjects();
     // Whether the caller has mapped what stands at an index that has been given.
-    bool IsMappedAt(uint32_t nIndex) const { return SlotAt(nIndex) == 0; }
+    bool IsMappedAt(uint32_t nIndex) const { return SlotAt(nIndex).IsMapped(); }
     // Whether the archive has made the object, of which nothing but the address is used.
     bool HasMade(const VELM_CObject* pOb);
     // The first object without an owner, other than the root; 0 when there is none.
     uint32_t FindUnowned(const VELM_CObject* pRoot) const;
 
 private:
-    // What stands at an index: 0 for what the caller has mapped, else twice the place of a class in m_met, and 1 more
-    // for an object of it. The place 0 is no class's. Most fit into a byte; for those that do not, the byte is nWide
-    // or, of an object, 1 more, and the rest is in m_wide, which is made for the first of them.
-    static const uint32_t nWide = 254;
+    // What stands at an index: something that the caller has mapped, a class, or an object that the archive has made.
+    // Class is the place in m_classes of the class, or of the object's class; the place 0 is not used.
+    class Slot {
+    public:
+        static Slot OfMapped() { return Slot(0); }
+        static Slot OfClass(uint32_t nClass) { return Slot(2 * nClass); }
+        static Slot OfObject(uint32_t nClass) { return Slot(2 * nClass + 1); }
+        bool IsMapped() const { return m_n == 0; }
+        bool IsClass() const { return m_n != 0 && m_n % 2 == 0; }
+        bool IsObject() const { return m_n % 2 == 1; }
+        uint32_t Class() const { return m_n / 2; }
+        // A slot is kept in a byte. Of a wide one, that byte says only whether it is an object, and the whole slot is
+        // in m_wide.
+        bool IsWide() const { return m_n >= nWide; }
+        uint8_t Byte() const { return static_cast<uint8_t>(IsWide() ? nWide + m_n % 2 : m_n); }
+        uint32_t Whole() const { return m_n; }
+        static Slot FromWhole(uint32_t n) { return Slot(n); }
+
+    private:
+        static const uint32_t nWide = 254;
+        explicit Slot(uint32_t n) : m_n(n) {}
+        uint32_t m_n;
+    };
     uint8_t* m_slots = nullptr;
-    uint32_t* m_wide = nullptr;
+    uint32_t* m_wide = nullptr; // made for the first slot that is wide
     uint32_t m_nSlots = 0;
     uint32_t m_nMaxSlots = 0;
-    Met* m_met = nullptr;
-    uint32_t m_nMet = 1;
-    uint32_t m_nMaxMet = 0;
+    StoredClass* m_classes = nullptr;
+    uint32_t m_nClasses = 1;
+    uint32_t m_nMaxClasses = 0;
     // The indexes of objects by their addresses, of the first so many slots; only where somebody asks who made one.
     VELM_CTable m_made;
     uint32_t m_nLookedAt = 0;
@@ -102,29 +121,30 @@ private:
     bool RequireBase(const VELM_CRuntimeClass* pClass, const VELM_CRuntimeClass* pRequested,
                      unsigned long long nOffset);
     bool RequireOtherKind(uint32_t nIndex, bool bClass, unsigned long long nOffset);
-    uint32_t SlotAt(uint32_t nIndex) const
+    Slot SlotAt(uint32_t nIndex) const
     {
-        const uint32_t nSlot = nIndex < m_nSlots ? m_slots[nIndex] : 0;
-        return nSlot < nWide ? nSlot : m_wide[nIndex];
+        const Slot slot = nIndex < m_nSlots ? Slot::FromWhole(m_slots[nIndex]) : Slot::OfMapped();
+        return slot.IsWide() ? Slot::FromWhole(m_wide[nIndex]) : slot;
     }
-    void Append(void* pObjectOrClass, uint32_t nSlot)
+    void Append(void* pObjectOrClass, Slot slot)
     {
         VELM_CPtrArray& array = *m_ar.m_pLoadArray;
         const uint32_t nIndex = m_ar.m_nIndexCount;
         if (nIndex >= m_nMaxSlots || m_nSlots != nIndex || array.m_size != static_cast<int>(nIndex) ||
-            array.m_size >= array.m_max_size || (nSlot >= nWide && m_wide == nullptr))
-            Grow(nSlot >= nWide);
+            array.m_size >= array.m_max_size || (slot.IsWide() && m_wide == nullptr))
+            Grow(slot.IsWide());
         array.m_data[nIndex] = pObjectOrClass;
-        m_slots[nIndex] = static_cast<uint8_t>(nSlot < nWide ? nSlot : nWide + nSlot % 2);
-        if (nSlot >= nWide)
-            m_wide[nIndex] = nSlot;
+        m_slots[nIndex] = slot.Byte();
+        if (slot.IsWide())
+            m_wide[nIndex] = slot.Whole();
         m_nSlots = nIndex + 1;
         array.m_size = array.m_size > static_cast<int>(nIndex) ? array.m_size : static_cast<int>(nIndex) + 1;
         m_ar.m_nIndexCount = nIndex + 1;
     }
+    bool IsObjectAt(uint32_t nIndex) const { return Slot::FromWhole(m_slots[nIndex]).IsObject(); }
     VELM_CObject* ObjectAt(uint32_t nIndex) const
     {
-        return m_slots[nIndex] % 2 == 0 ? nullptr : static_cast<VELM_CObject*>(m_ar.m_pLoadArray->m_data[nIndex]);
+        return IsObjectAt(nIndex) ? static_cast<VELM_CObject*>(m_ar.m_pLoadArray->m_data[nIndex]) : nullptr;
     }
     bool FindMade(const VELM_CObject* pOb, VELM_CTable::Place& rAt) const;
     void Grow(bool bWide);

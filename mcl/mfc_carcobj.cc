@@ -11,7 +11,6 @@
 //
 // What can fail comes before what is remembered: an index is taken when its place is there.
 #include <new>
-#include <typeinfo>
 
 #include "mcl/mfc_carcload_p.h"
 #include "mcl/mfc_carcref_p.h"
@@ -23,10 +22,10 @@
 // What is known of an object or a class; it is new when it has no index.
 static VELM_CStoredIndexes::Entry EntryOf(VELM_CArchive& ar, const void* pObjectOrClass, bool bAssoc = false)
 {
-    VELM_CArchiveInside& inside = VELM_CArchiveInside::Of(ar);
-    inside.Begin(); // there may be no memory
-    const VELM_CStoredIndexes::Entry entry = inside.stored.Find(*ar.m_pStoreMap, pObjectOrClass, bAssoc);
-    inside.End();
+    VELM_CArchiveGraph& graph = VELM_CArchiveGraph::Of(ar);
+    graph.Begin(); // there may be no memory
+    const VELM_CStoredIndexes::Entry entry = graph.stored.Find(*ar.m_pStoreMap, pObjectOrClass, bAssoc);
+    graph.End();
     return entry;
 }
 
@@ -38,16 +37,16 @@ static const char* NameOf(const VELM_CRuntimeClass* pClass)
 // Makes the store map or the load array, and goes on where an earlier attempt was left by a raise. False after Abort.
 bool VELM_CArchive::MakeMap()
 {
-    if (m_pInside->bAborted) {
-        m_pInside->Lose("an object was not stored");
+    if (m_pState->bAborted) {
+        m_pState->Lose("an object was not stored");
         return false;
     }
-    m_pInside->Begin();
+    m_pState->Begin();
     if (HasStoreMap()) {
         if (m_pStoreMap == nullptr)
-            m_pInside->pStoreMap = m_pStoreMap = AfxNew(new (std::nothrow) VELM_CMapPtrToPtr(m_nMapGrowth));
+            m_pStoreMap = AfxNew(new (std::nothrow) VELM_CMapPtrToPtr(m_nMapGrowth));
         m_pStoreMap->InitHashTable(m_nMapBuckets, 1);
-        m_pInside->stored.Start(*m_pStoreMap);
+        Graph().stored.Start(*m_pStoreMap);
         AfxNotice("SetAt NYI\n"); // part of what a storing program has always printed: some compare their output
     } else {
         if (m_pLoadArray == nullptr)
@@ -56,78 +55,31 @@ bool VELM_CArchive::MakeMap()
         m_pLoadArray->SetAt(0, nullptr);
     }
     m_nIndexCount = 1;
-    m_pInside->End();
+    m_pState->End();
     return true;
-}
-
-void VELM_CArchiveInside::FailIndex()
-{
-    Fail(VELM_CArchiveException::causeBadIndex, Offset(), "no index is left: the limit is %u",
-         static_cast<unsigned>(VELM_CArchive::nIndexLimit));
-}
-
-void VELM_CArchiveInside::FailDepth(unsigned long long nOffset)
-{
-    const unsigned nDepth = m_calls.Depth();
-    Fail(VELM_CArchiveException::causeGeneric, nOffset,
-         nDepth < nMaxDepth ? "there is no memory for objects nested deeper than %u"
-                            : "objects are nested deeper than %u",
-         nDepth);
-}
-
-void VELM_CArchiveInside::SerializeSlowly(VELM_CObject& ob, const void* pFrame, const VELM_CUnderWay& object)
-{
-    struct Arguments {
-        VELM_CObject& ob;
-        VELM_CArchive& ar;
-    } arguments = {ob, m_ar};
-    const auto call = [](void* p) {
-        Arguments& a = *static_cast<Arguments*>(p);
-        a.ob.Serialize(a.ar);
-    };
-    if (!m_calls.CallSlowly(pFrame, object, call, &arguments))
-        FailDepth(Offset());
 }
 
 void VELM_CArchive::CheckCount()
 {
-    m_pInside->RequireIndex();
+    Graph().RequireIndex();
 }
 
 void VELM_CArchive::MapObject(const VELM_CObject* pOb)
 {
     const bool bNew = !HasMap();
-    if ((bNew && !MakeMap()) || pOb == nullptr || (!bNew && !m_pInside->RequireIndex()))
+    if ((bNew && !MakeMap()) || pOb == nullptr || (!bNew && !Graph().RequireIndex()))
         return;
-    m_pInside->Begin();
+    m_pState->Begin();
     if (HasStoreMap()) {
-        m_pInside->owners.ReserveOther();
+        Graph().owners.ReserveOther();
         const VELM_CStoredIndexes::Entry entry = EntryOf(*this, pOb, true);
-        m_pInside->owners.AddOther(m_nIndexCount);
-        m_pInside->stored.Give(*entry.pAssoc, entry.pIndex, entry.nMoves, m_pInside->TakeIndex());
+        Graph().owners.AddOther(m_nIndexCount);
+        Graph().stored.Give(*entry.pAssoc, entry.pIndex, entry.nMoves, Graph().TakeIndex());
     } else {
         m_pLoadArray->InsertAt(static_cast<int>(m_nIndexCount), const_cast<VELM_CObject*>(pOb), 1);
-        m_pInside->TakeIndex();
+        Graph().TakeIndex();
     }
-    m_pInside->End();
-}
-
-// The class of an object, or alone where the object is NULL, is one that a program with the table that is in use can
-// load.
-bool VELM_CArchiveInside::RequireLoadable(const VELM_CRuntimeClass& cls, const VELM_CObject* pOb)
-{
-    const VELM_CClassTable::Class* const pEntry = pStoredClasses->Find(NameOf(&cls));
-    const bool bKnown = pEntry != nullptr && pEntry->pClass == &cls;
-    const bool bConcrete =
-        pOb == nullptr || (bKnown && (pEntry->pfnCreate != nullptr || pEntry->pfnCreateIn != nullptr));
-    if (bKnown && bConcrete && (pOb == nullptr || pEntry->pType == nullptr || typeid(*pOb) == *pEntry->pType))
-        return true;
-    Fail(VELM_CArchiveException::causeGeneric, Offset(),
-         !bKnown      ? "class \"%s\" is not in the class table"
-         : !bConcrete ? "class \"%s\" is abstract"
-                      : "an object of a class derived from \"%s\" has no class record of its own",
-         NameOf(&cls));
-    return false;
+    m_pState->End();
 }
 
 // WriteClass, for the object unless it is NULL; false when nothing, or not all of it, could be stored.
@@ -136,15 +88,15 @@ bool VELM_CArchive::StoreClass(const VELM_CRuntimeClass* pClassRef, const VELM_C
     const bool bClass = VELM_ASSERT(pClassRef != NULL);
     const bool bStoring = VELM_ASSERT(IsStoring());
     if (!bClass || !bStoring) {
-        m_pInside->Lose("an object or a class without a class record was not stored");
+        m_pState->Lose("an object or a class without a class record was not stored");
         return false;
     }
     if (pClassRef->m_nSchema == VELM_CRuntimeClass::nNoSchema) {
-        m_pInside->Fail(VELM_CArchiveException::causeGeneric, m_pInside->Offset(),
-                        "class \"%s\" cannot go through an archive", NameOf(pClassRef));
+        m_pState->Fail(VELM_CArchiveException::causeGeneric, m_pState->Offset(),
+                       "class \"%s\" cannot go through an archive", NameOf(pClassRef));
         return false;
     }
-    if (m_pInside->pStoredClasses != nullptr && !m_pInside->RequireLoadable(*pClassRef, pOb))
+    if (Graph().pStoredClasses != nullptr && !Graph().RequireLoadable(*pClassRef, pOb))
         return false;
     if (!HasMap() && !MakeMap())
         return false;
@@ -154,28 +106,28 @@ bool VELM_CArchive::StoreClass(const VELM_CRuntimeClass* pClassRef, const VELM_C
         return true;
     }
     if (!VELM_ASSERT(pClassRef->m_pszName != NULL)) {
-        m_pInside->Lose("a class without a name was not stored");
+        m_pState->Lose("a class without a name was not stored");
         return false;
     }
-    m_pInside->owners.ReserveOther();
+    Graph().owners.ReserveOther();
     VELM_CReference{VELM_CReference::newClass, 0}.Store(*this);
     pClassRef->Store(*this);
-    if (!m_pInside->RequireIndex())
+    if (!Graph().RequireIndex())
         return false;
-    m_pInside->owners.AddOther(m_nIndexCount);
-    m_pInside->stored.Give(*entry.pAssoc, entry.pIndex, entry.nMoves, m_pInside->TakeIndex());
+    Graph().owners.AddOther(m_nIndexCount);
+    Graph().stored.Give(*entry.pAssoc, entry.pIndex, entry.nMoves, Graph().TakeIndex());
     return true;
 }
 
 void VELM_CArchive::WriteClass(const VELM_CRuntimeClass* pClassRef)
 {
-    if (m_pInside->bAborted) {
-        m_pInside->Lose("a class record was not stored");
+    if (m_pState->bAborted) {
+        m_pState->Lose("a class record was not stored");
         return;
     }
-    m_pInside->Begin();
+    m_pState->Begin();
     if (StoreClass(pClassRef, nullptr))
-        m_pInside->End();
+        m_pState->End();
 }
 
 // What is known, or new, by a look at one line of the table takes this way, of few steps: so the processor is at the
@@ -184,13 +136,13 @@ void VELM_CArchive::WriteObject(const VELM_CObject* pOb)
 {
     __builtin_prefetch(pOb);
     const void* const pFrame = __builtin_dwarf_cfa(); // on every way the same
-    VELM_CArchiveInside& inside = *m_pInside;
-    if (pOb != nullptr && IsStoring() && m_lpBufMax - m_lpBufCur >= 8 && inside.stored.IsRight(m_pStoreMap)) {
-        const VELM_CStoredIndexes::Entry entry = inside.stored.FindNear(*m_pStoreMap, pOb);
+    VELM_CStoredIndexes& stored = Graph().stored;
+    if (pOb != nullptr && IsStoring() && m_lpBufMax - m_lpBufCur >= 8 && stored.IsRight(m_pStoreMap)) {
+        const VELM_CStoredIndexes::Entry entry = stored.FindNear(*m_pStoreMap, pOb);
         if (entry.nIndex != 0)
             VELM_CReference::StoreAt(m_lpBufCur, entry.nIndex, 0, 0);
         else if (entry.pAssoc != nullptr)
-            inside.WriteNew(pOb, entry.pAssoc, entry.pIndex, entry.nMoves, pFrame);
+            WriteNew(pOb, entry.pAssoc, entry.pIndex, entry.nMoves, pFrame);
         else
             WriteAnyObject(pOb, pFrame);
         return;
@@ -200,10 +152,10 @@ void VELM_CArchive::WriteObject(const VELM_CObject* pOb)
 
 void VELM_CArchive::WriteAnyObject(const VELM_CObject* pOb, const void* pFrame)
 {
-    if (m_nMode != store && m_pInside->bAborted)
+    if (m_nMode != store && m_pState->bAborted)
         return;
     if (!VELM_ASSERT(IsStoring())) {
-        m_pInside->Lose("an object was not stored");
+        m_pState->Lose("an object was not stored");
         return;
     }
     if (!HasMap() && !MakeMap())
@@ -216,44 +168,46 @@ void VELM_CArchive::WriteAnyObject(const VELM_CObject* pOb, const void* pFrame)
     if (entry.nIndex != 0)
         VELM_CReference{VELM_CReference::object, entry.nIndex}.Store(*this);
     else
-        m_pInside->WriteNew(pOb, entry.pAssoc, entry.pIndex, entry.nMoves, pFrame);
+        WriteNew(pOb, entry.pAssoc, entry.pIndex, entry.nMoves, pFrame);
 }
 
 // An object that has an entry, and no index yet.
-void VELM_CArchiveInside::WriteNew(const VELM_CObject* pOb, VELM_CPtrAssoc* pAssoc, uint32_t* pIndex, unsigned nMoves,
-                                   const void* pFrame)
+void VELM_CArchive::WriteNew(const VELM_CObject* pOb, VELM_CPtrAssoc* pAssoc, uint32_t* pIndex, unsigned nMoves,
+                             const void* pFrame)
 {
-    Begin();
-    VELM_CArchive& ar = m_ar;
+    VELM_CArchiveGraph& graph = Graph();
+    graph.Begin();
     const VELM_CRuntimeClass* const pClassRef = pOb->GetRuntimeClass();
-    // All that is at hand for an object of a class that is known goes this way.
-    if (pClassRef != nullptr && pClassRef->m_nSchema != VELM_CRuntimeClass::nNoSchema && pStoredClasses == nullptr &&
-        ar.m_lpBufMax - ar.m_lpBufCur >= 8 && pIndex != nullptr) {
-        const uint32_t nClass = stored.IndexOfClass(pClassRef, nMoves), nIndex = ar.m_nIndexCount;
-        const unsigned long long nMark = Mark();
-        if (nClass != 0 && nIndex < VELM_CArchive::nIndexLimit && m_calls.IsPrepared(pFrame, nMaxDepth) &&
-            (m_calls.Depth() == 0 || m_calls.At(m_calls.Depth() - 1).nMark == nMark)) {
-            VELM_CReference::StoreAt(ar.m_lpBufCur, nClass, VELM_CArchive::wClassTag, VELM_CArchive::dwBigClassTag);
-            ar.m_nIndexCount = nIndex + 1;
+    // An object of a class that has been stored goes this way, if everything it needs is at hand.
+    if (pClassRef != nullptr && pClassRef->m_nSchema != VELM_CRuntimeClass::nNoSchema &&
+        graph.pStoredClasses == nullptr && m_lpBufMax - m_lpBufCur >= 8 && pIndex != nullptr) {
+        const uint32_t nClass = graph.stored.IndexOfClass(pClassRef, nMoves), nIndex = m_nIndexCount;
+        const unsigned long long nMark = VELM_CArchiveState::Mark();
+        if (nClass != 0 && nIndex < nIndexLimit && graph.IsDepthReady(pFrame, nMark)) {
+            VELM_CReference::StoreAt(m_lpBufCur, nClass, wClassTag, dwBigClassTag);
+            m_nIndexCount = nIndex + 1;
             pAssoc->value = reinterpret_cast<void*>(uintptr_t{nIndex});
             *pIndex = nIndex;
-            Serialize(*const_cast<VELM_CObject*>(pOb), pFrame, {pClassRef, nIndex, pClassRef->m_nSchema, nMark}, true);
-            End();
+            graph.Serialize(*const_cast<VELM_CObject*>(pOb), pFrame, {pClassRef, nIndex, pClassRef->m_nSchema, nMark},
+                            true);
+            graph.End();
             return;
         }
     }
     WriteOfClass(pOb, pClassRef, pAssoc, pFrame);
 }
 
-void VELM_CArchiveInside::WriteOfClass(const VELM_CObject* pOb, const VELM_CRuntimeClass* pClassRef,
-                                       VELM_CPtrAssoc* pAssoc, const void* pFrame)
+void VELM_CArchive::WriteOfClass(const VELM_CObject* pOb, const VELM_CRuntimeClass* pClassRef, VELM_CPtrAssoc* pAssoc,
+                                 const void* pFrame)
 {
-    if (!RequireDepth(Offset(), pFrame) || !m_ar.StoreClass(pClassRef, pOb) || !RequireIndex())
+    VELM_CArchiveGraph& graph = Graph();
+    if (!graph.RequireDepth(graph.Offset(), pFrame) || !StoreClass(pClassRef, pOb) || !graph.RequireIndex())
         return;
-    const unsigned nIndex = TakeIndex();
-    stored.Give(*pAssoc, nullptr, 0, nIndex);
-    Serialize(*const_cast<VELM_CObject*>(pOb), pFrame, {pClassRef, nIndex, pClassRef->m_nSchema, Mark()});
-    End();
+    const unsigned nIndex = graph.TakeIndex();
+    graph.stored.Give(*pAssoc, nullptr, 0, nIndex);
+    graph.Serialize(*const_cast<VELM_CObject*>(pOb), pFrame,
+                    {pClassRef, nIndex, pClassRef->m_nSchema, VELM_CArchiveState::Mark()});
+    graph.End();
 }
 
 void VELM_CArchive::SerializeClass(const VELM_CRuntimeClass* pClassRef)
@@ -271,23 +225,23 @@ bool VELM_CArchive::StartReading(const VELM_CRuntimeClass* pClassRefRequested)
     if (!IsInbound())
         return false;
     if (pClassRefRequested != nullptr && pClassRefRequested->m_nSchema == VELM_CRuntimeClass::nNoSchema) {
-        m_pInside->Fail(VELM_CArchiveException::causeGeneric, m_pInside->Offset(),
-                        "class \"%s\" cannot go through an archive", NameOf(pClassRefRequested));
+        m_pState->Fail(VELM_CArchiveException::causeGeneric, m_pState->Offset(),
+                       "class \"%s\" cannot go through an archive", NameOf(pClassRefRequested));
         return false;
     }
     return HasMap() || MakeMap();
 }
 
 // The class that the reference names, or whose record follows it. NULL after a raise that returned.
-static inline const VELM_CArchiveLoader::Met* LoadClass(VELM_CArchive& ar, const VELM_CReference& reference,
-                                                        unsigned long long nOffset)
+static inline const VELM_CArchiveLoader::StoredClass* LoadClass(VELM_CArchive& ar, const VELM_CReference& reference,
+                                                                unsigned long long nOffset)
 {
     VELM_CArchiveLoader& loader = *VELM_CArchiveLoader::Of(ar);
     if (reference.kind == VELM_CReference::knownClass)
         return loader.RequireKind(reference.nIndex, true, nOffset) ? &loader.ClassAt(reference.nIndex) : nullptr;
     unsigned nSchema;
     VELM_CRuntimeClass* const pClass = VELM_CRuntimeClass::Load(ar, &nSchema);
-    if (pClass == nullptr || !VELM_CArchiveInside::Of(ar).RequireIndex())
+    if (pClass == nullptr || !VELM_CArchiveGraph::Of(ar).RequireIndex())
         return nullptr;
     return &loader.AddClass(pClass, nSchema);
 }
@@ -297,7 +251,7 @@ VELM_CRuntimeClass* VELM_CArchive::ReadClass(const VELM_CRuntimeClass* pClassRef
 {
     if (!StartReading(pClassRefRequested))
         return nullptr;
-    const unsigned long long nOffset = m_pInside->Offset();
+    const unsigned long long nOffset = m_pState->Offset();
     VELM_CArchiveLoader* const pLoader = VELM_CArchiveLoader::WithTable(*this);
     VELM_CReference reference = {VELM_CReference::nullObject, 0};
     uint32_t nDropped;
@@ -311,21 +265,21 @@ VELM_CRuntimeClass* VELM_CArchive::ReadClass(const VELM_CRuntimeClass* pClassRef
         if (pObTag != nullptr)
             *pObTag = reference.nIndex;
         else if (pLoader == nullptr)
-            m_pInside->Fail(VELM_CArchiveException::causeBadIndex, m_pInside->Offset(),
-                            "no class loads without a class table");
+            m_pState->Fail(VELM_CArchiveException::causeBadIndex, m_pState->Offset(),
+                           "no class loads without a class table");
         else
-            m_pInside->Fail(VELM_CArchiveException::causeBadIndex, nOffset, "index %u is an object, not a class",
-                            reference.nIndex);
+            m_pState->Fail(VELM_CArchiveException::causeBadIndex, nOffset, "index %u is an object, not a class",
+                           reference.nIndex);
         return nullptr;
     }
-    const VELM_CArchiveLoader::Met* const pMet = LoadClass(*this, reference, nOffset);
-    if (pMet == nullptr || !pLoader->RequireDerived(pMet->pClass->pClass, pClassRefRequested, nOffset))
+    const VELM_CArchiveLoader::StoredClass* const pStored = LoadClass(*this, reference, nOffset);
+    if (pStored == nullptr || !pLoader->RequireDerived(pStored->pClass->pClass, pClassRefRequested, nOffset))
         return nullptr;
     if (pObTag != nullptr)
         *pObTag = 0;
     if (pSchema != nullptr)
-        *pSchema = pMet->nSchema;
-    return pMet->pClass->pClass;
+        *pSchema = pStored->nSchema;
+    return pStored->pClass->pClass;
 }
 
 VELM_CObject* VELM_CArchive::ReadObject(const VELM_CRuntimeClass* pClassRefRequested)
@@ -351,7 +305,7 @@ VELM_CArchive::LoadObject(const VELM_CRuntimeClass* pClassRefRequested, unsigned
     const bool bAny = pClassRefRequested == nullptr || pClassRefRequested->m_nSchema != VELM_CRuntimeClass::nNoSchema;
     if ((!bAny || !IsLoading() || !HasMap()) && !StartReading(pClassRefRequested))
         return nullptr;
-    const unsigned long long nOffset = m_pInside->Offset();
+    const unsigned long long nOffset = m_pState->Offset();
     VELM_CReference reference;
     if (!reference.Load(*this))
         return nullptr;
@@ -366,17 +320,17 @@ VELM_CArchive::LoadObject(const VELM_CRuntimeClass* pClassRefRequested, unsigned
         rIndex = reference.nIndex;
         return static_cast<VELM_CObject*>(m_pLoadArray->GetAt(static_cast<int>(reference.nIndex)));
     }
-    const VELM_CArchiveLoader::Met* const pMet = LoadClass(*this, reference, nOffset);
-    if (pMet == nullptr || !pLoader->RequireDerived(pMet->pClass->pClass, pClassRefRequested, nOffset) ||
-        !m_pInside->RequireIndex() || !m_pInside->RequireDepth(nOffset, pFrame) ||
-        !pLoader->RequireConcrete(*pMet, nOffset))
+    const VELM_CArchiveLoader::StoredClass* const pStored = LoadClass(*this, reference, nOffset);
+    if (pStored == nullptr || !pLoader->RequireDerived(pStored->pClass->pClass, pClassRefRequested, nOffset) ||
+        !Graph().RequireIndex() || !m_pState->RequireDepth(nOffset, pFrame) ||
+        !pLoader->RequireConcrete(*pStored, nOffset))
         return nullptr;
-    const VELM_CRuntimeClass* const pClass = pMet->pClass->pClass;
-    const unsigned nSchema = pMet->nSchema, nOuterSchema = m_nCurSchema, nIndex = m_nIndexCount;
-    VELM_CObject* const pOb = pLoader->CreateObject(*pMet);
+    const VELM_CRuntimeClass* const pClass = pStored->pClass->pClass;
+    const unsigned nSchema = pStored->nSchema, nOuterSchema = m_nCurSchema, nIndex = m_nIndexCount;
+    VELM_CObject* const pOb = pLoader->CreateObject(*pStored);
     // From here on neither the loader nor the load array is touched: Serialize may abort the archive.
     m_nCurSchema = nSchema;
-    m_pInside->Serialize(*pOb, pFrame, {pClass, nIndex, nSchema, m_pInside->Mark()});
+    m_pState->Serialize(*pOb, pFrame, {pClass, nIndex, nSchema, m_pState->Mark()});
     m_nCurSchema = nOuterSchema;
     rIndex = nIndex;
     return pOb;
@@ -385,18 +339,18 @@ VELM_CArchive::LoadObject(const VELM_CRuntimeClass* pClassRefRequested, unsigned
 VELM_CObject* VELM_CArchive::ReadForOwner(const VELM_CRuntimeClass* pClassRefRequested, Owner kind, int bOrNull,
                                           unsigned& rIndex)
 {
-    const unsigned long long nOffset = m_pInside->Offset();
+    const unsigned long long nOffset = m_pState->Offset();
     VELM_CObject* const pOb = LoadObject(pClassRefRequested, rIndex, __builtin_frame_address(0));
     VELM_CArchiveLoader* const pLoader = VELM_CArchiveLoader::Of(*this);
     // After Abort only what the archive has a share of is known; the rest is the program's.
-    const bool bAll = pLoader != nullptr && !m_pInside->bAborted;
-    if (rIndex == nRefused || (!bAll && m_pInside->owners.ShareOf(rIndex) == nullptr)) {
+    const bool bAll = pLoader != nullptr && !m_pState->bAborted;
+    if (rIndex == nRefused || (!bAll && Graph().owners.ShareOf(rIndex) == nullptr)) {
         rIndex = rIndex == nRefused ? rIndex : 0;
         return pOb;
     }
-    const bool bMayBe =
-        pOb == nullptr ? bOrNull || m_pInside->RefuseNull(nOffset)
-                       : m_pInside->RequireOwnable(pOb, rIndex, bAll && pLoader->IsMappedAt(rIndex), kind, nOffset);
+    const bool bMayBe = pOb == nullptr
+                            ? bOrNull || Graph().RefuseNull(nOffset)
+                            : Graph().RequireOwnable(pOb, rIndex, bAll && pLoader->IsMappedAt(rIndex), kind, nOffset);
     if (bMayBe)
         return pOb;
     rIndex = nRefused;
@@ -413,7 +367,7 @@ unsigned VELM_CArchive::GetObjectSchema()
 void VELM_CArchive::SetClassTable(const VELM_CClassTable* pTable)
 {
     if (!IsInbound()) {
-        m_pInside->pStoredClasses = pTable;
+        Graph().pStoredClasses = pTable;
         return;
     }
     if (m_pLoader == nullptr)
@@ -423,7 +377,7 @@ void VELM_CArchive::SetClassTable(const VELM_CClassTable* pTable)
 
 void VELM_CArchive::SetMaxDepth(unsigned nMaxDepth)
 {
-    m_pInside->nMaxDepth = nMaxDepth;
+    m_pState->nMaxDepth = nMaxDepth;
 }
 
 void VELM_CArchive::DeleteLoadedObjects()

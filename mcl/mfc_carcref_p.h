@@ -52,8 +52,8 @@ struct VELM_LOCAL VELM_CReference {
     // False after a raise that returned: 3 when the data ends, 5 for a tag that no writer makes.
     __attribute__((always_inline)) bool Load(VELM_CArchive& ar)
     {
-        VELM_CArchiveInside& inside = VELM_CArchiveInside::Of(ar);
-        const unsigned long long nOffset = inside.Offset();
+        VELM_CArchiveState& state = VELM_CArchiveState::Of(ar);
+        const unsigned long long nOffset = state.Offset();
         uint32_t nTag = 0;
         bool bWhole = ar.Load32(nTag) != 0;
         nIndex = nTag;
@@ -71,7 +71,7 @@ struct VELM_LOCAL VELM_CReference {
             kind = knownClass;
             nIndex = nTag - VELM_CArchive::wClassTag;
         } else if (bWhole) {
-            inside.Fail(VELM_CArchiveException::causeBadIndex, nOffset, "tag %u is no reference", nTag);
+            state.Fail(VELM_CArchiveException::causeBadIndex, nOffset, "tag %u is no reference", nTag);
             return false;
         }
         if (!bWhole)

@@ -3,11 +3,11 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "mcl/mfc_carccore.h"
 #include "mcl/mfc_cobj_p.h"
 #include "mcl/mfc_memory.h"
-#include "mcl/mfc_template.h"
 
 static std::atomic<bool> g_bNotices(true);
 
@@ -115,6 +115,38 @@ void VELM_CObArray::RemoveAt(int nIndex, int nCount)
         m_list.remove(nIndex);
 }
 
+// The images of more objects than a few, which no raise may lose.
+class VELM_LOCAL VELM_CHeldImages : public VELM_CHeld {
+public:
+    void* pImages = nullptr;
+
+    ~VELM_CHeldImages() override { std::free(pImages); }
+};
+
+static void Transfer(VELM_CArchive& ar, void* pImages, size_t nBytes)
+{
+    if (ar.IsStoring())
+        ar.StoreBlock(pImages, nBytes);
+    else
+        ar.LoadBlock(pImages, nBytes);
+}
+
+void AfxSerializeImages(VELM_CArchive& ar, int nCount)
+{
+    const size_t nBytes = 8 * static_cast<size_t>(nCount);
+    unsigned char few[64] = {};
+    if (nBytes <= sizeof few) {
+        Transfer(ar, few, nBytes);
+        return;
+    }
+    VELM_CHeldImages* pHeld = AfxNew(new (std::nothrow) VELM_CHeldImages);
+    ar.Hold(pHeld);
+    pHeld->pImages = AfxAllocate(NULL, nBytes, 1);
+    std::memset(pHeld->pImages, 0, nBytes);
+    Transfer(ar, pHeld->pImages, nBytes);
+    ar.DropHeld(pHeld);
+}
+
 // An element that has been made and is not in the array yet.
 class VELM_LOCAL VELM_CHeldElement : public VELM_CHeld {
 public:
@@ -125,22 +157,23 @@ public:
 
 void VELM_CObArray::Serialize(VELM_CArchive& ar)
 {
-    int n = GetSize();
     if (ar.IsStoring()) {
-        SerializeElements(ar, &n, 1);
+        const int n = GetSize();
+        ar.Store32(static_cast<uint32_t>(n));
         for (int i = 0; i < n; ++i)
-            SerializeElements(ar, (*this)[i], 1);
+            AfxSerializeImages(ar, 1);
         return;
     }
-    n = 0;
-    SerializeElements(ar, &n, 1);
+    uint32_t nStored = 0;
+    ar.Load32(nStored);
     if (ar.IsDataEnded())
         return;
+    const int n = static_cast<int>(nStored);
     VELM_CHeldElement* pHeld = AfxNew(new (std::nothrow) VELM_CHeldElement);
     ar.Hold(pHeld);
     for (int i = 0; i < n; ++i) {
         pHeld->pElement = AfxNew(new (std::nothrow) VELM_CObject);
-        SerializeElements(ar, pHeld->pElement, 1);
+        AfxSerializeImages(ar, 1);
         if (ar.IsDataEnded())
             break;
         m_list.append(pHeld->pElement);

@@ -1,10 +1,13 @@
-// The notices of the library; private to it.
+// What the root of the classes shares with the rest of the library; private to it.
 #ifndef TAVNOMCL_MFC_COBJ_P_H
 #define TAVNOMCL_MFC_COBJ_P_H
 
-#include "mcl/mfc_base.h"
+#include "mcl/mfc_cobj.h"
 
 // Prints it on standard output, unless notices are switched off.
 VELM_LOCAL void AfxNotice(const char* lpsz);
+
+// Stores 8 zero bytes for each of nCount plain objects, or loads and drops as many, by one transfer.
+VELM_LOCAL void AfxSerializeImages(VELM_CArchive& ar, int nCount);
 
 #endif

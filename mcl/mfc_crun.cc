@@ -10,7 +10,7 @@ void VELM_CRuntimeClass::Store(VELM_CArchive& ar) const
     const bool bName = VELM_ASSERT(m_pszName != NULL);
     const size_t nLength = bName ? std::strlen(m_pszName) : 0;
     if (!bName || !VELM_ASSERT(nLength <= 0xFFFFFFFF)) {
-        VELM_CArchiveInside::Of(ar).Lose("a class record was not stored");
+        VELM_CArchiveState::Of(ar).Lose("a class record was not stored");
         return;
     }
     ar.Store32(m_nSchema);
@@ -20,9 +20,9 @@ void VELM_CRuntimeClass::Store(VELM_CArchive& ar) const
 
 VELM_CRuntimeClass* VELM_CRuntimeClass::Load(VELM_CArchive& ar, unsigned* pwSchemaNum)
 {
-    VELM_CArchiveInside& inside = VELM_CArchiveInside::Of(ar);
+    VELM_CArchiveState& state = VELM_CArchiveState::Of(ar);
     VELM_CArchiveLoader* const pLoader = VELM_CArchiveLoader::WithTable(ar);
-    const unsigned long long nOffset = inside.Offset();
+    const unsigned long long nOffset = state.Offset();
     uint32_t nSchema, nLength;
     const bool bSchema = ar.Load32(nSchema) != 0;
     if (pLoader == nullptr && bSchema && pwSchemaNum != nullptr)
@@ -33,7 +33,7 @@ VELM_CRuntimeClass* VELM_CRuntimeClass::Load(VELM_CArchive& ar, unsigned* pwSche
     }
     if (pLoader == nullptr || !pLoader->RequireNameLength(nLength, nOffset))
         return nullptr;
-    char* const pszName = inside.LoadText(nLength);
+    char* const pszName = state.LoadText(nLength);
     if (pszName == nullptr) {
         ar.RaiseDataEnded();
         return nullptr;

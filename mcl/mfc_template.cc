@@ -1,15 +1,12 @@
 #include "mcl/mfc_template.h"
 
-#include <cstdlib>
-
 #include "mcl/mfc_carccore_p.h"
-#include "mcl/mfc_cobj.h"
-#include "mcl/mfc_memory.h"
+#include "mcl/mfc_cobj_p.h"
 
 void AfxRefuseElement(VELM_CArchive& ar)
 {
-    VELM_CArchiveInside& inside = VELM_CArchiveInside::Of(ar);
-    inside.Fail(VELM_CArchiveException::causeGeneric, inside.Offset(), "an element of a type that no archive takes");
+    VELM_CArchiveState& state = VELM_CArchiveState::Of(ar);
+    state.Fail(VELM_CArchiveException::causeGeneric, state.Offset(), "an element of a type that no archive takes");
     unsigned char nDropped; // where the raise returns: so that a count of such elements costs no more than the data
     if (!ar.IsStoring())
         ar.LoadByte(nDropped);
@@ -41,7 +38,7 @@ template <> void SerializeElements(VELM_CArchive& ar, fxStr* pElements, int nCou
             ar.StorePrefixed(lpszText, strlen(lpszText));
             continue;
         }
-        const char* lpszText = VELM_CArchiveInside::Of(ar).LoadPrefixed();
+        const char* lpszText = VELM_CArchiveState::Of(ar).LoadPrefixed();
         pElements[i] = lpszText; // NULL gives the empty string
         if (lpszText == nullptr) {
             ar.RaiseDataEnded();
@@ -60,45 +57,21 @@ static int StreamForm(int nValue)
 #endif
 }
 
-static void Transfer(VELM_CArchive& ar, void* pBytes, size_t nBytes)
-{
-    if (ar.IsStoring())
-        ar.StoreBlock(pBytes, nBytes);
-    else
-        ar.LoadBlock(pBytes, nBytes);
-}
-
 template <> void SerializeElements(VELM_CArchive& ar, int* pElements, int nCount)
 {
     for (int i = 0; i < nCount; ++i)
         pElements[i] = StreamForm(pElements[i]);
-    Transfer(ar, pElements, static_cast<size_t>(nCount) * sizeof(int));
+    if (ar.IsStoring())
+        ar.StoreBlock(pElements, static_cast<size_t>(nCount) * sizeof(int));
+    else
+        ar.LoadBlock(pElements, static_cast<size_t>(nCount) * sizeof(int));
     for (int i = 0; i < nCount; ++i)
         pElements[i] = StreamForm(pElements[i]);
 }
 
-// The images of more objects than a few, which no raise may lose.
-class VELM_LOCAL VELM_CHeldImages : public VELM_CHeld {
-public:
-    void* pImages = nullptr;
-
-    ~VELM_CHeldImages() override { free(pImages); }
-};
-
 template <> void SerializeElements(VELM_CArchive& ar, VELM_CObject*, int nCount)
 {
-    const size_t nBytes = 8 * static_cast<size_t>(nCount);
-    unsigned char few[64] = {};
-    if (nBytes <= sizeof few) {
-        Transfer(ar, few, nBytes);
-        return;
-    }
-    VELM_CHeldImages* pHeld = AfxNew(new (std::nothrow) VELM_CHeldImages);
-    ar.Hold(pHeld);
-    pHeld->pImages = AfxAllocate(NULL, nBytes, 1);
-    memset(pHeld->pImages, 0, nBytes);
-    Transfer(ar, pHeld->pImages, nBytes);
-    ar.DropHeld(pHeld);
+    AfxSerializeImages(ar, nCount);
 }
 
 template void DestructElements<fxStr>(fxStr*, int);
