@@ -54,6 +54,7 @@
 #include <optional>
 #endif
 
+#include "mcl/mfc_carcnum.h"
 #include "mcl/mfc_carcown.h"
 #include "mcl/mfc_memory.h"
 

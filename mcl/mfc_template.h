@@ -15,7 +15,7 @@
 #include <utility>
 
 #include "host/fxStr.h"
-#include "mcl/mfc_carccore.h"
+#include "mcl/mfc_carcnum.h"
 #include "mcl/mfc_carcown.h"
 
 /// \addtogroup collections
