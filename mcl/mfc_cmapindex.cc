@@ -1,21 +1,23 @@
-// What finds the entries of a map without walking its chains; private to the library.
+// The index of a map, which finds entries without walking the chains; private to the library.
 //
-// The chains are what a caller sees, and the truth. A map with many entries has an index beside them, of two tables:
+// Callers see the chains, and what the chains say holds. A map with many entries has an index beside them, which
+// consists of two hash tables:
 //
 //     the hash of a key      -> its node
-//     the address of a node  -> the node before it on its chain, unless it is the head
+//     the address of a node  -> the node before it on its chain; heads of chains have no entry
 //
-// The second is made when an entry is removed that is not near the head of its chain, and kept from there on: only a
-// map that removes such entries pays for it. Where pointers have 64 bits, a node of the pointer-keyed map has 8 bytes
-// that no field uses. From that removal on these hold the link that points at the node, a bucket's head or the pNext of
-// the node before, and there is no second table.
+// The second table is made when an entry is removed that is not near the head of its chain, and is kept up to date from
+// then on: a map that removes no such entry does not pay for it. Where pointers have 64 bits, a node of the
+// pointer-keyed map has 8 bytes of padding, called its gaps. They do the work of the second table: from that removal on
+// they hold the address of the link that points at the node, which is the bucket's head or the pNext of the node
+// before.
 //
-// - Every node on a chain is in the first table, as long as there is an index. With the second, so is each but the
-// heads.
-// - A program that changes the chains by hand tells the map so, by WalkChains, NewAssoc or FreeAssoc: then there is no
-//   index until the map is empty again. Where it forgets to, an index that no longer fits the number of entries or the
-//   buckets is not used, and one that does may be wrong about what was changed.
-// - Without memory there is no index, and the chains are walked.
+// - As long as there is an index, its first table has every node that is on a chain, and the second one, if there is
+//   one, every node that is not a head.
+// - A program that changes the chains by hand tells the map so, by WalkChains, NewAssoc or FreeAssoc: then the map has
+//   no index until it is empty again. If it does not tell, the map still ignores an index whose number of entries or
+//   whose buckets differ from its own; an index that passes this check may be wrong about what was changed.
+// - When there is no memory for an index, the map walks its chains.
 #include "mcl/mfc_cmapindex_p.h"
 
 #include <sys/random.h>
@@ -25,7 +27,7 @@
 
 VELM_CKeyHasher::VELM_CKeyHasher()
 {
-    if (getentropy(m_seed, sizeof m_seed) != 0) { // addresses differ at least
+    if (getentropy(m_seed, sizeof m_seed) != 0) { // without random numbers: addresses, which differ between hashers
         m_seed[0] = reinterpret_cast<uintptr_t>(this);
         m_seed[1] = reinterpret_cast<uintptr_t>(&m_seed);
     }
@@ -36,7 +38,8 @@ static uint64_t Rotated(uint64_t n, int nBits)
     return n << nBits | n >> (64 - nBits);
 }
 
-// SipHash-1-3: without the seed, nobody can choose bytes that collide.
+// SipHash-1-3: nobody who does not know the seed can choose keys that collide. It reads the last 8 bytes as its last
+// word, so that words may overlap, and mixes in the length as a word of its own.
 unsigned VELM_CKeyHasher::operator()(const void* pBytes, unsigned long nBytes) const
 {
     const char* const p = static_cast<const char*>(pBytes);
@@ -58,7 +61,7 @@ unsigned VELM_CKeyHasher::operator()(const void* pBytes, unsigned long nBytes) c
         std::memcpy(&nWord, p + i, 8);
         Mix(nWord);
     }
-    uint64_t nLast = 0; // little-endian or not: it only mixes
+    uint64_t nLast = 0; // in the machine's byte order, since no hash value leaves the process
     if (nBytes >= 8)
         std::memcpy(&nLast, p + nBytes - 8, 8);
     else if (nBytes > 0)
@@ -89,7 +92,7 @@ VELM_CMapIndex* VELM_CMapIndex::Make(const Chains& of, TagProc pfnTag, bool bGap
             ppLink = &p->pNext;
         }
     }
-    if (nNodes <= of.nCount) // one may be on its way to the free list
+    if (nNodes <= of.nCount) // fewer are allowed: a program may have taken a node off to free it next
         return pIndex;
     delete pIndex;
     return Never();
@@ -128,7 +131,7 @@ bool VELM_CMapIndex::Unlink(const VELM_CMapPlace& place, VELM_CMapNode* pNode)
     return true;
 }
 
-// A node has become the head of its chain.
+// Notes that the node has become the head of its chain.
 inline void VELM_CMapTables::Link(VELM_CMapNode* pNode)
 {
     if (m_bFilled) {
@@ -148,20 +151,21 @@ inline bool VELM_CMapTables::Unlink(VELM_CMapNode* pNode)
     VELM_CMapNode* const pNext = pNode->pNext;
     if (m_bFilled) {
         FillGaps(pNext, ppLink);
-    } else if (m_before.Is()) { // what the table has is found as long as the node is on its chain
+    } else if (m_before.Is()) { // before *ppLink changes: FindBefore looks at the chain
         SetBefore(pNode, nullptr);
         if (pNext != nullptr)
-            SetBefore(pNext, ppLink == ppHead ? nullptr : reinterpret_cast<VELM_CMapNode*>(ppLink)); // its first field
+            SetBefore(pNext, ppLink == ppHead ? nullptr : reinterpret_cast<VELM_CMapNode*>(ppLink)); // pNext is first
     }
     *ppLink = pNext;
     return true;
 }
 
-// The link that points at a node that is not the head of its chain; NULL if it is not on the chain.
+// The link that points at a node that is not the head of its chain; NULL if the node is not on the chain. After nNear
+// steps along the chain it makes what spares such walks.
 VELM_CMapLink* VELM_CMapTables::LinkOf(VELM_CMapNode* pNode)
 {
     VELM_CMapNode* p = m_of.pHeads[pNode->nHashValue];
-    for (int n = 0; !m_before.Is() && !m_bFilled; p = p->pNext) { // without memory for the table, to the end
+    for (int n = 0; !m_before.Is() && !m_bFilled; p = p->pNext) { // to the end if there is no memory for the table
         if (p == nullptr || p->pNext == pNode)
             return p == nullptr ? nullptr : &p->pNext;
         if (++n == nNear)
@@ -171,7 +175,7 @@ VELM_CMapLink* VELM_CMapTables::LinkOf(VELM_CMapNode* pNode)
     return m_bFilled ? InGaps(pNode) : FindBefore(pNode, at) ? &NodeAt(at)->pNext : nullptr;
 }
 
-// Notes what is before each node, in the gaps or in the table.
+// Notes for every node what precedes it: in the gaps if the nodes have them, otherwise in the second table.
 void VELM_CMapTables::NoteLinks()
 {
     if (!m_bGaps && !m_before.Start(static_cast<size_t>(m_of.nCount)))
@@ -193,7 +197,8 @@ bool VELM_CMapTables::FindBefore(const VELM_CMapNode* pNode, VELM_CTable::Place&
                          [=](const VELM_CTable::Place& at) { return NodeAt(at)->pNext == pNode; });
 }
 
-// Notes which node is before another from now on; NULL for none. Without memory for that, the table goes.
+// Notes that pBefore precedes pNode from now on; NULL if pNode is a head or leaves its chain. When there is no memory
+// for the note, the table is dropped.
 void VELM_CMapTables::SetBefore(const VELM_CMapNode* pNode, const VELM_CMapNode* pBefore)
 {
     VELM_CTable::Place at;

@@ -1,5 +1,5 @@
 /// \file
-/// How maps find their keys without walking chains: which keys have hash values for that, and the index that they have.
+/// How maps find their keys without walking chains: the index of a map, and the hash values of keys for it.
 #ifndef TAVNOMCL_MFC_CMAPINDEX_H
 #define TAVNOMCL_MFC_CMAPINDEX_H
 
@@ -17,29 +17,31 @@
 /// \addtogroup collections
 /// \{
 
-/// Hashes the bytes of keys with a seed of its own, so that nobody can choose keys whose hash values are equal.
+/// Hashes the bytes of keys. Each hasher has a random seed, so that nobody can choose keys whose hash values are equal.
 class VELM_API VELM_CKeyHasher {
 public:
-    /// With a random seed.
+    /// A hasher with a new random seed.
     VELM_CKeyHasher();
-    /// The hash value of the bytes, as far as this hasher is concerned.
+    /// The hash value of `nBytes` bytes; another hasher gives another one.
     unsigned operator()(const void* pBytes, unsigned long nBytes) const;
 
 private:
     uint64_t m_seed[2];
 };
 
-/// How a map finds keys of a type without walking its chains, by a hidden index: `Hash` gives the hash value of a key,
-/// and of whatever a map is given in its place. Equal keys, as `CompareElements` has it, must have equal hash values.
-/// In general there is none, and chains are walked. There is one for integers, enumerations, pointers, `VELM_CString`,
-/// `std::string` and `fxStr`. A program specialises this for keys of its own, before it uses the map:
+/// Gives the keys of a type a hash value for a hidden index, by which a map finds them without walking its chains.
+///
+/// `Hash` returns the hash value of a key, and of an argument that a map takes in a key's place. Keys that are equal
+/// by `CompareElements` must have equal hash values. Integers, enumerations, pointers, `VELM_CString`, `std::string`
+/// and `fxStr` have a hash value; for keys of other types a map walks its chains. A program specialises this template
+/// for keys of its own before it uses the map:
 ///
 ///     template <> struct VELM_CKeyIndex<Point> {
 ///         static unsigned Hash(const VELM_CKeyHasher& hasher, Point key) { return hasher(&key, sizeof key); }
 ///     };
 ///
-/// (Equal points have equal bytes, since a point has no padding.) A specialisation without `Hash` has the map walk its
-/// chains, for a type whose `CompareElements` the program changes.
+/// This example requires that `Point` has no padding, so that equal points have equal bytes. A program that changes
+/// `CompareElements` for a key type specialises this template without `Hash`: then the map walks its chains.
 template <class KEY, class = void> struct VELM_CKeyIndex {
 };
 /// \cond
@@ -79,7 +81,7 @@ template <> struct VELM_CKeyIndex<std::string> : VELM_CTextIndex {
         return hasher(key.data(), key.size());
     }
 };
-// The same with no hash value where the key, or what stands for it, has none.
+// The hash values of a map's keys and of the arguments in their place; bIndexed is 0 if they have none.
 template <class KEY, class ARG_KEY, class = void> struct VELM_CTagOf {
     enum { bIndexed = 0 };
     static unsigned Tag(const VELM_CKeyHasher&, const ARG_KEY&) { return 0; }
@@ -106,8 +108,7 @@ struct __attribute__((may_alias)) VELM_CMapNode {
     unsigned nHashValue;
 };
 
-// The node of the pointer-keyed map where pointers have 64 bits: 8 of its bytes are no field's, and are the index's to
-// use.
+// The node of the pointer-keyed map where pointers have 64 bits. Its 8 bytes of padding, the gaps, are for the index.
 struct VELM_CMapGapNode {
     VELM_CMapNode* pNext;
     unsigned nHashValue;
@@ -121,22 +122,22 @@ struct VELM_CMapGapNode {
 // A link of a chain, whatever the map's nodes are.
 typedef VELM_CMapNode* __attribute__((may_alias)) VELM_CMapLink;
 
-// A place in an index, for an entry that is there or may be put there.
+// A place in the first table of an index, of an entry or free for one.
 struct VELM_CMapPlace {
     void* pLine;
     unsigned i;
 };
 
-// Finds the nodes of a map without walking its chains; see mfc_cmapindex.cc.
+// The index of a map, which mfc_cmapindex.cc explains.
 class VELM_API VELM_CMapIndex {
 public:
     enum {
-        nFewest = 48, // entries of a map that has an index: fewer are found as quickly without one
-        nNear = 8     // nodes of a chain that are walked before what spares that is made
+        nFewest = 48, // a map with fewer entries has no index, since it would not be faster with one
+        nNear = 8     // so many nodes of a chain are walked before an index, or its second table, is made
     };
 
-    // The fields of a map. Where they are other ones than when the index was used last, somebody else has changed the
-    // map, and the index is no longer right.
+    // Fields of a map. If they differ from the index's copy of them, a program has changed the map by hand, and the
+    // index must not be used.
     struct Chains {
         VELM_CMapLink* pHeads;
         unsigned nBuckets;
@@ -147,10 +148,10 @@ public:
     // Whether a node has the key.
     typedef bool (*MatchesProc)(const VELM_CMapNode* pNode, const void* pKey);
 
-    // An index of what is on the chains. NULL without memory; Never() if that are not as many nodes as are counted.
-    // bGaps: the nodes are laid out as VELM_CMapGapNode.
+    // Makes an index of the nodes on the chains. Returns NULL when there is no memory, and Never() if the chains have
+    // more nodes than the map counts. bGaps says that the nodes are laid out as VELM_CMapGapNode.
     static VELM_CMapIndex* Make(const Chains& of, TagProc pfnTag, bool bGaps);
-    // Stands in the place of an index in a map that has none until it is empty again.
+    // A mark in place of an index: the map makes none until it is empty again.
     static VELM_CMapIndex* Never() { return reinterpret_cast<VELM_CMapIndex*>(1); }
     static bool Is(const VELM_CMapIndex* pIndex) { return reinterpret_cast<uintptr_t>(pIndex) > 1; }
     static void Delete(VELM_CMapIndex* pIndex);
@@ -158,14 +159,15 @@ public:
     {
         return of.nCount == m_of.nCount && of.pHeads == m_of.pHeads && of.nBuckets == m_of.nBuckets;
     }
-    // The node of a key in the bucket. NULL when there is none, and the place is for it.
+    // The node of the key in the bucket, and its place. NULL when there is none: then the place is free for it.
     VELM_CMapNode* Find(unsigned nTag, unsigned nBucket, MatchesProc pfnMatches, const void* pKey,
                         VELM_CMapPlace& rPlace) const;
-    // A node has been made the head of its chain. False when there is no memory to note it.
+    // Adds a node that has become the head of its chain. False when there is no memory for it.
     bool Add(const VELM_CMapPlace& place, unsigned nTag, VELM_CMapNode* pNode);
-    // Takes the node at the place off its chain. False, and nothing is changed, when it is not there.
+    // Removes the node at the place from its chain and from the index. False, and nothing is changed, when the node is
+    // not on the chain.
     bool Unlink(const VELM_CMapPlace& place, VELM_CMapNode* pNode);
-    // The map counts the unlinked node no longer.
+    // Follows the map's own count, which the map lowers when it frees an unlinked node.
     void CountRemoved() { --m_of.nCount; }
 
     const VELM_CKeyHasher m_hasher;

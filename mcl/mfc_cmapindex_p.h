@@ -1,4 +1,4 @@
-// The tables of a map's index, see mfc_cmapindex.cc; private to the library.
+// The tables of a map's index, which mfc_cmapindex.cc explains; private to the library.
 #ifndef TAVNOMCL_MFC_CMAPINDEX_P_H
 #define TAVNOMCL_MFC_CMAPINDEX_P_H
 
@@ -10,7 +10,7 @@
 
 class VELM_LOCAL VELM_CMapTables : public VELM_CMapIndex {
 public:
-    VELM_CTable nodes; // by the hash of the key
+    VELM_CTable nodes; // the nodes on the chains, by the tags of their keys
 
     VELM_CMapTables(const Chains& of, bool bGaps) : VELM_CMapIndex(of), m_bGaps(bGaps) {}
     static VELM_CMapTables& Of(const VELM_CMapIndex& index)
@@ -38,8 +38,8 @@ public:
 
     void Link(VELM_CMapNode* pNode);
     bool Unlink(VELM_CMapNode* pNode);
-    // Notes the link that points at a node, if there is one. Without a branch, since nobody can predict whether there
-    // is.
+    // Notes in a node's gaps which link points at it; does nothing if pNode is NULL. It has no branch, since the
+    // processor could not predict whether there is a node.
     static void FillGaps(VELM_CMapNode* pNode, VELM_CMapLink* ppLink)
     {
         VELM_CMapGapNode none;
@@ -56,8 +56,8 @@ private:
     static const size_t nSecondGap = offsetof(VELM_CMapGapNode, nLinkHigh);
 
     const bool m_bGaps;
-    bool m_bFilled = false; // the gaps
-    VELM_CTable m_before;   // the node before one, by the address of that one
+    bool m_bFilled = false; // whether every node's gaps hold the link that points at it
+    VELM_CTable m_before;   // from the address of a node to the node before it on its chain
 
     static VELM_CMapLink* InGaps(const VELM_CMapNode* pNode)
     {

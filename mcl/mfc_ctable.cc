@@ -10,8 +10,8 @@ const std::size_t nFewestLines = 128;
 const std::size_t nMostLines = sizeof(std::size_t) == 8 ? INT_MAX / 4 : SIZE_MAX / 4 / sizeof(VELM_CTable::Line);
 const std::size_t nHugePage = std::size_t{1} << 21;
 
-// The next larger size: four times as much, then twice; where it takes much memory a half or a third more, and at last
-// a quarter.
+// The next larger size. Small tables grow fourfold, larger ones double; those that take much memory grow by a half or a
+// third, and the largest by a quarter.
 static std::size_t NextSize(std::size_t nLines)
 {
     const bool bPowerOfTwo = (nLines & (nLines - 1)) == 0;
@@ -32,7 +32,8 @@ static std::size_t WholePages(std::size_t nLines)
     return (nLines * sizeof(VELM_CTable::Line) + nHugePage - 1) / nHugePage * nHugePage;
 }
 
-// Lines of zeros. Large tables have pages of their own, which go back to the system at once.
+// Allocates lines of zeros; NULL when there is no memory. Large tables have pages of their own, so that freeing them
+// returns their memory to the system at once.
 static VELM_CTable::Line* NewLines(std::size_t nLines)
 {
     void* p = nullptr;
@@ -51,7 +52,7 @@ static VELM_CTable::Line* NewLines(std::size_t nLines)
     if (nBefore != 0)
         munmap(pStart, nBefore);
     munmap(pStart + nBefore + nBytes, nHugePage - nBefore);
-    madvise(pStart + nBefore, nBytes, MADV_HUGEPAGE); // fewer misses of the address cache; it may be refused
+    madvise(pStart + nBefore, nBytes, MADV_HUGEPAGE); // fewer TLB misses; a refusal does no harm
     return reinterpret_cast<VELM_CTable::Line*>(pStart + nBefore);
 }
 
@@ -63,7 +64,8 @@ static void FreeLines(VELM_CTable::Line* pLines, std::size_t nLines)
         std::free(pLines);
 }
 
-// Makes an empty table in place of the present one, which the caller has taken over.
+// Makes an empty table in place of the present one, which the caller has to free. False, and nothing is changed, when
+// there is no memory.
 bool VELM_CTable::Allocate(std::size_t nLines)
 {
     Line* const pLines = nLines > nMostLines ? nullptr : NewLines(nLines);
@@ -107,7 +109,7 @@ VELM_CTable::Line* VELM_CTable::Next(uint32_t nTag, const Line* pLine, unsigned 
     return m_pLines + i;
 }
 
-// The first free place on the way; the full lines before it are passed from now on.
+// The first free place in the probe order of the tag. Marks the full lines before it as passed.
 VELM_CTable::Place VELM_CTable::FreePlace(uint32_t nTag)
 {
     Line* pLine = &HomeOf(nTag);
@@ -124,7 +126,7 @@ bool VELM_CTable::FindRoom(uint32_t nTag, Place& rAt)
     return true;
 }
 
-// Moves the entries to another table: the same size without marks, or a larger one. False when there is no memory.
+// Rebuilds the table, without marks, in the same size or a larger one. False when there is no memory.
 bool VELM_CTable::MakeAnew()
 {
     Line* const pOld = m_pLines;

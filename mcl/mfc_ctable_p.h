@@ -1,25 +1,28 @@
-// The hash table that the library finds things with: stored objects, nodes of maps, loaded objects; private to it.
+// The library's hash table, by which it finds stored objects, loaded objects and the nodes of maps. Private to the
+// library.
 //
-// The table knows 32 bits of a key, its tag, and keeps 8 bytes beside each tag. What the tag is made of, what the 8
-// bytes are, and whether an entry is the one that is looked for, is its user's matter. Two keys may have the same tag.
+// An entry is a 32-bit tag, by which it is found, and a value of 8 bytes. The user of the table decides what both mean:
+// it computes the tag of a key and, because different keys may have the same tag, says whether an entry with the right
+// tag is the one that it wants.
 //
-// It is an open-addressed table of lines. A line is one cache line, and holds up to five entries:
+// The table uses open addressing with buckets, called lines: each is one cache line and holds up to five entries.
 //
-//     | 5 tags | 5 low words | 5 high words | which are used | passed |        64 bytes
+//     | 5 tags | 5 low words of values | 5 high words | bits of used entries | passed |        64 bytes
 //
-// - Home: the line where the search for a tag begins. The upper 20 bits of the tag are scattered by a multiplication, and
-//   select where a run of 64 lines begins. The next 6 bits select one line of the run. A tag that is an address so keeps
-//   neighbours together: 4 KiB of addresses share 64 lines that lie side by side, and objects that are neighbours in
-//   memory cost few cache misses. Tags that are random numbers are spread evenly.
-// - Probe order: the home; then the line beside it, which the processor fetches along with it; then 30 lines that are
-//   scattered by the tag; then one line after the other. A line that is full when an entry has to go further is marked
-//   as passed. A search ends at the first line without the mark. Most searches look at one line.
-// - Removing: the mark stays, so that what went further is still found. Marks go when the table is made anew.
-// - Growth: no more entries are put into a table than four for each line; those that have been removed since count as
-//   well. Then the table is made anew, in the same size if half of the entries are gone. So a fifth of the lines is never
-//   full, thus never marked, and every search ends. Homes keep their order in a larger table: both tables are walked
-//   from front to back.
-// - Memory: without memory for a larger table nothing changes, and the user goes on without the table.
+// - Home: the line where the search for a tag begins. The upper 20 bits of the tag are multiplied by a constant and
+//   select where a run of 64 lines begins. The next 6 bits select a line of the run. Thus tags that are addresses keep
+//   neighbours together: the objects in 4 KiB of memory share 64 adjacent lines, and looking them up in the order of
+//   their addresses costs few cache misses. Tags that are random numbers are spread evenly.
+// - Probe order: the home; then the line beside it, which the processor fetches together with it; then 30 lines
+//   whose places depend on the tag; then one line after the other. A full line that an insertion skips is marked as
+//   passed, and a search ends at the first line without that mark. Most searches look at one line.
+// - Removal: the marks stay, so that entries beyond a passed line are still found. Only a rebuild clears them.
+// - Growth: before the insertions since the last rebuild, removed entries included, exceed four for each line, the
+//   table is rebuilt: larger, or in the same size if half of the entries or more are gone. So at least a fifth of the
+//   lines has never been full and carries no mark, and every search ends. Homes have the same order in a table of any
+//   size, so a rebuild goes through both tables from front to back.
+// - Memory: where there is none for a larger table, the insertion fails and the table stays as it is. Its user goes on
+//   without the table.
 #ifndef TAVNOMCL_MFC_CTABLE_P_H
 #define TAVNOMCL_MFC_CTABLE_P_H
 
@@ -36,7 +39,7 @@ class VELM_LOCAL VELM_CTable {
 public:
     static const unsigned nPerLine = 5, nFull = 31; // all bits of nUsed
     struct Line;
-    // An entry, or a free place for one. Good until the next entry is added or removed.
+    // An entry, or a free place for one. Valid until the next entry is added or removed.
     struct Place {
         Line* pLine; // NULL for no place
         unsigned i;
@@ -49,7 +52,7 @@ public:
             Low() = static_cast<uint32_t>(n);
             High() = static_cast<uint32_t>(n >> 32);
         }
-        // Makes an entry of the place.
+        // Fills the free place with an entry.
         void Set(uint32_t nTag, uint64_t nValue) const
         {
             pLine->nTag[i] = nTag;
@@ -78,14 +81,14 @@ public:
     // The tag of an address: its lower half.
     static uint32_t TagOf(const void* p) { return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(p)); }
 
-    // Makes an empty table for so many entries. False when there is no memory; then there is none.
+    // Makes an empty table with room for nEntries. Returns false, and leaves no table, when there is no memory.
     bool Start(std::size_t nEntries);
     void Clear();
     bool Is() const { return m_pLines != nullptr; }
 
     // The line where the search for a tag begins. There must be a table.
     Line& HomeOf(uint32_t nTag) const { return m_pLines[HomeIndex(nTag)]; }
-    // The entries of the line that have the tag, a bit each; without branches, which would be mispredicted.
+    // The entries of the line that have the tag, one bit for each. It has no branches, which would be mispredicted.
     static unsigned Matching(const Line& line, uint32_t nTag)
     {
 #ifdef __SSE2__
@@ -101,7 +104,8 @@ public:
         return nMask & line.nUsed;
 #endif
     }
-    // True at the first entry with the tag that matches. Otherwise the place is for a new one.
+    // Finds the first entry with the tag for which matches(place) is true, and returns true. Otherwise returns false,
+    // and rAt is a free place for such an entry, or has no line if the search met only full ones.
     template <class MATCHES> __attribute__((always_inline)) bool Find(uint32_t nTag, Place& rAt, MATCHES matches) const
     {
         Line& line = HomeOf(nTag);
@@ -110,7 +114,7 @@ public:
         rAt = line.FreePlace();
         return line.bPassed != 0 && FindFurther(nTag, rAt, matches);
     }
-    // Whether an entry can be put where Find has found a place for it.
+    // Whether Put may fill the place that Find delivered.
     bool HasRoom(const Place& at) const
     {
         return at.pLine != nullptr && m_nPut < m_nMost;
@@ -121,7 +125,8 @@ public:
         ++m_nEntries;
         ++m_nPut;
     }
-    // The same anywhere; the table grows if it has to. False when there is no memory.
+    // Puts an entry at the place or, if it has no room, at another one, which rAt receives; the table is rebuilt if
+    // need be. Returns false, and changes nothing, when there is no memory.
     bool Add(Place& rAt, uint32_t nTag, uint64_t nValue)
     {
         if (!HasRoom(rAt) && !FindRoom(nTag, rAt))
@@ -134,19 +139,19 @@ public:
     {
         return m_nEntries;
     }
-    // How often the entries have moved.
+    // Changes whenever entries may have moved, so that users can tell that places they remember are no longer valid.
     unsigned Moves() const
     {
         return m_nMoves;
     }
 
 private:
-    static const std::size_t nRun = 64; // lines for 4 KiB of addresses
+    static const std::size_t nRun = 64; // lines shared by 4 KiB of addresses
 
     Line* m_pLines = nullptr;
-    uint32_t m_nHomes = 0;   // lines at which a run may begin
-    std::size_t m_nMost = 0; // entries that may be put
-    std::size_t m_nPut = 0;  // since the table was made
+    uint32_t m_nHomes = 0;   // number of lines at which a run may begin
+    std::size_t m_nMost = 0; // insertions until the next rebuild
+    std::size_t m_nPut = 0;  // insertions since the last one, removed entries included
     std::size_t m_nEntries = 0;
     std::size_t m_nLines = 0;
     unsigned m_nMoves = 0;
