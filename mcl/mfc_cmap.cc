@@ -4,10 +4,9 @@
 
 #include "mcl/mfc_cmapindex_p.h"
 
-static_assert(!VELM_CPtrAssoc::bGaps ||
-                  (sizeof(VELM_CPtrAssoc) == sizeof(VELM_CMapGapNode) &&
-                   offsetof(VELM_CPtrAssoc, key) == offsetof(VELM_CMapGapNode, key) &&
-                   offsetof(VELM_CPtrAssoc, nValue) == offsetof(VELM_CMapGapNode, nValue)),
+static_assert(!VELM_CPtrAssoc::bGaps || (sizeof(VELM_CPtrAssoc) == sizeof(VELM_CMapGapNode) &&
+                                         offsetof(VELM_CPtrAssoc, key) == offsetof(VELM_CMapGapNode, key) &&
+                                         offsetof(VELM_CPtrAssoc, nValue) == offsetof(VELM_CMapGapNode, nValue)),
               "the index uses bytes that no field of the node has");
 
 unsigned VELM_CPtrAssoc::Tag(const VELM_CKeyHasher&, void* key, unsigned)
@@ -87,7 +86,7 @@ __attribute__((flatten)) VELM_CPtrAssoc* VELM_CMapPtrToPtr::Find(void* key) cons
 VELM_CPtrAssoc* VELM_CMapPtrToPtr::Append(unsigned nBucket, void* key)
 {
     Search search = {nBucket, nullptr, nullptr, 0, {nullptr, 0}};
-    if (m_pIndex.load(std::memory_order_relaxed) != nullptr) // somebody has looked for a key
+    if (m_pIndex.load(std::memory_order_relaxed) != nullptr) // the new node must be added to the index, too
         LookToChange(key, search);
     return Add(search, key);
 }

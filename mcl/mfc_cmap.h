@@ -108,14 +108,13 @@ private:
 /// An operation whose check fails changes nothing and delivers NULL or 0. Exhausted memory, and whatever else raises
 /// while an entry is made, leaves the map as it was.
 ///
-/// A program may read the chains at any time, and change the fields `value` and `nValue` of a node, but not assign a
-/// whole node. After any other change to what
-/// the chains consist of (the fields of the map, or `pNext`, `nHashValue` or `key` of a node), it tells the map so by
-/// `WalkChains` before the next operation; `NewAssoc` and `FreeAssoc` tell it as well. An operation on a map that was
-/// not told may miss a node that is on a chain, or find or remove one that no longer is.
+/// A program may read the chains at any time, and may change the fields `value` and `nValue` of a node, but must not
+/// assign a whole node. When it changes a field of the map, or `pNext`, `nHashValue` or `key` of a node, it calls
+/// `WalkChains` before the next operation on the map; `NewAssoc` and `FreeAssoc` do that themselves. Without that call
+/// an operation may miss a node that is on a chain, or find or remove one that no longer is.
 ///
-/// Finding, adding and removing an entry takes the same time in a map of any size if `VELM_CKeyIndex` has a hash value
-/// for its keys. Two threads may read one map at the same time.
+/// If `VELM_CKeyIndex` has a hash value for the keys, finding, adding and removing an entry takes the same time in a
+/// map of any size. Two threads may read one map at the same time.
 template <class ASSOC, class ARG_KEY> class VELM_API VELM_CMapTable : public VELM_CObject {
 public:
     typedef ASSOC VELM_CAssoc; ///< The node.
@@ -165,12 +164,12 @@ public:
     int RemoveKey(ARG_KEY key);
     /// The node of the key, or NULL; `nHash` receives its bucket in any case.
     VELM_CAssoc* GetAssocAt(ARG_KEY key, unsigned& nHash) const;
-    /// Tells the map that a program has changed its chains, or is about to: from here on until the map is empty, every
-    /// operation walks the chains, so that finding an entry takes as long as its chain is.
+    /// Tells the map that the program has changed its chains, or is about to. From now on until the map is empty, every
+    /// operation walks the chains, and the time to find an entry grows with the length of its chain.
     void WalkChains() { SetIndex(VELM_CMapIndex::Never()); }
-    /// Takes a node off the free list, which a new block refills, and counts it. Its `pNext` and `nHashValue` are for
-    /// the caller to set, who then puts it on a chain; see `WalkChains`. Asserts "m_pFreeList != NULL" and "m_nCount >
-    /// 0".
+    /// Takes a node off the free list, which a new block refills when it is empty, and counts it as an entry. The
+    /// caller sets its `pNext` and `nHashValue` and puts it on a chain; see `WalkChains`. Asserts
+    /// "m_pFreeList != NULL" and "m_nCount > 0"; after a failure it returns NULL.
     VELM_CAssoc* NewAssoc();
     /// Puts a node that is on no chain back on the free list; see `WalkChains`. When it was the last one in use,
     /// empties the map. Asserts "m_nCount >= 0".
@@ -178,13 +177,13 @@ public:
 
 protected:
     /// \cond
-    // Where a key has been looked for.
+    // The result of a search for a key, from which an entry can be added or removed.
     struct Search {
         unsigned nBucket;
-        VELM_CMapIndex* pIndex; // NULL where the chain was walked
-        VELM_CAssoc** ppLink;   // without an index: the link that points at the node, if there is one
-        unsigned nTag;          // with an index; and where in it the entry is, or may be put
-        VELM_CMapPlace place;
+        VELM_CMapIndex* pIndex; // the index that was searched; NULL if the chain was walked
+        VELM_CAssoc** ppLink;   // if the chain was walked: the link that points at the node
+        unsigned nTag;          // if an index was searched: the tag of the key
+        VELM_CMapPlace place;   // and the place of its entry, or a free place for it
     };
     VELM_CAssoc* Look(ARG_KEY key, Search& rSearch, int nWalked = VELM_CMapIndex::nNear) const;
     /// \endcond
@@ -202,15 +201,15 @@ private:
     friend class VELM_CStoredIndexes;
     template <class TABLE, class VALUE> friend class VELM_CMapIterator;
 
-    // Behind the chains, which are the truth: what finds the entries of a large map without walking them. It is made
-    // when a key is looked for, also by two threads at the same time; the one that comes first is kept.
+    // The index of a large map, or a mark that there must be none; see mfc_cmapindex.cc. A search for a key makes it.
+    // Where two threads make one at the same time, the first one is kept.
     mutable std::atomic<VELM_CMapIndex*> m_pIndex;
     VELM_CAssocRoom<VELM_CAssoc>* m_pSpare;
     int m_nBuilt; // parts of the first free node that are constructed: not 0 only after a raise
     // Whether a program may have changed the entries, or may change what it got a reference to.
     mutable std::atomic<bool> m_bHandedOut;
-    // Every bucket before this one is empty, unless a program has changed the chains: so that taking the first entry
-    // again and again does not look at the same empty buckets each time. Two threads may look at the same time.
+    // Every bucket before this one is empty, unless a program has changed the chains. A program that takes the first
+    // entry again and again need not pass the same empty buckets each time. Two threads may set this at the same time.
     mutable std::atomic<unsigned> m_nFirst;
 
     void HandOut() const
@@ -334,7 +333,7 @@ template <class ASSOC, class ARG_KEY> __attribute__((noinline)) void VELM_CMapTa
         VELM_CMapIndex::Delete(pNew);
 }
 
-// The index, if there is one that is right.
+// The index; NULL if there is none, or if it does not fit the map's fields.
 template <class ASSOC, class ARG_KEY>
 __attribute__((always_inline)) inline VELM_CMapIndex* VELM_CMapTable<ASSOC, ARG_KEY>::Index() const
 {
@@ -353,8 +352,9 @@ template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Fin
 }
 
 /// \cond
-// The node of a key; NULL when there is none. Who only reads makes an index in any larger map, who changes the entries
-// only where a chain is long: adding to short chains is quicker without.
+// The node of a key; NULL when there is none. A walk that reaches nNear nodes, counted from nWalked, makes an index.
+// Reading operations pass nNear, so that the first walk makes it. Operations that change the entries pass 0: as long as
+// the chains are short, adding is quicker without an index.
 template <class ASSOC, class ARG_KEY>
 __attribute__((always_inline)) inline ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Look(ARG_KEY key, Search& rSearch,
                                                                                   int nWalked) const
@@ -388,7 +388,7 @@ __attribute__((noinline)) ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Walk(ARG_KEY ke
     return *ppLink;
 }
 
-// The same before the entries change: an index that is no longer right makes way for a new one.
+// Looks for a key before the entries change, and first drops an index that does not fit the map's fields.
 template <class ASSOC, class ARG_KEY>
 __attribute__((always_inline)) inline ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::LookToChange(ARG_KEY key, Search& rSearch)
 {
@@ -457,7 +457,8 @@ __attribute__((flatten)) int VELM_CMapTable<ASSOC, ARG_KEY>::RemoveKey(ARG_KEY k
     return 1;
 }
 
-// Constructs key and value of the first free node, while it still is one: what raises there leaves a free node.
+// Constructs key and value of the first free node while it is still on the free list, so that a raise leaves a free
+// node. False after a failed check.
 template <class ASSOC, class ARG_KEY> bool VELM_CMapTable<ASSOC, ARG_KEY>::BuildFirstFree()
 {
     AbandonBuilt();
@@ -475,7 +476,7 @@ template <class ASSOC, class ARG_KEY> bool VELM_CMapTable<ASSOC, ARG_KEY>::Build
     return true;
 }
 
-// Takes the built node off the free list, and counts it. NULL when no int counts it.
+// Takes the built node off the free list and counts it. NULL, after a failed check, when the count would overflow.
 template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::TakeFirstFree()
 {
     m_nCount = static_cast<int>(static_cast<unsigned>(m_nCount) + 1);
@@ -547,7 +548,7 @@ template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Fir
     return pAssoc;
 }
 
-// The head of the first chain that is not empty, from the bucket on.
+// The head of the first chain that is not empty, beginning with the bucket.
 template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::FirstFrom(unsigned nBucket) const
 {
     while (nBucket < m_nHashTableSize && m_pHashTable[nBucket] == NULL)
@@ -564,9 +565,9 @@ template <class ASSOC, class ARG_KEY> ASSOC& VELM_CMapTable<ASSOC, ARG_KEY>::Spa
 
 /// A node of the pointer-keyed map.
 struct VELM_API VELM_CPtrAssoc {
-    VELM_CPtrAssoc* pNext; ///< The next node of the chain, or of the free list. A map is told of changes: `WalkChains`.
-    unsigned nHashValue;   ///< The bucket. A map is told of changes.
-    void* key;             ///< The key. A map is told of changes.
+    VELM_CPtrAssoc* pNext; ///< The next node of the chain, or of the free list. For changes see `WalkChains`.
+    unsigned nHashValue;   ///< The number of the bucket. For changes see `WalkChains`.
+    void* key;             ///< The key. For changes see `WalkChains`.
     void* value;           ///< The value.
     unsigned nValue;       ///< A second value, for the caller's use.
 
@@ -630,10 +631,10 @@ public:
 
 private:
     friend class VELM_CStoredIndexes;
-    // The node of a key, for the archive itself.
+    // The node of a key; NULL when there is none. Unlike GetAssocAt it does not call HandOut: for the archive itself.
     VELM_LOCAL VELM_CAssoc* Find(void* key) const;
-    // A new entry for a key that has none; or, where a node is free and nobody has looked for a key, with that node. An
-    // int counts it.
+    // Append adds an entry for a key that has none. AppendNode does the same more quickly, but only for a map for which
+    // HasNode is true, and whose count does not overflow.
     VELM_LOCAL VELM_CAssoc* Append(unsigned nBucket, void* key);
     bool HasNode() const { return m_pFreeList != NULL && m_pIndex.load(std::memory_order_relaxed) == NULL; }
     VELM_CAssoc* AppendNode(unsigned nBucket, void* key)
@@ -654,17 +655,17 @@ private:
     }
 };
 
-/// How a map takes its keys, where KEY is the type of those that it keeps. In general: an argument is hashed by
+/// How a map that keeps keys of type KEY takes arguments of type ARG_KEY. In general an argument is hashed by
 /// `HashKey`, or by its address if it is a `const char*`, and a key that was loaded is converted to an argument.
 ///
-/// `VELM_CString` and `std::string` keys are hashed by their texts, whatever the argument is; NULL is the empty text. A
-/// program may specialise this for keys of its own.
+/// For keys of the types `VELM_CString` and `std::string` an argument is hashed by its text, also as a `const char*`;
+/// NULL counts as the empty text. A program may specialise this template for keys of its own.
 template <class KEY, class ARG_KEY> struct VELM_CMapKey {
     /// The hash value of an argument.
     static unsigned Hash(ARG_KEY key) { return VELM_CKeyHash<ARG_KEY>::Hash(key); }
-    /// The argument that a given one stands for.
+    /// The argument to use in place of the one that was passed in, such as the empty text for NULL.
     static ARG_KEY Given(ARG_KEY key) { return key; }
-    /// The argument for a stored key, as long as that stays as it is.
+    /// The argument for a stored key, valid until that key changes.
     static ARG_KEY Argument(const KEY& key) { return static_cast<ARG_KEY>(key); }
 };
 /// \cond
@@ -686,9 +687,9 @@ template <> struct VELM_CMapKey<std::string, const char*> : VELM_CTextKey<const 
 
 /// A node of a template map.
 template <class KEY, class ARG_KEY, class VALUE> struct VELM_API VELM_CMapAssoc {
-    VELM_CMapAssoc* pNext; ///< The next node of the chain, or of the free list. A map is told of changes: `WalkChains`.
-    unsigned nHashValue;   ///< The bucket. A map is told of changes.
-    KEY key;               ///< The node's own key. A map is told of changes.
+    VELM_CMapAssoc* pNext; ///< The next node of the chain, or of the free list. For changes see `WalkChains`.
+    unsigned nHashValue;   ///< The number of the bucket. For changes see `WalkChains`.
+    KEY key;               ///< The node's own key. For changes see `WalkChains`.
     VALUE value;           ///< The value.
 
     enum { bOwnsNothing = 0 };                ///< Key and value are destroyed when a node goes.
@@ -706,7 +707,7 @@ template <class KEY, class ARG_KEY, class VALUE> struct VELM_API VELM_CMapAssoc 
     /// \cond
     typedef VELM_CTagOf<KEY, ARG_KEY> TagOf;
     enum { bIndexed = TagOf::bIndexed, bGaps = 0 };
-    // Keys in several buckets may be equal.
+    // Mixes the bucket into the tag, since equal keys may be in several buckets.
     static unsigned Tagged(unsigned nHash, unsigned nBucket) { return nHash + nBucket * 0x9E3779B1; }
     static unsigned Tag(const VELM_CKeyHasher& hasher, ARG_KEY k, unsigned nBucket)
     {
@@ -748,11 +749,11 @@ template <class KEY, class ARG_KEY, class VALUE> struct VELM_API VELM_CMapAssoc 
 /// two entries there.
 ///
 /// `Serialize` prints "CObject Serialize NYI\n" on standard output. It stores the count and, in the order of iteration,
-/// each key and value; loading merges those entries into the map, and raises 3 when the data ends, and 5 where a value
-/// that owns objects of the load would take the place of another one. With keys or values
-/// that have no form in an archive (see `SerializeElements`) a map can be used, but raises 1 there. Those of the
-/// standard library have one where `mfc_std.h` is included, which must then be so in every source file that uses the
-/// map.
+/// each key and value. Loading adds those entries to the map, and replaces the values of keys that the map has. It
+/// raises 3 when the data ends early, and 5 when an entry has a key that the map already has although this one or an
+/// earlier entry of the same call has become the owner of objects. A map whose keys or values have no form in an
+/// archive (see `SerializeElements`) can be used, but its `Serialize` raises 1. Types of the standard library have such
+/// a form if `mfc_std.h` is included; every source file that uses the map must then include it.
 template <class KEY, class ARG_KEY, class VALUE, class ARG_VALUE>
 class VELM_API VELM_CMap : public VELM_CMapTable<VELM_CMapAssoc<KEY, ARG_KEY, VALUE>, ARG_KEY> {
     typedef VELM_CMapTable<VELM_CMapAssoc<KEY, ARG_KEY, VALUE>, ARG_KEY> Table;
