@@ -17,7 +17,7 @@ static int GrowthStep(int nSize)
     return nStep < 4 ? 4 : nStep > 1024 ? 1024 : nStep;
 }
 
-const std::size_t nLargeBlock = 128 * 1024; // in bytes; from here on, realloc moves pages and copies nothing
+const std::size_t nLargeBlock = 128 * 1024; // bytes; realloc moves the pages of such a block instead of copying
 
 static void ClearSlots(void** pSlots, int nFirst, int nEnd)
 {
@@ -32,8 +32,8 @@ static void MoveSlots(void** pTo, void** pFrom, int nSlots)
         std::memmove(pTo, pFrom, static_cast<size_t>(nSlots) * sizeof(void*));
 }
 
-// The array's live slots in a block of nNewMax, which takes the place of its block. Only a large block that stays large
-// is resized.
+// Returns a block of nNewMax slots that begins with the array's elements, and frees the old block; the caller stores it
+// in m_data.
 static void** Resized(const VELM_CPtrArray& array, int nNewMax)
 {
     const auto isLarge = [](int nSlots) { return static_cast<std::size_t>(nSlots) >= nLargeBlock / sizeof(void*); };
@@ -86,7 +86,7 @@ void VELM_CPtrArray::SetSize(int nNewSize, int nGrowBy)
     m_grow_by = nGrow;
 }
 
-// The size after nMore further elements; past the largest int there is no memory for it.
+// The size after nMore further elements; a size above the largest int counts as exhausted memory.
 static int SizePlus(int nSize, int nMore)
 {
     int nSum;
@@ -139,7 +139,7 @@ void VELM_CPtrArray::SetAtGrow(int nIndex, void* newElement)
 
 void VELM_CPtrArray::InsertAt(int nAt, void* newElement, int nCopies)
 {
-    const std::int64_t nIndex = nAt, nCount = nCopies; // their sum has no overflow
+    const std::int64_t nIndex = nAt, nCount = nCopies; // 64 bits, so that their sum cannot overflow
     const bool bIndex = VELM_ASSERT(nIndex >= 0);
     const bool bCount = VELM_ASSERT(nCount > 0);
     if (!bIndex || !bCount)
@@ -175,7 +175,7 @@ void VELM_CPtrArray::InsertAt(int nStartIndex, VELM_CPtrArray* pNewArray)
 
 void VELM_CPtrArray::RemoveAt(int nAt, int nElements)
 {
-    const std::int64_t nIndex = nAt, nCount = nElements; // their sum has no overflow
+    const std::int64_t nIndex = nAt, nCount = nElements; // 64 bits, so that their sum cannot overflow
     const bool bIndex = VELM_ASSERT(nIndex >= 0);
     const bool bCount = VELM_ASSERT(nCount >= 0);
     const bool bEnd = VELM_ASSERT(nIndex + nCount <= m_size);
@@ -187,8 +187,8 @@ void VELM_CPtrArray::RemoveAt(int nAt, int nElements)
 
 const int nStringBlock = 16; // strings in a new block, and in each growth by Add
 
-// A block is laid out as that of `new VELM_CString[n]`, so that `delete[]` could release it too: the number of strings
-// stands before them, and on some machines their size before that.
+// A block is laid out like one of `new VELM_CString[n]`, so that `delete[]` can release it, too: the words before the
+// first string hold the number of strings and, on some machines, before that the size of one.
 #ifdef __ARM_EABI__
 const std::size_t nCookieWords = 2;
 #else
@@ -200,7 +200,7 @@ static std::size_t* Cookie(VELM_CString* pBlock)
     return reinterpret_cast<std::size_t*>(pBlock) - nCookieWords;
 }
 
-// NULL when there is no memory.
+// A block of raw memory for nRoom strings; NULL when there is no memory.
 static VELM_CString* NewBlock(int nRoom)
 {
     const std::size_t nStrings = static_cast<std::size_t>(nRoom), nHead = nCookieWords * sizeof(std::size_t);
@@ -209,7 +209,7 @@ static VELM_CString* NewBlock(int nRoom)
     void* pBytes = ::operator new[](nHead + nStrings * sizeof(VELM_CString), std::nothrow);
     if (pBytes == nullptr)
         return nullptr;
-    *static_cast<std::size_t*>(pBytes) = sizeof(VELM_CString); // where there is one word, the number takes its place
+    *static_cast<std::size_t*>(pBytes) = sizeof(VELM_CString); // if there is one word, GrowTo puts the number there
     return reinterpret_cast<VELM_CString*>(static_cast<std::size_t*>(pBytes) + nCookieWords);
 }
 
@@ -222,7 +222,7 @@ static void FreeBlock(VELM_CString* pBlock, int nStrings)
     ::operator delete[](Cookie(pBlock));
 }
 
-// A block that a caller has put in place by hand has no room behind the capacity.
+// Takes over a block that a caller has put into m_data by hand: it has no room behind the capacity.
 void VELM_CStringArray::Adopt()
 {
     if (m_data == m_pBlock)
@@ -231,7 +231,8 @@ void VELM_CStringArray::Adopt()
     m_nBuilt = m_nRoom = m_max_size;
 }
 
-// Leaves in place of a growth that failed what is seen: strings built behind a block are kept, a first block is not.
+// Ends a growth for which there was no memory. Strings constructed behind the capacity stay for the next growth; a
+// first block, which no caller has seen yet, is freed.
 void VELM_CStringArray::FailGrowth()
 {
     if (m_data == nullptr) {
@@ -242,7 +243,8 @@ void VELM_CStringArray::FailGrowth()
     AfxMemoryExhausted();
 }
 
-// Makes room for so many strings and constructs them, which nobody sees yet. False when there is no memory.
+// Makes room for nStrings strings and constructs those that are missing; callers see them only after GrowTo. False when
+// there is no memory.
 bool VELM_CStringArray::TryBuildTo(int nStrings)
 {
     Adopt();
@@ -252,7 +254,7 @@ bool VELM_CStringArray::TryBuildTo(int nStrings)
         VELM_CString* pNew = NewBlock(nRoom);
         if (pNew == nullptr)
             return false;
-        // A string is moved by its fields: nothing points at them.
+        // Strings can be moved by copying their bytes, since nothing points at a string's fields.
         if (m_nBuilt > 0)
             std::memcpy(static_cast<void*>(pNew), m_pBlock, static_cast<std::size_t>(m_nBuilt) * sizeof(VELM_CString));
         FreeBlock(m_pBlock, 0);
@@ -260,7 +262,7 @@ bool VELM_CStringArray::TryBuildTo(int nStrings)
             m_data = pNew;
         m_pBlock = pNew;
         m_nRoom = nRoom;
-        m_nLent = -1; // and all that was done by hand
+        m_nLent = -1; // checks all elements once, for texts that a caller has put there by hand
     }
     for (; m_nBuilt < nStrings; ++m_nBuilt) {
         if (!AfxTryConstruct(m_pBlock + m_nBuilt))
@@ -269,7 +271,8 @@ bool VELM_CStringArray::TryBuildTo(int nStrings)
     return true;
 }
 
-// Lets the growth be seen, once the strings are built: nothing can fail here.
+// Completes a growth, when its strings are constructed; cannot fail. Cuts texts at their first NUL where they may have
+// one.
 void VELM_CStringArray::GrowTo(int nMax)
 {
     for (int i = m_size; i < m_max_size; ++i)
@@ -286,7 +289,8 @@ void VELM_CStringArray::GrowTo(int nMax)
     Cookie(m_data)[nCookieWords - 1] = static_cast<std::size_t>(nMax);
 }
 
-// Notes that a caller may put a NUL into the element. More notes than elements are no longer worth their memory.
+// Notes that a caller has a reference to the element and may put a text with a NUL there. When there are more notes
+// than elements, or no memory for one, m_nLent becomes -1, which stands for all elements.
 void VELM_CStringArray::Lend(int nIndex)
 {
     if (m_nLent < 0 || (m_nLent > 0 && m_pLent[m_nLent - 1] == nIndex))
@@ -308,7 +312,7 @@ VELM_CStringArray::VELM_CStringArray()
       m_nLent(0), m_pSorting(nullptr), m_pSpare(nullptr)
 {
     if (!TryBuildTo(nStringBlock))
-        FailGrowth(); // no destructor follows a raise: this leaves nothing
+        FailGrowth(); // frees the block, since no destructor runs after a raise
     GrowTo(nStringBlock);
 }
 
@@ -322,7 +326,7 @@ VELM_CStringArray::~VELM_CStringArray()
 
 VELM_CStringArray::VELM_CStringArray(const VELM_CStringArray& src) : VELM_CStringArray()
 {
-    if (!TryAssign(src)) { // no destructor follows a raise
+    if (!TryAssign(src)) { // no destructor runs after a raise
         this->~VELM_CStringArray();
         AfxMemoryExhausted();
     }
@@ -406,7 +410,7 @@ void VELM_CStringArray::Add(const char* newElement)
         const char* lpszText = newElement == nullptr ? "" : newElement;
         if (!TryBuildTo(nMax) || !AfxTryAssign(m_pBlock[m_size], lpszText, std::strlen(lpszText)))
             FailGrowth();
-        GrowTo(nMax); // not before: it may cut the text, when it is of this array
+        GrowTo(nMax); // after the copy, since it may cut the text if that lies in this array
     }
     ++m_size;
 }
@@ -428,7 +432,8 @@ VELM_CStringArray& VELM_CStringArray::operator=(const VELM_CStringArray& src)
     return *this;
 }
 
-// Copies the strings behind those that are there, and moves them to the front when all are whole.
+// Copies the strings of src behind the capacity and, when all are copied, moves them to the front. False, and no
+// element is changed, when there is no memory.
 bool VELM_CStringArray::TryAssign(const VELM_CStringArray& src)
 {
     const int nStrings = src.m_size;
@@ -442,7 +447,7 @@ bool VELM_CStringArray::TryAssign(const VELM_CStringArray& src)
         const char* lpszText = src.m_data[i].m_data;
         if (AfxTryAssign(m_pBlock[m_max_size + i], lpszText, std::strlen(lpszText)))
             continue;
-        while (i-- > 0) // what is built behind the capacity is empty, for a growth to show
+        while (i-- > 0) // strings behind the capacity must be empty
             AfxTruncate(m_pBlock[m_max_size + i], 0);
         return false;
     }
@@ -461,14 +466,14 @@ void VELM_CStringArray::Sort(VELM_CStringArray& dest) const
 {
     if (m_size == 0)
         return;
-    // The first bytes decide most comparisons, without a look at the texts.
+    // Keys begin with the first 8 bytes of the texts, which decide most comparisons without an access to the texts.
     struct Key {
         std::uint64_t nFirst;
         int nIndex;
     };
     const int nCount = m_size;
     Key* pKeys = static_cast<Key*>(AfxAllocate(dest.m_pSorting, static_cast<std::size_t>(nCount), sizeof(Key)));
-    dest.m_pSorting = pKeys; // not lost where an Add raises
+    dest.m_pSorting = pKeys; // so that the block is not lost if an Add raises
     for (int i = 0; i < nCount; ++i) {
         const char* lpszText = m_data[i].m_data;
         std::uint64_t nFirst = 0;

@@ -13,9 +13,9 @@
 ///
 /// Indexes count from 0. A failed check leaves the array as it was. Exhausted memory: see `AfxMemoryExhausted`.
 ///
-/// The slots are one block of `malloc`. A growth of the capacity, or giving back what is beyond the size, takes a new
-/// block, copies the elements and frees the old one: no block is resized in place. The exception is a block of 128 KiB
-/// or more that stays that large: it is resized by `realloc`, which moves pages there instead of copying.
+/// The slots are one block of `malloc`. When the capacity changes, the array takes a new block, copies the elements and
+/// frees the old block. Only a block of 128 KiB or more that stays that large is resized by `realloc`, which then moves
+/// pages instead of copying.
 class VELM_API VELM_CPtrArray {
 public:
     void** m_data;  ///< The block; NULL exactly when the capacity is 0.
@@ -56,8 +56,8 @@ public:
     /// is kept for this and later growths. Asserts "nNewSize >= 0", and "nNewMax >= m_max_size" and
     /// "nNewSize > m_size" while growing.
     void SetSize(int nNewSize, int nGrowBy = -1);
-    /// Appends the pointers of `src`. Returns the index of the first one. Asserts "this != &src"; where that is
-    /// survived, the array is appended to itself.
+    /// Appends the pointers of `src`. Returns the index of the first one. Asserts "this != &src"; if the program goes
+    /// on after that failure, the array is appended to itself.
     int Append(const VELM_CPtrArray& src);
     /// Replaces the elements by those of `src`. Asserts "this != &src".
     void Copy(const VELM_CPtrArray& src);
@@ -77,9 +77,9 @@ public:
 
 /// A growable array of strings, held in place.
 ///
-/// Every string of the block, in use or not, is a constructed one. A reference to an element holds until the array
-/// grows; a growth cuts the elements at their first NUL, as assigning does, and empties the strings beyond the size.
-/// Where a check fails, or memory is exhausted (see `AfxMemoryExhausted`), nothing changes.
+/// Every string of the block is constructed, whether it is an element or beyond the size. A reference to an element is
+/// valid until the block grows. A growth cuts the elements at their first NUL, as an assignment does, and empties the
+/// strings beyond the size. When a check fails or memory is exhausted (see `AfxMemoryExhausted`), nothing changes.
 class VELM_API VELM_CStringArray {
 public:
     VELM_CString* m_data; ///< The block, of operator new[], or NULL.
@@ -101,9 +101,10 @@ public:
     int GetSize() const;
     /// Index of the last element; -1 when there is none.
     int GetUpperBound() const;
-    /// Makes the array `newSize` elements long; 0 releases the block. Strings beyond the size keep their texts, and
-    /// come back when the array grows within its capacity. `nGrowBy`: strings added beyond the new size by a growth
-    /// of the block; -1 for an eighth of the size, at least 4 and at most 1024. Asserts "newSize >= 0".
+    /// Makes the array `newSize` elements long; 0 releases the block. Strings beyond the size keep their texts, which
+    /// come back when the array grows within its capacity. When the block must grow, it gets room for `nGrowBy` strings
+    /// more than `newSize`; -1 stands for an eighth of the old size, at least 4 and at most 1024. Asserts
+    /// "newSize >= 0".
     void SetSize(int newSize, int nGrowBy = -1);
     /// A copy of the element. Asserts "nIndex >= 0 && nIndex < m_size"; after a failure an empty string.
     VELM_CString GetAt(int nIndex) const;
@@ -124,7 +125,7 @@ public:
     /// Replaces the elements by copies of those of `src`; the capacity is the size then.
     VELM_CStringArray& operator=(const VELM_CStringArray& src);
     /// Appends copies of this array's strings to `dest`, which may be this array, in ascending order.
-    /// Where memory is exhausted on the way, those that were appended stay.
+    /// When memory is exhausted on the way, the strings appended so far stay.
     void Sort(VELM_CStringArray& dest) const;
     /// 1 when an element equals the string, as by `VELM_CString::Compare(const char*)`, else 0.
     int Contains(const VELM_CString& str) const;
@@ -138,19 +139,19 @@ public:
     void RemoveAll();
 
 private:
-    // The block has room behind the capacity, so that most growths move nothing; strings are constructed there, empty,
-    // before a growth is seen.
+    // The block has room behind the capacity, so that most growths move nothing. A growth first constructs empty
+    // strings there, and then raises m_max_size.
     //
     //     m_data                    m_size          m_max_size        m_nBuilt             m_nRoom
     //     | elements ...            | further strings | strings to come | raw ...            |
     //
-    // m_pBlock is m_data, except within an operation that makes a first block.
+    // m_pBlock equals m_data, except within an operation that makes the first block, or after a caller has set m_data.
     VELM_CString* m_pBlock;
-    int m_nBuilt;
-    int m_nRoom;
-    int* m_pLent; // indexes handed out by reference since the last growth, in a block of malloc: these may hold a NUL
-    int m_nLent;  // their number; -1 when they are too many to be listed
-    void* m_pSorting;       // what Sort adds to this array, in its order; a block of malloc
+    int m_nBuilt;           // constructed strings
+    int m_nRoom;            // strings that the block has room for
+    int* m_pLent;           // indexes of the elements handed out by reference since the last growth; of malloc
+    int m_nLent;            // their number; -1 for all elements
+    void* m_pSorting;       // the order in which Sort appends to this array; of malloc; NULL outside of Sort
     VELM_CString* m_pSpare; // what ElementAt delivers after a failed check
 
     VELM_LOCAL void Adopt();
@@ -162,7 +163,7 @@ private:
 };
 
 extern "C" {
-/// The order of two strings for `qsort`: `a` and `b` point to pointers to `VELM_CString`. As `VELM_CString::Compare`.
+/// Compares two strings for `qsort`, as `VELM_CString::Compare` does; `a` and `b` point to pointers to `VELM_CString`.
 VELM_API int CStringCompare(const void* a, const void* b);
 }
 

@@ -27,7 +27,7 @@ static char* NewText(const char* p, int n)
     return pText;
 }
 
-// Where p points in the string's buffer; beyond its length when it does not.
+// The offset of p in the string's buffer; greater than the length if p points elsewhere.
 static std::size_t OffsetIn(const VELM_CString& string, const char* p)
 {
     return reinterpret_cast<std::size_t>(p) - reinterpret_cast<std::size_t>(string.m_data);
@@ -86,7 +86,7 @@ VELM_CString& VELM_CString::operator=(VELM_CString&& src) noexcept
         return *this;
     std::swap(m_data, src.m_data);
     std::swap(m_len, src.m_len);
-    AfxTruncate(*this, static_cast<int>(std::strlen(m_data))); // what a copy has
+    AfxTruncate(*this, static_cast<int>(std::strlen(m_data))); // as a copy would end
     AfxTruncate(src, 0);
     return *this;
 }
@@ -139,7 +139,7 @@ void VELM_CString::Set(const char* p, int n)
 {
     const int nText = n > 0 ? n : 0;
     if (nText > 0 && OffsetIn(*this, p) <= static_cast<std::size_t>(m_len)) {
-        char* pNew = NewText(p, nText); // the source goes with the old buffer
+        char* pNew = NewText(p, nText); // before the buffer that p points into is freed
         std::free(m_data);
         m_data = pNew;
         m_len = nText;
@@ -198,7 +198,7 @@ const VELM_CString& VELM_CString::Concat(const char* p, int n)
         return *this;
     if (n >= INT_MAX - m_len)
         AfxMemoryExhausted();
-    // A source in the own buffer moves with it, and may end with the NUL that is overwritten.
+    // If p points into the string's own buffer, the source moves with it, and may include the final NUL.
     const std::size_t nOffset = OffsetIn(*this, p);
     const bool bOwn = nOffset <= static_cast<std::size_t>(m_len);
     m_data = static_cast<char*>(AfxAllocate(m_data, static_cast<std::size_t>(m_len + n), 1, 1));

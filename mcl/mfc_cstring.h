@@ -19,9 +19,9 @@
 
 /// An owned, NUL-terminated byte string with an explicit length.
 ///
-/// Each string owns one buffer of exactly `m_len` + 1 bytes, never shared and never NULL. The text may contain NUL
-/// bytes when it came from an operation with a length; operations that take a plain pointer, and copies of strings,
-/// measure with `strlen`. A source may lie inside the string's own buffer. Exhausted memory: see
+/// Each string owns one buffer of exactly `m_len` + 1 bytes, never shared and never NULL. Operations that are given a
+/// length take NUL bytes as part of the text. Operations that are given a plain pointer, and copies of strings, end at
+/// the first NUL. The source of an operation may lie inside the string's own buffer. Exhausted memory: see
 /// `AfxMemoryExhausted`.
 class VELM_API VELM_CString {
 public:
@@ -69,7 +69,7 @@ public:
     }
     ~VELM_CString();
 
-    /// What the constructor with a length does, on an object without a buffer; an old buffer is not released.
+    /// Does what the constructor with a length does, on an object that has no buffer: an old buffer is not freed.
     void Init(const char* p, int n);
 
     /// Length of the text in bytes.
@@ -136,7 +136,7 @@ VELM_API int operator<=(const VELM_CString& a, const VELM_CString& b);
 /// 1 when `a` does not sort before `b`, as by `strcmp`, else 0.
 VELM_API int operator>=(const VELM_CString& a, const VELM_CString& b);
 
-/// Prints the whole text, as that of a `std::string`. A program's own operator goes before.
+/// Prints the whole text, as a `std::string` is printed. A program's own operator, which is no template, is preferred.
 template <class TRAITS>
 std::basic_ostream<char, TRAITS>& operator<<(std::basic_ostream<char, TRAITS>& stream, const VELM_CString& str)
 {

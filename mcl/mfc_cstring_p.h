@@ -1,4 +1,4 @@
-// What the library does with strings where nothing may raise; private to it.
+// Operations on strings that report exhausted memory instead of raising; private to the library.
 #ifndef TAVNOMCL_MFC_CSTRING_P_H
 #define TAVNOMCL_MFC_CSTRING_P_H
 
@@ -8,7 +8,7 @@
 
 #include "mcl/mfc_cstring.h"
 
-// A new empty string in raw room. False when there is no memory.
+// Constructs an empty string in raw memory. False when there is no memory for its buffer.
 inline bool AfxTryConstruct(VELM_CString* pRoom)
 {
     char* pText = static_cast<char*>(std::malloc(1));
@@ -20,14 +20,15 @@ inline bool AfxTryConstruct(VELM_CString* pRoom)
     return true;
 }
 
-// Replaces the text by n bytes that lie elsewhere. False when there is no memory; nothing changes then.
+// Replaces the text by n bytes that do not lie in the string's buffer. False, and nothing is changed, when there is no
+// memory.
 inline bool AfxTryAssign(VELM_CString& rString, const char* p, std::size_t n)
 {
     if (n >= INT_MAX)
         return false;
     char* pText = rString.m_data;
     if (n != static_cast<std::size_t>(rString.m_len)) {
-        // A small block is at hand, and the old one will be for the next text; to resize it costs more.
+        // For small blocks, malloc and free are quicker than realloc: the allocator keeps freed ones ready.
         const bool bSmall = n < 1024 && rString.m_len < 1024;
         pText = static_cast<char*>(bSmall ? std::malloc(n + 1) : std::realloc(pText, n + 1));
         if (pText == nullptr)
@@ -43,7 +44,7 @@ inline bool AfxTryAssign(VELM_CString& rString, const char* p, std::size_t n)
     return true;
 }
 
-// Cuts the text to its first n bytes.
+// Cuts the text to its first n bytes; cannot fail.
 inline void AfxTruncate(VELM_CString& rString, int n)
 {
     if (n == rString.m_len)
@@ -51,7 +52,7 @@ inline void AfxTruncate(VELM_CString& rString, int n)
     rString.m_len = n;
     rString.m_data[n] = '\0';
     void* pShorter = std::realloc(rString.m_data, static_cast<std::size_t>(n) + 1);
-    if (pShorter != nullptr) // else the buffer stays longer than it has to be
+    if (pShorter != nullptr) // otherwise the buffer stays as long as it was
         rString.m_data = static_cast<char*>(pShorter);
 }
 
