@@ -1,5 +1,5 @@
 /// \file
-/// What every header of the library builds on: the export mark and the assertion.
+/// The macros that every header of the library uses: visibility, inline functions, and assertions.
 #ifndef TAVNOMCL_MFC_BASE_H
 #define TAVNOMCL_MFC_BASE_H
 
@@ -9,15 +9,15 @@
 
 static_assert(sizeof(time_t) == sizeof(long), "the library's times are as wide as long: build without _TIME_BITS=64");
 
-/// Marks what the library exports; everything else is hidden.
+/// Marks a class or function as exported; everything else is hidden.
 /// \ingroup frame
 #define VELM_API __attribute__((visibility("default")))
-/// Marks what an exported class keeps to the library.
+/// Hides a member of an exported class from programs.
 /// \ingroup frame
 #define VELM_LOCAL __attribute__((visibility("hidden")))
 
-/// Inline for callers; the source file that defines VELM_EMIT_INLINES before it includes the header emits the
-/// function too, so that the library exports it.
+/// Marks a function that is inline for callers and exported as well: one source file defines VELM_EMIT_INLINES before
+/// it includes the header, and so emits the function.
 /// \ingroup frame
 #ifdef VELM_EMIT_INLINES
 #define VELM_INLINE inline VELM_API __attribute__((used))
@@ -25,8 +25,9 @@ static_assert(sizeof(time_t) == sizeof(long), "the library's times are as wide a
 #define VELM_INLINE inline VELM_API
 #endif
 
-/// Checks a precondition, in every build: true when it holds. Otherwise reports its text, the file and the line
-/// through `pfm_assert_fail` and, when that returns, yields false: the caller leaves without using what is missing.
+/// Checks a precondition, in every build, and is true if it holds. Otherwise it reports the condition's text, the file
+/// and the line through `pfm_assert_fail` and, if that returns, is false: the caller must then leave the operation
+/// without doing what the condition protects.
 /// \ingroup failures
 #define VELM_ASSERT(condition) AfxAssert((condition) ? true : false, #condition, __FILE__, __LINE__)
 

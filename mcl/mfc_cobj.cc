@@ -47,7 +47,7 @@ VELM_CRuntimeClass* VELM_CObject::GetRuntimeClass() const
 
 void VELM_CObject::Serialize(VELM_CArchive&)
 {
-    AfxNotice("CObject Serialize NYI\n"); // as it has always been: some programs compare their output
+    AfxNotice("CObject Serialize NYI\n"); // never to be changed: some programs compare their whole output
 }
 
 void VELM_CObject::AssertValid() const
@@ -103,7 +103,7 @@ void VELM_CObArray::InsertAt(int nStartIndex, VELM_CObArray* pNewArray)
     const int n = pNewArray->GetSize();
     const int nFirst = nStartIndex < 0 ? 0 : nStartIndex < GetSize() ? nStartIndex : GetSize();
     for (int i = 0; i < n; ++i) {
-        // Of an array inserted into itself, the items from nFirst on have moved up by the i inserted so far.
+        // If the array is inserted into itself, the items from nFirst on have moved up by the i inserted so far.
         const bool bMoved = pNewArray == this && i >= nFirst;
         m_list.insertAt(nFirst + i, pNewArray->m_list.findItem(bMoved ? i + i : i));
     }
@@ -115,7 +115,7 @@ void VELM_CObArray::RemoveAt(int nIndex, int nCount)
         m_list.remove(nIndex);
 }
 
-// The images of more objects than a few, which no raise may lose.
+// The buffer for the images of many objects. The archive holds it, so that a raise does not lose it.
 class VELM_LOCAL VELM_CHeldImages : public VELM_CHeld {
 public:
     void* pImages = nullptr;
@@ -147,7 +147,7 @@ void AfxSerializeImages(VELM_CArchive& ar, int nCount)
     ar.DropHeld(pHeld);
 }
 
-// An element that has been made and is not in the array yet.
+// A new element until it is in the array. The archive holds it, so that a raise does not lose it.
 class VELM_LOCAL VELM_CHeldElement : public VELM_CHeld {
 public:
     VELM_CObject* pElement = nullptr;

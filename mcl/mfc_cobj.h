@@ -13,8 +13,8 @@
 class VELM_CArchive;
 struct VELM_CRuntimeClass;
 
-/// Whether the library prints the notices "SetAt NYI\n" and "CObject Serialize NYI\n" on standard output, for the whole
-/// process: 0 for a program whose output is data. It does unless told otherwise.
+/// Switches the notices "SetAt NYI\n" and "CObject Serialize NYI\n", which the library prints on standard output, on or
+/// off for the whole process. They are on at first; 0 switches them off, for a program whose standard output is data.
 /// \ingroup archives
 VELM_API void AfxSetNotices(int bPrint);
 
@@ -26,11 +26,11 @@ class VELM_API VELM_CObject {
 public:
     void* m_pOwned; ///< A block of `malloc` that the destructor frees, or NULL. Set by derived classes only.
 
-    /// No owned block.
+    /// An object that owns no block.
     VELM_CObject();
-    /// The owned block stays with `src`; the copy has none.
+    /// A copy that owns no block; `src` keeps its own.
     VELM_CObject(VELM_CObject& src);
-    /// Both objects keep the blocks that they own.
+    /// Changes nothing: both objects keep the blocks that they own.
     VELM_CObject& operator=(const VELM_CObject& src);
     /// Frees the owned block.
     virtual ~VELM_CObject();
@@ -45,8 +45,8 @@ public:
 
 /// An ordered array of pointers to objects. It never deletes the objects.
 ///
-/// Indexes count from 0 and are not asserted: one outside the array reads as NULL, inserts at the nearest end, and
-/// removes nothing.
+/// Indexes count from 0 and are not asserted: at an index outside the array, reading delivers NULL, insertion takes
+/// place at the nearest end, and removal does nothing. Exhausted memory raises 1.
 /// \ingroup collections
 class VELM_API VELM_CObArray : public VELM_CObject {
 public:
@@ -59,7 +59,7 @@ public:
     VELM_CObArray(const VELM_CObArray&) = delete;
     VELM_CObArray& operator=(const VELM_CObArray&) = delete;
 
-    /// What steps along the elements, in their order, by index.
+    /// Iterator over the elements in their order. It remembers an index, so it survives changes of the array.
     class const_iterator {
     public:
         /// \cond
@@ -106,10 +106,11 @@ public:
     void InsertAt(int nIndex, VELM_CObject* newElement, int nCount = 1);
     /// Inserts the elements of the array, which may be this one, from `nStartIndex` on. NULL inserts nothing.
     void InsertAt(int nStartIndex, VELM_CObArray* pNewArray);
-    /// Drops `nCount` pointers from `nIndex` on; a count below 1 does nothing.
+    /// Removes `nCount` pointers from `nIndex` on; a count below 1 does nothing.
     void RemoveAt(int nIndex, int nCount = 1);
-    /// Stores the count (4 bytes) and 8 zero bytes for each element, or appends as many new plain objects, which
-    /// belong to the caller, as the archive holds whole images. Raises nothing, and prints nothing.
+    /// Storing writes the number of elements in 4 bytes, and 8 zero bytes for each element. Loading reads such data and
+    /// appends a new `VELM_CObject`, which belongs to the caller, for each element; where the data ends early, for each
+    /// that is complete. It does not raise when the data ends early, and prints no notice.
     void Serialize(VELM_CArchive& ar) override;
 };
 

@@ -167,7 +167,7 @@ void VELM_CPtrArray::InsertAt(int nStartIndex, VELM_CPtrArray* pNewArray)
     const int nCount = pNewArray->m_size;
     InsertAt(nStartIndex, pNewArray->GetAt(0), nCount);
     for (int i = 0; i < nCount; ++i) {
-        // Of an array inserted into itself, the elements from nStartIndex on have moved up.
+        // If the array is inserted into itself, the elements from nStartIndex on have moved up.
         const bool bMoved = pNewArray == this && i >= nStartIndex;
         SetAt(nStartIndex + i, pNewArray->GetAt(bMoved ? i + nCount : i));
     }

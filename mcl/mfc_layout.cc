@@ -1,5 +1,5 @@
-// The layout of the exported classes in both data models, checked by every build. Callers and debuggers rely on it: a
-// change here breaks them.
+// Checks, in every build, the sizes and field offsets of the exported classes in both data models (ILP32 and LP64).
+// Programs that were built earlier, and debuggers, rely on them: a class whose figures change here breaks them.
 #include <cstddef>
 
 #include "mcl/tavnomcl.h"
@@ -91,7 +91,7 @@ FIELD(VELM_CFileException, m_strReserved, 12, 24);
 FIELD(VELM_CFileException, m_strMessage, 20, 40);
 SIZE(VELM_CSaveFile, 560, 584);
 SIZE(VELM_CMemoryFile, 36, 72);
-#if defined __i386__ || defined __LP64__ // elsewhere its 64-bit fields stand farther apart
+#if defined __i386__ || defined __LP64__ // on other machines its 64-bit fields are aligned differently
 SIZE(VELM_CProgressFile, 44, 72);
 #endif
 SIZE(VELM_CRuntimeClass, 12, 16);
@@ -123,7 +123,7 @@ FIELD(VELM_CClassTable::Class, pfnCreate, 4, 8);
 FIELD(VELM_CClassTable::Class, pBase, 8, 16);
 SIZE(tavnomcl_dll, 4, 8);
 FIELD(tavnomcl_dll, dll_name, 0, 0);
-#if defined __i386__ || defined __x86_64__ // elsewhere a jump buffer has another size
+#if defined __i386__ || defined __x86_64__ // on other machines a jump buffer has another size
 SIZE(pfm_cleanup_block, 532, 536);
 FIELD(pfm_cleanup_block, jump, 8, 8);
 FIELD(pfm_cleanup_block, nJumped, 528, 528);

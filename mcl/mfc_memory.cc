@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-const int causeGeneric = 1; // what AfxThrowMemoryException raises
+const int causeGeneric = 1; // the code that AfxThrowMemoryException raises
 
 void AfxMemoryExhausted()
 {

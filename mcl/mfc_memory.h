@@ -1,5 +1,6 @@
 /// \file
-/// How the whole library obtains memory: never NULL, never an overflowed size, and one way out when there is none.
+/// How the library allocates memory: sizes cannot overflow, the result is never NULL, and exhausted memory is reported
+/// in one way.
 #ifndef TAVNOMCL_MFC_MEMORY_H
 #define TAVNOMCL_MFC_MEMORY_H
 
@@ -13,15 +14,17 @@
 /// \addtogroup failures
 /// \{
 
-/// The way out when memory cannot be had: raises 1, as `AfxThrowMemoryException` does, and when that returns, reports
-/// it on standard error and aborts. The caller has changed nothing yet, so that a program that survives can go on.
+/// Called when memory is exhausted: raises 1, as `AfxThrowMemoryException` does. If the raise returns, it prints a
+/// message on standard error and aborts. An operation calls this before it changes anything, so that a program that
+/// handles the raise can go on.
 [[noreturn]] VELM_API void AfxMemoryExhausted();
 
-/// A block of `malloc` of `nCount` * `nSize` + `nHeader` bytes or, when `pOld` is not NULL, that block resized to it.
-/// The old block is as it was when memory is exhausted.
+/// Allocates `nCount` * `nSize` + `nHeader` bytes by `malloc` or, when `pOld` is not NULL, resizes that block by
+/// `realloc`. Returns the block, which the caller frees with `free`. When memory is exhausted or the size overflows, it
+/// calls `AfxMemoryExhausted`, and the old block stays as it was.
 VELM_API void* AfxAllocate(void* pOld, unsigned long nCount, unsigned long nSize, unsigned long nHeader = 0);
 
-/// The pointer, which operator new (std::nothrow) has delivered; a NULL is exhausted memory.
+/// Returns the pointer, which comes from `new (std::nothrow)`; calls `AfxMemoryExhausted` if it is NULL.
 template <class TYPE> TYPE* AfxNew(TYPE* pNew)
 {
     if (pNew == NULL)
@@ -29,7 +32,8 @@ template <class TYPE> TYPE* AfxNew(TYPE* pNew)
     return pNew;
 }
 
-/// An array of operator new[], of a type whose constructor cannot raise.
+/// Allocates an array by `new[]`, which the caller frees by `delete[]`. The constructor of the type must not raise.
+/// Exhausted memory: see `AfxMemoryExhausted`.
 template <class TYPE> TYPE* AfxNewArray(size_t nCount)
 {
     return AfxNew(nCount > PTRDIFF_MAX / sizeof(TYPE) - 1 ? NULL : new (std::nothrow) TYPE[nCount]);

@@ -7,7 +7,7 @@ void AfxRefuseElement(VELM_CArchive& ar)
 {
     VELM_CArchiveState& state = VELM_CArchiveState::Of(ar);
     state.Fail(VELM_CArchiveException::causeGeneric, state.Offset(), "an element of a type that no archive takes");
-    unsigned char nDropped; // where the raise returns: so that a count of such elements costs no more than the data
+    unsigned char nDropped; // if the raise returns, each element costs a byte, so that a huge count soon ends the data
     if (!ar.IsStoring())
         ar.LoadByte(nDropped);
 }
@@ -47,7 +47,7 @@ template <> void SerializeElements(VELM_CArchive& ar, fxStr* pElements, int nCou
     }
 }
 
-// The value whose bytes in memory are the value's stream form, and back. Nothing on a little-endian machine.
+// Converts a value to the one whose bytes in memory are its little-endian stream form, and back.
 static int StreamForm(int nValue)
 {
 #if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__

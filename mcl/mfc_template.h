@@ -1,8 +1,9 @@
 /// \file
 /// Element helpers: how the collection templates construct, destroy, compare, hash and archive their elements.
 ///
-/// A caller who instantiates `VELM_CMap` for types of its own specialises the templates whose general form does not
-/// fit (or, for `HashKey` of a class, overloads it). Each takes `nCount` contiguous elements; 0 does nothing.
+/// A program that uses `VELM_CMap` with types of its own specialises those templates whose general form does not fit
+/// (or, for `HashKey` of a class, overloads it). Functions that take `nCount` work on that many contiguous elements;
+/// 0 does nothing.
 #ifndef TAVNOMCL_MFC_TEMPLATE_H
 #define TAVNOMCL_MFC_TEMPLATE_H
 
@@ -21,13 +22,13 @@
 /// \addtogroup collections
 /// \{
 
-/// 1 when the stored element equals the key argument, else 0. In general: by operator==.
+/// Returns 1 when the stored element equals the key argument, else 0. The general form uses `operator==`.
 template <class TYPE, class ARG_TYPE> int CompareElements(const TYPE* pElement1, const ARG_TYPE* pElement2)
 {
     return *pElement1 == *pElement2;
 }
 
-/// Constructs elements in raw storage: zeroes all of it, then constructs each by its default constructor.
+/// Constructs elements in raw storage. The general form zeroes all of it, then runs each element's default constructor.
 template <class TYPE> void ConstructElements(TYPE* pElements, int nCount)
 {
     memset(static_cast<void*>(pElements), 0, static_cast<size_t>(nCount) * sizeof(TYPE));
@@ -42,11 +43,11 @@ template <class TYPE> void DestructElements(TYPE* pElements, int nCount)
         pElements[i].~TYPE();
 }
 
-/// Raises 1, storing and loading, for an element that has no form in an archive.
+/// Raises 1, both when storing and when loading, for an element of a type that has no form in an archive.
 VELM_API void AfxRefuseElement(VELM_CArchive& ar);
 
 /// \cond
-// Whether an element has operators << and >>; or else is a pointer to objects of a class with a record.
+// Whether the type has operators << and >>.
 template <class TYPE, class = void> struct VELM_CHasOperators : std::false_type {
 };
 template <class TYPE>
@@ -105,10 +106,11 @@ template <class TYPE> void AfxSerializeElements(VELM_CArchive& ar, TYPE* pElemen
 }
 /// \endcond
 
-/// Stores elements in the archive, or loads them over constructed ones. In general: each by operator<< and >>; a
-/// pointer to a class derived from `VELM_CObject` as an object reference, see `VELM_CClassOf`. An element that has
-/// neither raises 1 when it is to be stored or loaded. Where the data ends and the raise returns, the later elements
-/// stay as they were; of numbers, the one in which it ends may be 0.
+/// Stores elements in the archive, or loads them into constructed ones.
+///
+/// The general form uses the operators `<<` and `>>` of the type. It stores a pointer to a class derived from
+/// `VELM_CObject` as an object reference; see `VELM_CClassOf`. Elements of other types raise 1. If the data ends early
+/// and the raise returns, the later elements stay as they were; a number in which the data ends may become 0.
 template <class TYPE> void SerializeElements(VELM_CArchive& ar, TYPE* pElements, int nCount)
 {
     AfxSerializeElements(ar, pElements, nCount, VELM_CIsPlainNumber<TYPE>());
@@ -116,7 +118,7 @@ template <class TYPE> void SerializeElements(VELM_CArchive& ar, TYPE* pElements,
 
 /// The hash value of a text; NULL counts as the empty text, whose value is 0.
 VELM_API unsigned HashKey(char* key);
-/// The same: the text is left as it is.
+/// \copydoc HashKey(char*)
 inline unsigned HashKey(const char* key)
 {
     return HashKey(const_cast<char*>(key));
@@ -137,8 +139,8 @@ inline unsigned AfxHashOf(const std::string& key)
 }
 /// \endcond
 
-/// The hash value of a key, in general: of its 32 low bits, as an integer or an address, shifted right by 4. Of a
-/// `VELM_CString` or a `std::string`, that of its text up to the first NUL.
+/// The hash value of a key: the low 32 bits of an integer or an address, shifted right by 4. For a `VELM_CString` or a
+/// `std::string` it is the hash value of the text up to the first NUL.
 template <class ARG_KEY> unsigned HashKey(ARG_KEY key)
 {
     return AfxHashOf(key);
@@ -149,24 +151,25 @@ template <class ARG_KEY> struct VELM_CKeyHash {
     /// The hash value.
     static unsigned Hash(ARG_KEY key) { return HashKey(key); }
 };
-/// A `const char*` is hashed by its address, without a look at the text; but see `VELM_CMapKey`.
+/// A `const char*` is hashed by its address and not by its text; but see `VELM_CMapKey`.
 template <> struct VELM_CKeyHash<const char*> {
     /// The hash value.
     static unsigned Hash(const char* key) { return HashKey<const char*>(key); }
 };
 
-/// As the general form; a NULL key counts as the empty text.
+/// Compares the texts; a NULL key counts as the empty text.
 template <> VELM_API int CompareElements(const fxStr* pElement1, const char* const* pElement2);
 /// \copydoc CompareElements(const fxStr*, const char* const*)
 template <> VELM_API int CompareElements(const fxStr* pElement1, char* const* pElement2);
-/// As the general form, with the constructor that takes an unsigned, given 0.
+/// Does what the general form does, with the constructor `fxStr(0u)`.
 template <> VELM_API void ConstructElements(fxStr* pElements, int nCount);
-/// Each string as the archive's operators do with a `VELM_CString`. Where the data ends inside one, it is left empty,
-/// the later ones as they were, and 3 is raised.
+/// Stores or loads each string as the archive's operators do with a `VELM_CString`. If the data ends inside a string,
+/// that string becomes empty, the later ones stay as they were, and 3 is raised.
 template <> VELM_API void SerializeElements(VELM_CArchive& ar, fxStr* pElements, int nCount);
-/// 4 bytes for each int, least significant first, by one transfer. Whether all came is left to the caller to ask.
+/// Stores or loads 4 bytes for each int, least significant first, by one transfer. It raises nothing when the data ends
+/// early: the caller asks `VELM_CArchive::IsDataEnded`.
 template <> VELM_API void SerializeElements(VELM_CArchive& ar, int* pElements, int nCount);
-/// 8 zero bytes for each object, by one transfer. A loaded object keeps its state.
+/// Stores 8 zero bytes for each object, or loads 8 bytes and leaves the object as it is, by one transfer.
 template <> VELM_API void SerializeElements(VELM_CArchive& ar, VELM_CObject* pElements, int nCount);
 
 /// \cond
