@@ -60,7 +60,7 @@ int VELM_CFile::Open(const char* lpszFileName, unsigned nOpenFlags, VELM_CFileEx
         lpszMode = "a+";
     else if ((nOpenFlags & (modeWrite | modeRewrite | modeCreate)) != 0)
         lpszMode = "w";
-    m_pStream = fopen64(m_strFileName.m_data, lpszMode); // the own copy: never NULL
+    m_pStream = fopen64(m_strFileName.m_data, lpszMode); // not lpszFileName, which may be NULL
     if (m_pStream != nullptr)
         return 1;
     if (pError != nullptr)

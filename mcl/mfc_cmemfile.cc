@@ -65,7 +65,8 @@ void VELM_CMemoryFile::Write(const void* lpBuf, unsigned nCount)
         return;
     }
     if (nCount > m_nCapacity - m_nPosition) {
-        // Doubles, so that many small writes cost linear time; beyond a quarter of the memory it only grows as needed.
+        // The capacity doubles, so that many small writes take linear time. A block larger than a quarter of the
+        // address space only grows by what is needed.
         const unsigned long nMore = m_nCapacity < ULONG_MAX / 4 && nCount < m_nCapacity ? m_nCapacity : nCount;
         m_pBytes = static_cast<unsigned char*>(AfxAllocate(m_pBytes, m_nPosition, 1, nMore));
         m_nCapacity = m_nPosition + nMore;

@@ -1,5 +1,5 @@
 /// \file
-/// A file that tells how far it is.
+/// A file that reports progress.
 #ifndef TAVNOMCL_MFC_CPROGFILE_H
 #define TAVNOMCL_MFC_CPROGFILE_H
 
@@ -8,33 +8,34 @@
 /// \addtogroup files
 /// \{
 
-/// What a `VELM_CProgressFile` calls: with the bytes done of the bytes in all, and a pointer of the caller's.
+/// The function that a `VELM_CProgressFile` calls: `pContext` is the pointer given to its constructor, `nDone` the
+/// number of bytes read and written so far, and `nTotal` the total given to its constructor.
 typedef void (*VELM_PROGRESS)(void* pContext, unsigned long long nDone, unsigned long long nTotal);
 
-/// Stands in front of another file, hands every operation on to it, and reports how many bytes went through.
+/// Passes every operation on to another file, and reports how many bytes have been read and written.
 ///
-/// An archive over it reports once for each buffer that it reads or writes. The function may raise to end what is under
-/// way; the bytes that it was told of are lost to the archive then.
+/// An archive on this file causes one report for each buffer that it reads or writes. The reporting function may raise
+/// to end the operation; the archive then loses the bytes of the last report.
 class VELM_API VELM_CProgressFile : public VELM_CFile {
 public:
-    /// In front of `*pFile`, which must live longer. `nTotal` is only handed on: the number of bytes in all, or 0 where
-    /// it is not known.
+    /// Passes operations on to `*pFile`, which stays the caller's and must live longer. `nTotal` is passed to the
+    /// reporting function as it is: the expected number of bytes, or 0 if it is not known.
     VELM_CProgressFile(VELM_CFile* pFile, unsigned long long nTotal, VELM_PROGRESS pfnProgress, void* pContext = NULL);
     ~VELM_CProgressFile() override;
-    /// As `Open` of the other file. What has been done is not counted anew.
+    /// Calls `Open` of the other file. The number of bytes done does not start again at 0.
     int Open(const char* lpszFileName, unsigned nOpenFlags = modeRead, VELM_CFileException* pError = NULL) override;
-    /// As `Seek` of the other file; what is read or written twice counts twice.
+    /// Calls `Seek` of the other file. Bytes that are then read or written again count again.
     long Seek(long lOff, unsigned nFrom) override;
-    void SetLength(unsigned long nNewLength) override; ///< As that of the other file.
-    unsigned long GetLength() const override;          ///< As that of the other file.
-    /// As `Read` of the other file, then reports unless nothing was read.
+    void SetLength(unsigned long nNewLength) override; ///< Calls `SetLength` of the other file.
+    unsigned long GetLength() const override;          ///< Calls `GetLength` of the other file.
+    /// Calls `Read` of the other file, and reports if any byte was read.
     unsigned Read(void* lpBuf, unsigned nCount) override;
-    /// As `Write` of the other file, then reports unless `nCount` is 0. What failed counts as done.
+    /// Calls `Write` of the other file, and reports unless `nCount` is 0. Bytes that could not be written count, too.
     void Write(const void* lpBuf, unsigned nCount) override;
-    void Close() override;                          ///< As that of the other file. The destructor does not call it.
-    VELM_CSaveState* GetSaveState() const override; ///< That of the other file.
+    void Close() override;                          ///< Calls `Close` of the other file. The destructor does not.
+    VELM_CSaveState* GetSaveState() const override; ///< Calls `GetSaveState` of the other file.
 
-    /// The bytes read and written so far.
+    /// The number of bytes read and written so far.
     unsigned long long GetDone() const;
 
 private:

@@ -149,7 +149,7 @@ struct tm* VELM_CTime::GetLocalTm(struct tm* ptm) const
     return Deliver(localtime(&m_time), ptm);
 }
 
-// One field of the local broken-down time, counted from nFirst.
+// One field of the local broken-down time plus nFirst; 0 when there is no such time.
 static int LocalField(const time_t& time, int tm::*pField, int nFirst)
 {
     const struct tm* pShared = localtime(&time);

@@ -10,31 +10,33 @@
 /// \addtogroup values
 /// \{
 
-/// A signed number of seconds. Divisions truncate toward zero; remainders take the sign of the span.
+/// A span of time: a signed number of whole seconds.
+///
+/// Days, hours and minutes are rounded toward zero. In a negative span every part of it is negative or 0.
 class VELM_API VELM_CTimeSpan {
 public:
     long m_span; ///< The seconds.
 
     /// A span of 0 seconds.
     VELM_CTimeSpan();
-    /// A span of that many seconds.
+    /// A span of `nSeconds` seconds.
     VELM_CTimeSpan(long nSeconds);
     /// The span that `src` holds.
     VELM_CTimeSpan(const VELM_CTimeSpan& src) = default;
 
-    /// Whole days.
+    /// The number of whole days.
     long GetDays() const;
-    /// Whole hours, days included.
+    /// The number of whole hours in the span.
     long GetTotalHours() const;
-    /// Hours within the day, -23 to 23.
+    /// The hours beyond the last whole day, -23 to 23.
     int GetHours() const;
-    /// Whole minutes, hours included.
+    /// The number of whole minutes in the span.
     long GetTotalMinutes() const;
-    /// Minutes within the hour, -59 to 59.
+    /// The minutes beyond the last whole hour, -59 to 59.
     int GetMinutes() const;
-    /// All seconds.
+    /// The number of seconds in the span.
     long GetTotalSeconds() const;
-    /// Seconds within the minute, -59 to 59.
+    /// The seconds beyond the last whole minute, -59 to 59.
     int GetSeconds() const;
 
     /// The difference of two spans.
@@ -61,35 +63,36 @@ public:
     int operator>=(VELM_CTimeSpan span) const;
 };
 
-/// An absolute point in time: seconds since the epoch.
+/// A point in time: a number of whole seconds since the epoch, which is 1970-01-01 00:00:00 UTC.
 ///
-/// The calendar getters ask `localtime` afresh each time, and share its record with every other caller of it. Where
-/// `localtime` cannot express the time, they answer 0.
+/// `GetYear` to `GetDayOfWeek` deliver parts of the local time. Each call runs `localtime`, whose static record any
+/// other call in the process overwrites: threads must not use them at the same time. They return 0 for a time that
+/// `localtime` cannot express.
 class VELM_API VELM_CTime {
 public:
     time_t m_time; ///< Seconds since the epoch.
 
     /// The epoch.
     VELM_CTime();
-    /// The point that many seconds after the epoch.
+    /// The time `nTime` seconds after the epoch.
     VELM_CTime(long nTime);
-    /// The point that `src` holds.
+    /// The time that `src` holds.
     VELM_CTime(const VELM_CTime& src) = default;
-    /// Now; -1 second when the clock cannot be read.
+    /// The present time; the time -1 when the clock cannot be read.
     static VELM_CTime GetCurrentTime();
 
     /// Takes the value of `src`.
     const VELM_CTime& operator=(const VELM_CTime& src);
-    /// Takes that many seconds after the epoch.
+    /// Takes the time `nTime` seconds after the epoch.
     const VELM_CTime& operator=(long nTime);
 
     /// Seconds since the epoch.
     long GetTime() const;
-    /// The broken-down time in Coordinated Universal Time, in `*ptm`; with NULL, in the shared record of `gmtime`.
-    /// NULL when the time cannot be expressed.
+    /// Fills `*ptm` with the broken-down time in Coordinated Universal Time and returns `ptm`. If `ptm` is NULL,
+    /// returns the static record of `gmtime`. Returns NULL when `gmtime` cannot express the time.
     struct tm* GetGmtTm(struct tm* ptm) const;
-    /// The broken-down local time, in `*ptm`; with NULL, in the shared record of `localtime`. NULL when the time
-    /// cannot be expressed.
+    /// Fills `*ptm` with the broken-down local time and returns `ptm`. If `ptm` is NULL, returns the static record of
+    /// `localtime`. Returns NULL when `localtime` cannot express the time.
     struct tm* GetLocalTm(struct tm* ptm) const;
     /// The year, such as 2026.
     int GetYear() const;
@@ -108,7 +111,7 @@ public:
 
     /// The span from `time` to this time.
     VELM_CTimeSpan operator-(VELM_CTime time) const;
-    /// The time that lies the span before this time.
+    /// The time that is earlier than this one by the span.
     VELM_CTime operator-(VELM_CTimeSpan span) const;
     /// Moves forward by the span.
     const VELM_CTime& operator+=(VELM_CTimeSpan span);
