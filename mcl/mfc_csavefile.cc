@@ -14,7 +14,7 @@
 
 static const int nWriting = O_WRONLY | O_CLOEXEC | O_NOCTTY | O_LARGEFILE;
 
-// The result of a system call, made again when a signal interrupted it.
+// Makes a system call, repeats it as long as signals interrupt it, and returns its result.
 template <class CALL> static auto Retry(CALL call) -> decltype(call())
 {
     for (;;) {
@@ -24,7 +24,7 @@ template <class CALL> static auto Retry(CALL call) -> decltype(call())
     }
 }
 
-// Fails with that errno.
+// Sets errno and returns false.
 static bool FailWith(int nError)
 {
     errno = nError;
@@ -38,13 +38,13 @@ static void CloseDescriptor(int& rDescriptor)
     rDescriptor = -1;
 }
 
-// Brings a file to the disk. What knows no flushing, such as a pipe, is flushed.
+// Flushes a file to the disk. True, too, for what cannot be flushed, such as a pipe.
 static bool FlushToDisk(int nDescriptor, int nNoFlushing = EINVAL)
 {
     return Retry([&] { return fsync(nDescriptor); }) == 0 || errno == EINVAL || errno == EROFS || errno == nNoFlushing;
 }
 
-// Locks the file unless another process has; the lock goes with the descriptor.
+// Locks the file, unless another process has locked it. Closing the descriptor releases the lock.
 static bool Lock(int nDescriptor)
 {
     return Retry([&] { return flock(nDescriptor, LOCK_EX | LOCK_NB); }) == 0;
@@ -55,7 +55,7 @@ static bool GetStatusOf(int nDescriptor, struct stat64& rStatus)
     return Retry([&] { return fstat64(nDescriptor, &rStatus); }) == 0;
 }
 
-// The path by which the process reaches what it has opened.
+// A path to the file that the process has opened as the descriptor.
 struct DescriptorPath {
     char szPath[32];
 
@@ -116,7 +116,7 @@ int VELM_CSaveFile::Open(const char* lpszFileName, unsigned nOpenFlags, VELM_CFi
     return 0;
 }
 
-// Follows the path and the links that it leads to; opens the folder and notes the name where they end.
+// Follows the path and all symbolic links; opens the folder of the file that they lead to, and notes its name.
 bool VELM_CSaveFile::FindTarget()
 {
     char szPath[PATH_MAX];
@@ -129,12 +129,12 @@ bool VELM_CSaveFile::FindTarget()
         if (std::strlen(pName) >= sizeof m_szTarget)
             return FailWith(ENAMETOOLONG);
         std::strcpy(m_szTarget, pName);
-        *pName = '\0'; // leaves the folder
+        *pName = '\0'; // szPath is now the folder
 
         const int nFrom = m_nFolder == -1 ? AT_FDCWD : m_nFolder;
         const char* lpszFolder = szPath[0] == '\0' ? "." : szPath;
         int nFolder = Retry([&] { return openat(nFrom, lpszFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
-        if (nFolder == -1 && errno == EACCES) // may be a folder that the process cannot list
+        if (nFolder == -1 && errno == EACCES) // perhaps the process may use the folder, but not list it
             nFolder = Retry([&] { return openat(nFrom, lpszFolder, O_PATH | O_DIRECTORY | O_CLOEXEC); });
         const int nError = errno;
         CloseDescriptor(m_nFolder);
@@ -146,7 +146,7 @@ bool VELM_CSaveFile::FindTarget()
 
         const ssize_t n = Retry([&] { return readlinkat(m_nFolder, m_szTarget, szPath, sizeof szPath); });
         if (n == -1)
-            return errno == EINVAL || errno == ENOENT; // no link, or nothing there
+            return errno == EINVAL || errno == ENOENT; // not a link, or no file
         if (n == static_cast<ssize_t>(sizeof szPath))
             return FailWith(ENAMETOOLONG);
         szPath[n] = '\0';
@@ -154,13 +154,13 @@ bool VELM_CSaveFile::FindTarget()
     return FailWith(ELOOP);
 }
 
-// Begins the new file: without a name where the system has such files, else with that of a temporary. It is locked as
-// long as this process has it, which tells it from what a dead one left.
+// Creates the new file: without a name if the file system supports that, otherwise with a temporary name. The file is
+// locked as long as this process has it open; so a file that is not locked was left by a process that died.
 bool VELM_CSaveFile::OpenBeside()
 {
     if (m_bReplaces && Retry([&] { return faccessat(m_nFolder, m_szTarget, W_OK, AT_EACCESS); }) != 0)
         return false;
-    const mode_t nMode = m_bReplaces ? S_IRUSR | S_IWUSR : DEFFILEMODE; // until the old file's is known to fit
+    const mode_t nMode = m_bReplaces ? S_IRUSR | S_IWUSR : DEFFILEMODE; // KeepStatus sets the old file's mode later
     m_nFile = Retry([&] { return openat(m_nFolder, ".", nWriting | O_TMPFILE, nMode); });
     if (m_nFile != -1 && Lock(m_nFile) && Retry([&] { return access(DescriptorPath(m_nFile).szPath, F_OK); }) == 0)
         return true;
@@ -171,15 +171,15 @@ bool VELM_CSaveFile::OpenBeside()
         if (m_nFile == -1 ||
             ((Lock(m_nFile) || errno != EWOULDBLOCK) && !(GetStatusOf(m_nFile, status) && status.st_nlink == 0)))
             return m_nFile != -1;
-        CloseDescriptor(m_nFile); // another process took it for a leftover, before it was locked
+        CloseDescriptor(m_nFile); // another process took it for a leftover and removed it before it was locked
         return FailWith(EEXIST);
     });
 }
 
-// Finds a name beside the target with which `make` succeeds.
+// Finds a temporary name in the folder with which make() succeeds.
 template <class MAKE> bool VELM_CSaveFile::NameTemporary(MAKE make)
 {
-    const int nMostSaving = 100; // at a time
+    const int nMostSaving = 100; // processes that save the same file at the same time
     for (int i = 0; i < nMostSaving; ++i) {
         std::snprintf(m_szTemporary, sizeof m_szTemporary, ".%.230s.save%d", m_szTarget, i);
         if (make() || (errno == EEXIST && RemoveLeftover() && make()))
@@ -187,17 +187,18 @@ template <class MAKE> bool VELM_CSaveFile::NameTemporary(MAKE make)
         if (errno != EEXIST)
             break;
     }
-    m_szTemporary[0] = '\0'; // not this process's to remove
+    m_szTemporary[0] = '\0'; // a file of this name belongs to another process
     return false;
 }
 
-// Removes the file with the temporary's name if its process is dead; else fails with EEXIST.
+// Removes the file with the temporary name if the process that made it is dead; otherwise fails with EEXIST.
 bool VELM_CSaveFile::RemoveLeftover()
 {
     const int nReading = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
     int nLeftover = Retry([&] { return openat(m_nFolder, m_szTemporary, nReading); });
     struct stat64 opened, named;
-    // The lock is held before the name is looked at again: whoever removes this file must have it.
+    // Only a process that holds the lock removes the file. So once this process has the lock, it checks that the name
+    // still belongs to the file that it locked.
     const bool bRemoved =
         nLeftover != -1 && Lock(nLeftover) && GetStatusOf(nLeftover, opened) && S_ISREG(opened.st_mode) &&
         Retry([&] { return fstatat64(m_nFolder, m_szTemporary, &named, AT_SYMLINK_NOFOLLOW); }) == 0 &&
@@ -228,7 +229,7 @@ bool VELM_CSaveFile::WriteWhole(const char* pBytes, unsigned nCount)
         const unsigned nWanted = nCount < nMostAtOnce ? nCount : nMostAtOnce;
         const ssize_t n = Retry([&] { return write(m_nFile, pBytes, nWanted); });
         if (n == 0)
-            errno = EIO; // would go on for ever
+            errno = EIO; // repeating it might never end
         if (n <= 0)
             return Fail();
         pBytes += n;
@@ -254,7 +255,7 @@ int VELM_CSaveFile::Commit()
     return m_nError == 0;
 }
 
-// Every archive on the file has ended, and stored what it was given.
+// Fails unless every archive on the file has ended and has stored everything that it was given.
 bool VELM_CSaveFile::RequireWhole()
 {
     if (m_nFile == -1)
@@ -264,8 +265,8 @@ bool VELM_CSaveFile::RequireWhole()
     return m_pState->IsWhole() || FailWith(ECANCELED);
 }
 
-// Gives the new file what it is to keep of the old one. Nobody gains access by that: the rights of a group are not
-// given to another one.
+// Gives the new file the owner, group and mode of the old one, as far as the process may. Nobody gains access by that:
+// if the group cannot be kept, the new group only gets the rights of others.
 void VELM_CSaveFile::KeepStatus()
 {
     const bool bOwner = Retry([&] { return fchown(m_nFile, m_nOwner, m_nGroup); }) == 0;
@@ -282,7 +283,8 @@ bool VELM_CSaveFile::Finish()
         KeepStatus();
     if (!FlushToDisk(m_nFile))
         return false;
-    // Some file systems report at `close` what they could not write. The descriptor itself stays, with its lock.
+    // Some file systems report failed writes only at close. A copy of the descriptor is closed for that, so that the
+    // descriptor itself keeps its lock.
     const int nCopy = Retry([&] { return fcntl(m_nFile, F_DUPFD_CLOEXEC, 0); });
     if (nCopy == -1 || (close(nCopy) != 0 && errno != EINTR))
         return false;
@@ -297,10 +299,10 @@ bool VELM_CSaveFile::Finish()
     if (Retry([&] { return renameat(m_nFolder, m_szTemporary, m_nFolder, m_szTarget); }) != 0)
         return false;
     m_szTemporary[0] = '\0';
-    return FlushToDisk(m_nFolder, EBADF); // EBADF: a folder that the process cannot list
+    return FlushToDisk(m_nFolder, EBADF); // EBADF: the process may not list the folder, and so cannot flush it
 }
 
-// Keeps the first failure: that of the system call just made.
+// Keeps errno as the error, unless there has been an earlier failure. Returns false.
 bool VELM_CSaveFile::Fail()
 {
     if (m_nError == 0)

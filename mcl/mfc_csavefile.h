@@ -1,5 +1,5 @@
 /// \file
-/// Saving that cannot lose the old file.
+/// A file that replaces an older one only when the new one is complete.
 #ifndef TAVNOMCL_MFC_CSAVEFILE_H
 #define TAVNOMCL_MFC_CSAVEFILE_H
 
@@ -8,24 +8,25 @@
 /// \addtogroup files
 /// \{
 
-/// A file that takes the place of an older one only when it is whole, and safe on the disk.
+/// A file that replaces an older file atomically, and only when the new one is complete and on the disk.
 ///
-/// `Open`, write (mostly through a storing `VELM_CArchive`, which is closed first), then `Commit`, and one check: its
-/// result answers for everything since `Open`. Without `Commit`, or when anything failed, the old file is as it was and
-/// nothing is left beside it. `AfxSaveDocument` does all of that.
+/// A program calls `Open`, writes, usually through a storing `VELM_CArchive` that it then closes, and calls `Commit`.
+/// The result of `Commit` tells whether everything since `Open` succeeded. Without `Commit`, or after any failure, the
+/// old file is as it was, and no other file is left beside it. `AfxSaveDocument` does all of this in one call.
 ///
-/// Archives on the file, also through a `VELM_CProgressFile`, tell it what they could not store: a value that was
-/// refused, an object that a raise left half stored, bytes dropped by `Abort` or stored after `Close`. After any of
-/// these, and while an archive has been neither closed nor aborted nor destroyed, `Commit` fails. An archive that is
-/// made before `Open` counts from the first bytes that it hands to the file.
+/// An archive on the file, directly or through a `VELM_CProgressFile`, tells the file what it could not store: a value
+/// that was refused, an object that a raise left half stored, bytes dropped by `Abort` or stored after `Close`. After
+/// any of these `Commit` fails. It also fails as long as there is an archive that has been neither closed nor aborted
+/// nor destroyed. An archive that is made before `Open` counts as soon as it writes bytes to the file.
 ///
-/// The new file is written in the folder of the old one, where possible without a name until it is whole. A process
-/// that is killed in the instant between naming and renaming it (where the file system knows no files without a name:
-/// at any time while it writes) leaves a file called `.NAME.saveN`; the next save of the same file removes it.
+/// The new file is written in the folder of the old one, and has no name until it is complete, if the file system
+/// supports that. A process that is killed between naming and renaming the file leaves a file called `.NAME.saveN`; on
+/// other file systems this can happen at any time while it writes. The next save of the same file removes what is left.
 ///
-/// The mode, owner and group of an old file are kept where the process may set them; its other names (hard links)
-/// keep the old contents. It must be writable. A symbolic link stays, and the file that it leads to, there or not, is
-/// the one that is replaced or made. What cannot be replaced, such as a device or a pipe, is written directly.
+/// The old file must be writable. The new one gets its mode, owner and group, as far as the process may set them; other
+/// hard links to the old file keep the old contents. If the path is a symbolic link, the link stays, and the file that
+/// it leads to is replaced, or created if it does not exist. What cannot be replaced, such as a device or a pipe, is
+/// written directly.
 ///
 /// The file is only written, from its start on: `Read`, `Seek`, `SeekToBegin` and `SeekToEnd` behave as those of a
 /// closed file, and `m_pStream` stays NULL. Only `Open` allocates memory.
@@ -35,41 +36,42 @@ public:
     VELM_CSaveFile();
     /// Closes the file.
     ~VELM_CSaveFile() override;
-    /// Closes the file and begins to save that path. Returns 1; or 0, and the text "Can't open file" in the message of
-    /// `*pError`. The path is kept in both cases. Appending (`modeAppend`) is refused; other flags do not count.
+    /// Closes the file and begins to save to the path. Returns 1 on success. On failure it returns 0 and sets the
+    /// message of `*pError`, unless that is NULL, to "Can't open file". `m_strFileName` is the new path in both cases.
+    /// The flag `modeAppend` is refused; all others are ignored.
     int Open(const char* lpszFileName, unsigned nOpenFlags = modeWrite, VELM_CFileException* pError = NULL) override;
-    /// The low 32 bits of the number of bytes written, while the file is open; else those of the size of the file at
-    /// the path.
+    /// While the file is open: the low 32 bits of the number of bytes written. Otherwise those of the size of the file
+    /// at the path.
     unsigned long GetLength() const override;
-    /// Writes all the bytes. What cannot be written, also because of an earlier failure or because the file is not
-    /// open, sets `ERROR_CODE`.
+    /// Writes all the bytes. On failure, after an earlier failure, or when the file is not open, it sets `ERROR_CODE`.
     void Write(const void* lpBuf, unsigned nCount) override;
-    /// Ends the saving. What has not been committed is dropped.
+    /// Closes the file; what was written without a successful `Commit` is dropped.
     void Close() override;
-    VELM_CSaveState* GetSaveState() const override; ///< That of this save; NULL while the file is closed.
+    VELM_CSaveState* GetSaveState() const override; ///< The record of this save; NULL while the file is closed.
 
-    /// Flushes what was written to the disk, gives it its name, flushes the folder, and closes the file. Returns 1 when
-    /// all that was written since `Open` is in place; else 0. Then the old file is as it was, except that a device or
-    /// a pipe may have got a part, and that a failure to flush the folder leaves the new file in place.
+    /// Flushes the new file to the disk, renames it to the path, flushes the folder, and closes the file. Returns 1
+    /// when everything written since `Open` is in place. Otherwise it returns 0 and the old file is as it was, with two
+    /// exceptions: a device or a pipe may have received a part, and when only flushing the folder fails, the new file
+    /// is in place.
     int Commit();
-    /// The system's number (`errno`) of the first failure since `Open`; `ECANCELED` where `Commit` found that an
-    /// archive had not stored everything; 0 for none.
+    /// The `errno` value of the first failure since `Open`, or 0 if there was none. It is `ECANCELED` when `Commit`
+    /// found that an archive had not stored everything.
     int GetError() const;
-    /// The path and that failure, such as "people.archive: No space left on device" or "people.archive: offset 12: the
-    /// value does not fit into 4 bytes"; empty for none.
+    /// The path and a text for that failure, such as "people.archive: No space left on device" or
+    /// "people.archive: offset 12: the value does not fit into 4 bytes"; empty if there was none.
     VELM_CString GetErrorText() const;
 
 private:
     int m_nFile;               // descriptor of the new file; -1 while the file is closed
-    int m_nFolder;             // of the folder; -1 when the file is written directly
+    int m_nFolder;             // descriptor of its folder; -1 when the file is written directly
     int m_nError;              // errno of the first failure
-    VELM_CSaveState* m_pState; // of this Open and, after it, of its failure; NULL before the first
-    int m_bReplaces;           // whether there is an old file, with:
+    VELM_CSaveState* m_pState; // the record of the last Open, which outlives Close; NULL before the first Open
+    int m_bReplaces;           // whether there is an old file; the next three fields describe it
     unsigned m_nMode;          // its permissions
     unsigned m_nOwner;         // its owner
     unsigned m_nGroup;         // its group
-    char m_szTarget[256];      // name in the folder, links followed
-    char m_szTemporary[256];   // present name in the folder; empty for none
+    char m_szTarget[256];      // name that the new file will have in the folder, after following links
+    char m_szTemporary[256];   // name that the new file has in the folder now; empty for none
 
     VELM_LOCAL bool Fail();
     VELM_LOCAL void DropState();

@@ -1,5 +1,5 @@
 /// \file
-/// Every class of the library.
+/// The header that includes every class of the library, except for the support of standard containers in `mfc_std.h`.
 #ifndef TAVNOMCL_TAVNOMCL_H
 #define TAVNOMCL_TAVNOMCL_H
 

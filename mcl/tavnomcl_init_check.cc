@@ -14,7 +14,7 @@ tavnomcl_dll::tavnomcl_dll(const char* name) : dll_name(name)
     tavnotavnomcldll_init = 1;
 }
 
-// Runs at exit, with nothing to do.
+// Exported, and runs when the library is unloaded; there is nothing to do.
 tavnomcl_dll::~tavnomcl_dll()
 {
 }

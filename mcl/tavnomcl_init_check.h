@@ -1,5 +1,5 @@
 /// \file
-/// Load-time registration.
+/// The registration of a component when it is loaded.
 #ifndef TAVNOMCL_TAVNOMCL_INIT_CHECK_H
 #define TAVNOMCL_TAVNOMCL_INIT_CHECK_H
 
@@ -8,21 +8,21 @@
 /// \addtogroup frame
 /// \{
 
-/// A registration object: its construction says that a component has been loaded.
+/// A registration object, which a component constructs when it is loaded.
 class VELM_API tavnomcl_dll {
 public:
-    const char* dll_name; ///< The component's short name; not owned.
+    const char* dll_name; ///< The component's short name, which the object does not own.
 
-    /// Keeps the name, prints "Tavno dll %s is initialized.\n" with it on standard error when the environment variable
-    /// TAVNO_DLL_CHECK is set, and sets `tavnotavnomcldll_init`.
+    /// Keeps the pointer to the name and sets `tavnotavnomcldll_init` to 1. If the environment variable TAVNO_DLL_CHECK
+    /// is set, it first prints "Tavno dll %s is initialized.\n" with the name on standard error.
     explicit tavnomcl_dll(const char* name);
     ~tavnomcl_dll();
 };
 
 extern "C" {
-/// The library's own registration, constructed when it is loaded.
+/// The library's own registration object, which is constructed when the library is loaded.
 extern VELM_API tavnomcl_dll tavnomcl_dll_init_check;
-/// 1 once a registration object has been constructed.
+/// 0 at first; 1 after a registration object has been constructed.
 extern VELM_API int tavnotavnomcldll_init;
 }
 

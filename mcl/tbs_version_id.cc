@@ -11,7 +11,7 @@ static const char version[] = TAVNOMCL_VERSION;
 static const char buildComment[] = TAVNOMCL_BUILD_COMMENT;
 static const char buildDate[] = TAVNOMCL_BUILD_DATE;
 
-// Gives emit the format and operands of the line.
+// Calls emit with the format of the version line and its operands, and returns its result.
 template <class Emit> static int Identify(Emit emit)
 {
     if (std::strlen(buildComment) != 0)

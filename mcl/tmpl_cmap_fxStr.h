@@ -1,5 +1,5 @@
 /// \file
-/// The two maps from strings to ints that the library exports; `mfc_cmap.h` declares them.
+/// Includes `mfc_cmap.h`, which declares the two exported maps from `fxStr` to `int`.
 #ifndef TAVNOMCL_TMPL_CMAP_FXSTR_H
 #define TAVNOMCL_TMPL_CMAP_FXSTR_H
 
