@@ -28,7 +28,7 @@ void GenericList::append(void* item)
     insertAt(count, item);
 }
 
-// There must be a block.
+// Moves the gap before item index. There must be a block.
 void GenericList::MoveGap(int index)
 {
     const auto Move = [](void** to, void** from, int items) {

@@ -1,5 +1,5 @@
 /// \file
-/// List class of the companion library, as far as the object array uses it.
+/// A stand-in for the list class of the host's companion library, with what the object array needs.
 #ifndef TAVNOHOST_GENERICLIST_H
 #define TAVNOHOST_GENERICLIST_H
 
@@ -7,17 +7,17 @@
 #define TAVNOHOST_API __attribute__((visibility("default")))
 #endif
 
-/// An ordered list of untyped items, which it never owns. Indexes count from 0. Exhausted memory raises 1 and changes
-/// nothing.
+/// An ordered list of untyped pointers, its items. It never owns what they point to. Indexes count from 0. Exhausted
+/// memory raises 1 and changes nothing.
 ///
-/// An insertion or removal takes constant time, on average, at or beside the index of the last one; elsewhere time in
-/// proportion to the number of items between the two. Finding an item takes constant time.
+/// Finding an item takes constant time. The list is a gap buffer: an insertion or removal takes time in proportion to
+/// the distance from the place of the last one; at or beside that place, amortised constant time.
 class TAVNOHOST_API GenericList {
 public:
-    int count; ///< Number of items; the first member of the list.
+    int count; ///< Number of items. It must stay the first field.
 
     GenericList();
-    /// Releases the list's storage, not the items.
+    /// Frees the memory of the list; what the items point to stays.
     ~GenericList();
     GenericList(const GenericList&) = delete;
     GenericList& operator=(const GenericList&) = delete;
@@ -26,23 +26,24 @@ public:
     void* findItem(long index) const;
     /// Adds the item at the end.
     void append(void* item);
-    /// Inserts the item so that it has that index. An index before the first or behind the last item counts as the
-    /// nearest end.
+    /// Inserts the item before the one at `index`. An index below 0 inserts at the start, and one beyond the last item
+    /// at the end.
     void insertAt(long index, void* item);
-    /// Takes out the item at `index` and returns it; NULL, and nothing changes, when there is none.
+    /// Removes the item at `index` and returns it; returns NULL, and changes nothing, when there is none.
     void* remove(long index);
-    /// Removes all items, leaving them alive.
+    /// Removes all items; what they point to stays.
     void clear();
 
 private:
-    // The free slots of the block lie together, where the list was changed last:
+    // The free slots of the block, its gap, lie where the list was changed last:
     //
     //     | items 0 .. m_gap - 1 | free | items m_gap .. count - 1 |
     void** m_items;
     int m_capacity; // slots in the block
-    int m_gap;      // items before the free slots
+    int m_gap;      // items before the gap
 
-    void** ItemsBehindGap() const { return m_items + (m_capacity - count); } // the address of item i is this, plus i
+    // Item i lies at this address plus i, if it is behind the gap.
+    void** ItemsBehindGap() const { return m_items + (m_capacity - count); }
     void MoveGap(int index);
 };
 

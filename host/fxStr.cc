@@ -7,7 +7,7 @@
 
 static char emptyText[1];
 
-// A block for the text and its terminator, or the shared empty text.
+// A block for the text and its final NUL; for no characters, the empty text that all empty strings share.
 static char* NewText(unsigned nLength)
 {
     if (nLength == 0)

@@ -1,5 +1,5 @@
 /// \file
-/// String class of the companion library, as far as the template maps use it for their keys.
+/// A stand-in for the string class of the host's companion library, with what the template maps need for their keys.
 #ifndef TAVNOHOST_FXSTR_H
 #define TAVNOHOST_FXSTR_H
 
@@ -7,7 +7,8 @@
 #define TAVNOHOST_API __attribute__((visibility("default")))
 #endif
 
-/// An owned, NUL-terminated text. An empty string owns no memory. Exhausted memory raises 1 and changes nothing.
+/// A NUL-terminated text, which the string owns. An empty string owns no memory. Exhausted memory raises 1 and changes
+/// nothing.
 class TAVNOHOST_API fxStr {
 public:
     /// A string of `nLength` blanks; 0 gives the empty string.
@@ -23,13 +24,13 @@ public:
     /// Takes a copy of the string.
     fxStr& operator=(const fxStr& src);
 
-    /// The text; never NULL, valid until the string changes.
+    /// The text: never NULL, and valid until the string changes. It belongs to the string.
     operator char*() const { return m_data; }
     /// The number of characters.
     unsigned length() const { return m_length; }
 
 private:
-    char* m_data; // the shared empty text, or a block of malloc
+    char* m_data; // a block of malloc; or the empty text that all empty strings share
     unsigned m_length;
 };
 

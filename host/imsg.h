@@ -9,11 +9,12 @@
 
 extern "C" {
 
-/// Prints the formatted message on standard output; returns what `printf` returns. The first and third arguments
-/// select a message class and number in a full message library; here they are not used.
+/// Prints the formatted message on standard output and returns the result of `printf`. The first and third arguments
+/// are not used here; in a full message library they select the class and the number of a message.
 TAVNOHOST_API int imsg_print(int nClass, const char* lpszFormat, int nMessage, ...);
 
-/// Formats the message into `lpBuffer`, which the caller has made large enough; returns what `sprintf` returns.
+/// Formats the message into `lpBuffer`, which must be large enough, and returns the result of `sprintf`. The third
+/// argument is not used.
 TAVNOHOST_API int imsg_sprintf(char* lpBuffer, const char* lpszFormat, int nMessage, ...);
 }
 

@@ -1,4 +1,4 @@
-// Memory for the host's classes; private to this library.
+// Memory for the classes of the host library; private to that library.
 #ifndef TAVNOHOST_MEMORY_P_H
 #define TAVNOHOST_MEMORY_P_H
 
@@ -8,8 +8,8 @@
 
 #include "host/pfm.h"
 
-// A block of realloc, of nCount * nSize bytes. Exhausted memory raises 1, before anything has changed, and aborts when
-// that returns.
+// Resizes the block to nCount * nSize bytes by realloc; NULL makes a new one. Exhausted memory raises 1, before
+// anything has changed, and aborts if the raise returns.
 inline void* AllocateOrRaise(void* pOld, std::size_t nCount, std::size_t nSize)
 {
     std::size_t nBytes;

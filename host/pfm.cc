@@ -11,16 +11,16 @@ static_assert(offsetof(pfm_cleanup_block, jump) == 8, "the jump buffer stands at
 static_assert(offsetof(pfm_cleanup_block, nJumped) == 528, "the result of sigsetjmp stands at offset 528");
 #endif
 
-// The library asks for the innermost block at each object: the model of access saves a call.
+// The archive asks for the innermost block at each object. This TLS model saves a function call for each access.
 #define FAST_THREAD_LOCAL static thread_local __attribute__((tls_model("initial-exec")))
 
 FAST_THREAD_LOCAL pfm_cleanup_block* pInnermost = nullptr;
 FAST_THREAD_LOCAL unsigned nLastNumber = 0;
-FAST_THREAD_LOCAL unsigned nThread = 0;         // its number, from 1 on, once it has had a block
-FAST_THREAD_LOCAL unsigned long long nMark = 0; // of the innermost block
+FAST_THREAD_LOCAL unsigned nThread = 0;         // number of this thread, from 1 on; 0 before its first block
+FAST_THREAD_LOCAL unsigned long long nMark = 0; // result of pfm_cleanup_mark
 static std::atomic<unsigned> nThreads{0};
 
-// Makes it the innermost block; NULL for none.
+// Makes pBlock the innermost block of the thread; NULL if there is none.
 static void SetInnermost(pfm_cleanup_block* pBlock)
 {
     pInnermost = pBlock;
@@ -28,7 +28,7 @@ static void SetInnermost(pfm_cleanup_block* pBlock)
             (pBlock == nullptr ? 0 : static_cast<unsigned>(pBlock->nActive));
 }
 
-// Weak, so that a statically linked process can define its own as well.
+// Weak, so that a program that is linked statically can define its own, too.
 __attribute__((weak)) void pfm_assert_fail(const char* lpszText, const char* lpszFile, int nLine)
 {
     std::fprintf(stderr, "%s:%d: assertion failed: %s\n", lpszFile, nLine, lpszText);
@@ -70,7 +70,8 @@ void pfm_cleanup_rls(pfm_cleanup_block* pBlock)
     if (pBlock->nActive == 0)
         return;
     pBlock->nActive = 0;
-    // What an outer block's release has taken off the chain still calls itself active: it must not bring that back.
+    // A block that left the chain when an outer block was released still has its number: its release must not change
+    // the chain.
     const pfm_cleanup_block* p = pInnermost;
     while (p != nullptr && p != pBlock)
         p = p->pOuter;
