@@ -14,7 +14,7 @@
 
 namespace {
 
-// Texts of 24 bytes, too long for the room inside a std::string.
+// Texts of 24 bytes, which are too long for the buffer inside a std::string object.
 struct Texts {
     std::vector<char> block;
     explicit Texts(long n) : block(static_cast<size_t>(n) * 25)

@@ -31,8 +31,8 @@ std::string TemporaryFile(const char* lpszName);
 
 inline double dChildSeconds = 0; // CPU time of the children that have ended
 
-// CPU time of this process and its children: neither waiting for a disk nor what other processes use is in it. One
-// call takes half a microsecond.
+// CPU time of this process and of its children that have ended. It contains neither time spent waiting for a disk nor
+// the time of other processes. One call takes half a microsecond.
 inline double CpuSeconds()
 {
     timespec own;
@@ -40,8 +40,9 @@ inline double CpuSeconds()
     return dChildSeconds + static_cast<double>(own.tv_sec) + 1e-9 * static_cast<double>(own.tv_nsec);
 }
 
-// Measures one iteration: call it once for each. A body that is too short for the clock is called nTimes; whoever reads
-// the report divides by that. Its instructions are those that callgrind collects.
+// Measures one iteration of a benchmark, and is called once in each. A body that is too short for the clock is called
+// nTimes; readers of the report divide by that number, which is in it. Callgrind collects the instructions of the body
+// only.
 template <class BODY> void Timed(benchmark::State& state, BODY body, long nTimes = 1)
 {
     const double dStart = CpuSeconds();
@@ -62,7 +63,8 @@ inline void Check(benchmark::State& state, bool bGood)
         state.SkipWithError("wrong result");
 }
 
-// Runs the body in a child process, so that its memory is not counted here. Returns what the body returned.
+// Runs the body in a child process, so that its memory does not count for this one. Returns what the body returned;
+// false, too, if the child died.
 template <class BODY> bool InChild(BODY body)
 {
     const pid_t child = fork();

@@ -1,4 +1,4 @@
-// Lines of text, one huge string, blocks of values, and the demo's reading of a status file.
+// Benchmarks of files: lines of text, one huge string, blocks of values, and the demo, which reads a status file.
 #include <mcl/mfc_std.h>
 #include <mcl/tavnomcl.h>
 #include <spawn.h>
@@ -19,7 +19,7 @@ std::string Line(long i)
     return "line " + std::to_string(i) + std::string(bench::Scatter(static_cast<uint32_t>(i)) % 60, '.');
 }
 
-// The sum over all lines that tells whether they were read right.
+// A checksum over all lines, which tells whether they were read correctly.
 struct LineSum {
     uint64_t nSum = 0;
     void Add(const char* p, size_t nLength)
@@ -77,7 +77,7 @@ void ReadStringsIntoBuffer(const char* lpszFile, LineSum& sum)
         sum.Add(line, std::strlen(line));
 }
 
-// A file in memory, so that the copying is what is measured.
+// A file in memory, so that only the copying is measured.
 class MemoryFile : public VELM_CFile {
 public:
     std::vector<char> bytes;
@@ -99,7 +99,7 @@ public:
     void Close() override {}
 };
 
-const size_t nLongestPrefix = 9; // bytes before those of a long string; a count takes 4 or 8
+const size_t nLongestPrefix = 9; // bytes that an archive stores before the text of a long string
 
 std::string HugeText(long n)
 {
@@ -132,7 +132,7 @@ void AddHugeStrings()
             bench::Check(state, std::memcmp(&file.bytes[nLongestPrefix], text.data(), text.size()) == 0);
         }
     });
-    // Both make the memory that they load into.
+    // Both candidates allocate the memory that they load into.
     bench::Add("hugestring/load/memcpy", [](benchmark::State& state, long n) {
         const std::string text = HugeText(n);
         for (auto _ : state) {
@@ -167,7 +167,8 @@ void AddHugeStrings()
     });
 }
 
-// Values through an archive on a file in memory, as a container and as the same bytes by Write or Read.
+// Transfers values through an archive on a file in memory: as a container and, for comparison, as bytes by Write or
+// Read.
 template <class CONTAINER> void AddBlocks(const std::string& name)
 {
     typedef typename CONTAINER::value_type Value;
@@ -224,7 +225,7 @@ void WriteStatus(const char* lpszFile, long n)
         file << "Package: package-" << i << "\nStatus: install ok installed\nPriority: optional\nSection: libs\n"
              << "Installed-Size: " << 10 + i % 5000 << "\nMaintainer: Some Maintainers <maintainers@example.org>\n"
              << "Architecture: amd64\nMulti-Arch: same\nVersion: 1." << i % 17 << '-' << i % 5 << '\n';
-        for (long k = 0; i > 0 && k < i % 8; ++k) // on earlier packages, not in long chains
+        for (long k = 0; i > 0 && k < i % 8; ++k) // on earlier packages at random, which makes no long chains
             file << (k ? ", " : "Depends: ") << "package-" << bench::Scatter(static_cast<uint32_t>(8 * i + k)) % i
                  << " (>= 1.0)";
         file << (i > 0 && i % 8 ? "\n" : "") << "Description: package number " << i
@@ -233,7 +234,7 @@ void WriteStatus(const char* lpszFile, long n)
     }
 }
 
-// The same file read in plain C++: the packages, and who depends on whom. Returns the number of packages.
+// Reads the same file in plain C++: the packages and their dependencies. Returns the number of packages.
 size_t ReadStatusPlainly(const char* lpszFile)
 {
     struct Package {
@@ -277,7 +278,7 @@ size_t ReadStatusPlainly(const char* lpszFile)
     return packages.size();
 }
 
-// The number of packages that an archive of the demo begins with.
+// The number of packages, with which an archive of the demo begins.
 size_t StoredPackages(const char* lpszArchive)
 {
     VELM_CFile file;
@@ -292,7 +293,7 @@ void AddDemo()
         static const std::string path = bench::TemporaryFile("status");
         WriteStatus(path.c_str(), n);
         for (auto _ : state) {
-            bool bGood = false; // a process, as the demo is one
+            bool bGood = false; // runs in a process of its own, as the demo does
             bench::Timed(state, [&] {
                 bGood = bench::InChild([&] { return ReadStatusPlainly(path.c_str()) == static_cast<size_t>(n); });
             });

@@ -31,11 +31,11 @@
 namespace {
 
 const unsigned nManyClasses = 1000;
-unsigned nClasses = 1; // that take turns
-size_t nStride = 0;    // distance between the objects; 0: as the allocator places them
-bool bChain = false;   // each object refers to the one before it, and the last one comes first: as deep as it is long
+unsigned nClasses = 1; // number of classes; the objects take them in turn
+size_t nStride = 0;    // distance between the objects in bytes; 0: as the allocator places them
+bool bChain = false;   // each object refers to the one before it, and the last is stored first: the deepest graph
 
-// What object number i holds.
+// The values that object number i holds.
 struct Facts {
     uint32_t a, b;
     char name[12];
@@ -61,11 +61,11 @@ void* Place(size_t nSize)
     if (nStride == 0)
         return ::operator new(nSize);
     if (nLeft < nStride) {
-        nLeft = size_t(1) << 33; // of address space; a page counts when it is touched
+        nLeft = size_t(1) << 33; // bytes of address space; memory is only taken for pages that are touched
         void* p = mmap(nullptr, nLeft, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
         if (p == MAP_FAILED)
             std::abort();
-        madvise(p, nLeft, MADV_NOHUGEPAGE); // else one object takes 2 MB
+        madvise(p, nLeft, MADV_NOHUGEPAGE); // otherwise one object could take a page of 2 MB
         pFree = static_cast<char*>(p);
     }
     void* p = pFree;
@@ -79,7 +79,7 @@ std::string ClassName(unsigned nClass)
     return nClasses == 1 ? "Node" : "Node" + std::to_string(nClass);
 }
 
-// Written for this one job: an index of the final size, one block of memory, one write, one read.
+// Code written by hand for this one job: an index of the final size, one block of memory, one write, one read.
 struct ByHand {
     struct Node {
         uint32_t a, b;
@@ -350,7 +350,7 @@ struct Ours {
     }
 };
 
-// What the classes of the peers have in common.
+// What the node classes for the other libraries have in common.
 template <class NODE, class POINTER, class STRING> struct PeerNode {
     uint32_t a, b;
     STRING name;
@@ -417,7 +417,7 @@ struct Boost : BoostNode {
 
 struct QtNode : PeerNode<QtNode, QtNode*, QByteArray> {};
 
-// QDataStream knows no pointers: the program numbers its objects.
+// QDataStream cannot store pointers, so the program numbers its objects.
 struct Qt5 : QtNode {
     typedef QtNode* Pointer;
     static void Delete(Pointer p) { delete p; }
@@ -497,7 +497,8 @@ bool IsSameFile(const char* lpszFile, const char* lpszOther)
     return file.good() && other.good() && std::equal(Bytes(file), Bytes(), Bytes(other), Bytes());
 }
 
-// Our archives and those made by hand are the same bytes; so the latter show what ours must be, at any speed of ours.
+// The type that makes the file which a candidate loads. ByHand writes the same bytes as our library, so it makes our
+// file, too, which therefore takes the same time to make whatever our speed is.
 template <class PEER> struct Maker {
     typedef PEER Type;
 };
@@ -510,7 +511,7 @@ template <class PEER> bool IsStoredRight(const char* lpszFile, long n)
     std::vector<typename PEER::Pointer> nodes;
     if (!PEER::Load(nodes, lpszFile) || !IsRight<PEER>(nodes, n))
         return false;
-    if (std::is_same<PEER, Ours>() && !bChain) { // a chain is too deep for what is made by hand
+    if (std::is_same<PEER, Ours>() && !bChain) { // a chain is too deep for the recursion in ByHand
         nStride = 0;
         const std::string expected = std::string(lpszFile) + ".expected";
         const bool bGood = ByHand::Store(Make<ByHand>(n), expected.c_str()) && IsSameFile(lpszFile, expected.c_str());

@@ -27,7 +27,7 @@ void bench::Add(const std::string& name, Case run)
 
 std::string bench::TemporaryFile(const char* lpszName)
 {
-    static const std::string prefix = "tmp." + std::to_string(getpid()) + "."; // removed by whoever made the name
+    static const std::string prefix = "tmp." + std::to_string(getpid()) + "."; // removed by TemporaryFiles
     temporaryFiles.push_back(prefix + lpszName);
     return temporaryFiles.back();
 }

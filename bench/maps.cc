@@ -1,4 +1,4 @@
-// Maps from pointers and from strings: setting, getting and removing each key.
+// Benchmarks of maps from pointers and from strings: set, get and remove each key.
 #include <absl/container/flat_hash_map.h>
 #include <glib.h>
 #include <mcl/tavnomcl.h>
@@ -16,7 +16,8 @@
 
 namespace {
 
-// Objects of 32 bytes whose first words differ, or, as those of one class, do not.
+// Pointers to objects of 32 bytes. Their first words, which our map hashes, differ; or they are all the same, as in
+// objects of one class.
 template <bool IS_ONE_CLASS> struct Pointers {
     struct Object {
         uint32_t nWord, rest[7];
@@ -91,7 +92,7 @@ template <bool OF_STRINGS> struct Glib {
     long Count() const { return g_hash_table_size(map); }
 };
 
-// With 17 buckets, as a map has by itself, or with twice as many as keys.
+// Our map with the 17 buckets that it has by default or, if IS_WIDE, with twice as many buckets as keys.
 template <bool IS_WIDE> struct OurPointers {
     VELM_CMapPtrToPtr map;
     explicit OurPointers(long n)
@@ -140,7 +141,7 @@ template <class KEYS, class MAP> void AddMap(const std::string& workload, const 
             MAP map(n);
             bench::Timed(state, [&] { Fill(map, keys); });
             bool bGood = map.Count() == n;
-            // Setting is checked by getting; where that takes long, a thousand keys must do.
+            // Getting up to about a thousand keys checks the setting.
             for (long i = 0; bGood && i < n; i += 1 + n / 1000)
                 bGood = map.Get(keys.keys[static_cast<size_t>(i)]) == i;
             bench::Check(state, bGood);

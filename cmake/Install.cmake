@@ -1,4 +1,4 @@
-# What an installation holds: headers, libraries, the package config and the pkg-config file.
+# Installs the headers, the libraries, the CMake package, the pkg-config file, the GDB printers and the documents.
 include(CMakePackageConfigHelpers)
 
 set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tavnomcl)
@@ -23,7 +23,7 @@ string(REGEX REPLACE "[^/]+" ".." TAVNOMCL_PC_TO_PREFIX "${CMAKE_INSTALL_LIBDIR}
 configure_file(cmake/tavnomcl.pc.in tavnomcl.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tavnomcl.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 
-# The printers lie where GDB looks for them: beside the library or, for a library in /usr, in GDB's own tree.
+# The printers go where GDB looks for them: beside the library or, for a library in /usr, into GDB's auto-load folder.
 if(BUILD_SHARED_LIBS)
     set(printers_dir ${CMAKE_INSTALL_LIBDIR})
     if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")

@@ -1,7 +1,8 @@
 """GDB pretty-printers for the library's strings, times, arrays and maps.
 
-Installed as libtavnomcl.so.X.Y.Z-gdb.py, where GDB loads it along with the library. Otherwise: source this file.
-An object that cannot be right prints as a note; print/r shows its fields.
+GDB loads this file together with the library when it is installed as libtavnomcl.so.X.Y.Z-gdb.py. Otherwise use GDB's
+command `source` with this file. An object whose fields cannot be right prints as a note in angle brackets; `print/r`
+shows its fields.
 """
 
 from datetime import datetime, timedelta
@@ -17,7 +18,7 @@ def check(holds, complaint):
 
 
 def check_block(pointer, count):
-    """Complains unless the pointer leads to so many elements: inside the address space, the last one readable."""
+    """Raises ValueError unless `count` elements at the pointer fit into the address space, and reads the last one."""
     end = int(pointer) + count * pointer.type.target().sizeof
     check(int(pointer) != 0 or count == 0, "no block")
     check(end <= 1 << 8 * pointer.type.sizeof, "block beyond the address space")
@@ -30,7 +31,7 @@ def type_name(value):
 
 
 class Plain:
-    """A text without quotes."""
+    """Prints a text without quotes."""
 
     def __init__(self, text):
         self.text = text
@@ -40,7 +41,7 @@ class Plain:
 
 
 class String:
-    """A text with its length; what prints is as set by GDB's own string settings."""
+    """Prints a text of known length by GDB's own settings for strings."""
 
     def __init__(self, data, length):
         check(length >= 0, f"length {length}")
@@ -49,7 +50,7 @@ class String:
         if gdb.parameter("print null-stop"):
             length = gdb.selected_inferior().search_memory(int(data), length + 1, b"\0") - int(data)
         elif length > 0 and int(data[length - 1]) == 0:
-            length += 1  # GDB leaves out one NUL at the end: let it be the one behind the text
+            length += 1  # GDB leaves out one NUL at the end: this makes it the one behind the text
         self.text = data.lazy_string(length=length)
 
     def to_string(self):
@@ -60,7 +61,7 @@ class String:
 
 
 class Array:
-    """The elements of a block, whose free room is behind the first `gap` elements, or behind all."""
+    """Prints the elements of a block, whose free room lies behind the first `gap` elements, or behind all of them."""
 
     def __init__(self, value, data, size, capacity, gap=None):
         check(0 <= size <= capacity, f"length {size}, capacity {capacity}")
@@ -90,7 +91,7 @@ class Array:
 
 
 class Map:
-    """The entries in the order of iteration: buckets ascending, each chain from its head."""
+    """Prints the entries of a map in the order of iteration: bucket by bucket, each chain from its head."""
 
     def __init__(self, value):
         self.table = value["m_pHashTable"]
@@ -141,7 +142,7 @@ class Map:
 
 
 class PtrMap(Map):
-    """A map whose nodes have a second value, which is shown where it is in use."""
+    """Prints a map whose nodes have a second value, which is shown unless it is 0."""
 
     @staticmethod
     def value_in(node):
@@ -172,14 +173,15 @@ def time_span(value):
 
 
 def guarded(make):
-    """The printer that `make` makes, or a note where it cannot; none for a type of which GDB knows no more."""
+    """Returns a function that returns the printer that `make` makes. It returns a note if `make` raises, and None for a
+    type whose fields GDB does not know."""
 
     def printer(value):
         if not gdb.types.get_basic_type(value.type).fields():
             return None
         try:
             return make(value)
-        except Exception as error:  # whatever the object holds, GDB is to go on
+        except Exception as error:  # whatever an object holds, it must not end GDB's command
             return Plain(f"<invalid {type_name(value)}: {error}>")
 
     return printer

@@ -22,7 +22,7 @@ static void PrintQuoted(const VELM_CString& strName)
 bool PrintDot(Graph& graph, const char* lpszArchive, const char* lpszPackage)
 {
     const Package* pCentre = nullptr;
-    VELM_CPtrArray shown; // at a package's place: the package, if it is shown
+    VELM_CPtrArray shown; // at the index of each package: the package if it is printed, otherwise NULL
     shown.SetSize(graph.GetCount());
     const auto Show = [&](const VELM_CPtrArray& packages) {
         for (int i = 0; i < packages.GetSize(); ++i)
@@ -48,7 +48,7 @@ bool PrintDot(Graph& graph, const char* lpszArchive, const char* lpszPackage)
         const Package* pPackage = PackageAt(shown, i);
         if (pPackage == nullptr)
             continue;
-        std::printf("  %d [label=", i); // names need not be unique
+        std::printf("  %d [label=", i); // nodes are named by index, since packages may have the same name
         PrintQuoted(pPackage->m_strName);
         std::printf("%s]\n", pPackage == pCentre ? ", style=\"rounded,filled\", fillcolor=gold" : "");
         for (int j = 0; j < pPackage->m_dependencies.GetSize(); ++j) {

@@ -7,8 +7,8 @@
 
 #include "failure.h"
 
-// Reads the archive value by value, and prints the bytes of each beside its meaning. It stops long before the indexes
-// of objects outgrow the short form of references.
+// Reads the archive value by value, and prints the bytes of each beside its meaning. It reads only the short form of
+// references, since it stops long before the indexes of objects need the long form.
 class Dump {
 public:
     explicit Dump(const char* lpszArchive) : m_ar(&m_file, VELM_CArchive::load)
@@ -33,18 +33,18 @@ private:
 
     VELM_CFile m_file;
     VELM_CArchive m_ar;
-    long m_nOffset = 0; // of what no line has shown yet
+    long m_nOffset = 0; // offset of the first byte that no line has shown yet
     int m_nLinesLeft = 20;
-    VELM_CStringArray m_names; // of the objects and classes so far, by index
+    VELM_CStringArray m_names; // names of the objects and classes so far, by index
     VELM_CString m_strText;
 
-    // Prints what has been read since the last line, with this meaning.
+    // Prints a line with the bytes that have been read since the last line, and with this meaning.
     __attribute__((format(printf, 3, 4))) void Line(int nDepth, const char* lpszFormat, ...)
     {
         if (m_nLinesLeft == 0)
             return;
         --m_nLinesLeft;
-        m_ar.Flush(); // the file stands behind the value now
+        m_ar.Flush(); // moves the file's position back to the end of the value
         const unsigned nBytes = static_cast<unsigned>(std::ftell(m_file.m_pStream) - m_nOffset);
         const unsigned nShown = nBytes <= nBytesShown ? nBytes : nBytesShown - 1;
         unsigned char bytes[nBytesShown];
@@ -69,7 +69,7 @@ private:
 
     const char* NameOf(unsigned nIndex) { return m_names.ElementAt(static_cast<int>(nIndex)).m_data; }
 
-    // A reference to an object, and what it brings with it.
+    // Reads and prints a reference to an object and, if the object is new, its class record and its data.
     void Object(int nDepth)
     {
         unsigned nTag = 0;
@@ -116,5 +116,5 @@ private:
 void PrintDump(const char* lpszArchive)
 {
     Dump dump(lpszArchive);
-    pfm_protect([&] { dump.Print(); }); // a raise: the file is no longer what was stored, and the dump ends early
+    pfm_protect([&] { dump.Print(); }); // if somebody has changed the file, a raise ends the dump early
 }

@@ -3,7 +3,7 @@
 #ifndef DEPGRAPH_DUMP_H
 #define DEPGRAPH_DUMP_H
 
-/// Prints the first bytes of the archive of a graph, value by value: offset, bytes, meaning.
+/// Prints the first values in the archive of a graph, one a line: its offset, its bytes and its meaning.
 void PrintDump(const char* lpszArchive);
 
 #endif

@@ -22,7 +22,7 @@ bool Fail(const char* lpszFile, const char* lpszFormat, ...)
 
 const char* TakeFileError()
 {
-    const int nError = errno; // still that of the failed call
+    const int nError = errno; // before another call changes it
     const VELM_CFileException* pError = VELM_CFile::getException();
     if (pError == nullptr)
         return nullptr;

@@ -63,7 +63,7 @@ bool Graph::Store(const char* lpszFile, unsigned long long& rBytes) const
         ar.Close();
     });
     rBytes = counter.GetDone();
-    delete VELM_CFile::getException(); // Commit answers for it
+    delete VELM_CFile::getException(); // clears the error of a failed write, which Commit reports
     if (nRaised == 0)
         return file.Commit() || Fail(lpszFile, "%s", std::strerror(file.GetError()));
     ar.Abort();
@@ -81,7 +81,7 @@ bool Graph::Load(const char* lpszFile, unsigned long long& rBytes)
     VELM_CArchive ar(&file, VELM_CArchive::load);
     ar.SetClassTable(&table);
 
-    // A raise leaves the body on the spot, without destructors: it must hold nothing that needs one.
+    // A raise leaves the body without running destructors, so the body has no object that needs one.
     const int nRaised = pfm_protect([&] {
         for (unsigned long n = ar.ReadCount(); n > 0 && !ar.IsDataEnded(); --n)
             Append(m_packages, ar.ReadObject(&Package::classRecord));

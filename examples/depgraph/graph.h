@@ -12,7 +12,7 @@
 /// The archive of a graph holds the number of packages and then each of them, in the order of the graph.
 class Graph {
 public:
-    VELM_CPtrArray m_packages; ///< Every package; owned.
+    VELM_CPtrArray m_packages; ///< All packages, which the graph owns.
 
     Graph() = default;
     ~Graph();
@@ -22,23 +22,24 @@ public:
     int GetCount() const { return m_packages.GetSize(); }
     Package* GetAt(int nIndex) const { return PackageAt(m_packages, nIndex); }
 
-    /// Makes the packages known to `Find`; called once, when all are there.
+    /// Fills the map of names that `Find` uses; called once, when the graph has all packages.
     void IndexNames();
-    /// The place of the package of that name, the first one when there are several; -1 when there is none.
+    /// The index of the package with this name, of the first one when there are several; -1 when there is none.
     int Find(const VELM_CString& strName) const;
-    /// Tells each package its place and how many depend on it; called once, when all dependencies are there. Returns
-    /// whether the packages of the list, and no others, are each there once; where not, fails in the name of the file.
+    /// Sets the index of each package and the number of packages that depend on it; called once, when all dependencies
+    /// are known. Returns false, after it has reported a fault of the file, unless the list has every package once and
+    /// every dependency is in the list.
     bool Link(const char* lpszFile);
 
-    /// Stores the graph in the named file, in place of what was there. Returns whether that went well, and the size of
-    /// the archive; where not, fails and the old file is as it was.
+    /// Stores the graph in the file, which it replaces. Returns true and the size of the archive; or false, after it
+    /// has reported the failure, and the old file is as it was.
     bool Store(const char* lpszFile, unsigned long long& rBytes) const;
-    /// Loads the graph from the named file into this empty one, and links it. Returns whether that went well, and the
-    /// size of the archive; where not, fails and the graph is empty.
+    /// Loads the graph, which must be empty, from the file and links it. Returns true and the size of the archive; or
+    /// false, after it has reported the failure, and the graph is empty.
     bool Load(const char* lpszFile, unsigned long long& rBytes);
 
 private:
-    VELM_CMap<fxStr, char*, int, int> m_names; // from name to place, counted from 1: 0 is a new entry
+    VELM_CMap<fxStr, char*, int, int> m_names; // from a name to the package's index plus 1; a new entry has 0
 };
 
 #endif

@@ -79,20 +79,20 @@ static bool Dot(const char* lpszArchive, const char* lpszPackage)
 
 int main(int argc, char** argv)
 {
-    AfxSetNotices(0);              // what is printed is the program's own
-    std::signal(SIGPIPE, SIG_IGN); // a failed write is reported, and does not end the program
+    AfxSetNotices(0);              // standard output is for the program's own data
+    std::signal(SIGPIPE, SIG_IGN); // a failed write is reported and does not end the program
     std::signal(SIGXFSZ, SIG_IGN);
     const auto IsCommand = [&](const char* lpszName, int nArguments) {
         return argc == 2 + nArguments && std::strcmp(argv[1], lpszName) == 0;
     };
     bool bGood = false;
     bool bKnown = true;
-    // Memory that is exhausted where nothing else is lost ends the program here.
+    // A raise that no function above catches, because memory is exhausted, ends here.
     const int nRaised = pfm_protect([&] {
         if (IsCommand("store", 2))
             bGood = Store(argv[2], argv[3]);
         else if (IsCommand("show", 1) || IsCommand("show", 2))
-            bGood = Show(argv[2], argv[3]); // NULL behind the last argument
+            bGood = Show(argv[2], argv[3]); // argv[3] is NULL if there is no such argument
         else if (IsCommand("why", 2))
             bGood = Why(argv[2], argv[3]);
         else if (IsCommand("dot", 1) || IsCommand("dot", 2))

@@ -2,8 +2,8 @@
 
 VELM_CRuntimeClass Package::classRecord = {"Package", 0, 1};
 
-// A dependency that the archive has not met yet is stored, or loaded, right here, inside this package; any other
-// is a mere index. So a cycle ends by itself, and a long chain goes as deep as it is long.
+// A package that the archive has not seen before is stored, or loaded, within the package that depends on it; any other
+// is only an index. So a cycle of dependencies ends, and a chain of them is nested as deeply as it is long.
 void Package::Serialize(VELM_CArchive& ar)
 {
     if (ar.IsStoring()) {

@@ -13,11 +13,11 @@ public:
     VELM_CString m_strName;
     VELM_CString m_strVersion;
     unsigned m_nInstalledSize = 0; ///< In KiB.
-    VELM_CPtrArray m_dependencies; ///< The packages that it needs, not owned.
+    VELM_CPtrArray m_dependencies; ///< The packages that it needs, which it does not own.
 
     /// \name Not stored; set by `Graph::Link`
     /// \{
-    int m_nIndex = -1;     ///< Its place in the graph.
+    int m_nIndex = -1;     ///< Its index in the graph.
     int m_nDependents = 0; ///< Number of other packages that need it.
     /// \}
 
@@ -25,13 +25,13 @@ public:
     void Serialize(VELM_CArchive& ar) override;
 };
 
-/// The package at that place of an array of packages.
+/// The package at the index in an array of packages.
 inline Package* PackageAt(const VELM_CPtrArray& packages, int nIndex)
 {
     return static_cast<Package*>(packages.GetAt(nIndex));
 }
 
-/// Appends a pointer to an array, whose capacity doubles when it is full: by itself it grows in fixed steps.
+/// Appends a pointer to an array, and doubles its capacity when it is full; by default the capacity grows more slowly.
 inline void Append(VELM_CPtrArray& array, void* pNew)
 {
     const int nSize = array.GetSize();

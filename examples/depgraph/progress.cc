@@ -8,7 +8,7 @@
 static const int nWidth = 40;
 static bool bDrawn = false;
 
-// The size when a bar is to be drawn for the file, else 0.
+// The size of the file if a bar is to be drawn for it, otherwise 0.
 static unsigned long long SizeToDraw(const VELM_CFile& file)
 {
     const long long nLeastSize = 10000000;
@@ -30,7 +30,7 @@ static void Draw(void*, unsigned long long nDone, unsigned long long nTotal)
     if (nTotal == 0)
         return;
     if (nDone > nTotal)
-        nDone = nTotal; // the file grows
+        nDone = nTotal; // the file has grown
     bDrawn = true;
     const int nFilled = static_cast<int>(nDone * nWidth / nTotal);
     std::fprintf(stderr, "\r[%.*s%*s] %3d %%", nFilled, "########################################", nWidth - nFilled,

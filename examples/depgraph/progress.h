@@ -1,14 +1,15 @@
 /// \file
-/// How far the reading of a long file is, on a terminal.
+/// A progress bar for reading a large file.
 #ifndef DEPGRAPH_PROGRESS_H
 #define DEPGRAPH_PROGRESS_H
 
 #include <mcl/tavnomcl.h>
 
-/// Removes the bar, if there is one, to make room for something else.
+/// Erases the bar, if there is one, so that something else can be printed.
 void EraseProgress();
 
-/// An open file, and while it is read a bar on standard error, if that is a terminal and the file above 10 MB.
+/// Reads from an open file, and draws a progress bar on standard error if that is a terminal and the file is larger
+/// than 10 MB.
 class WatchedFile : public VELM_CProgressFile {
 public:
     explicit WatchedFile(VELM_CFile* pOpenFile);

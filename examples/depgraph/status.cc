@@ -18,11 +18,11 @@ static bool IsBlank(char c)
     return c == ' ' || c == '\t';
 }
 
-// The fields of one stanza that matter here; empty where the stanza has none.
+// The values of the fields of one stanza that are used here; empty if the stanza does not have the field.
 struct Stanza {
     VELM_CString package, version, status, installedSize, depends;
 
-    // The place for the value of the field with that name; NULL when the field does not matter.
+    // The member for the value of the field with the name; NULL for a field that is not used.
     VELM_CString* Field(std::string_view wanted)
     {
         static const struct {
@@ -48,7 +48,7 @@ struct Stanza {
     }
 };
 
-// Adds a value, without the blanks around it, to those that the field has, joined as clauses are.
+// Adds a value, without the blanks around it, to the field, with a comma between values as between clauses.
 static void AddValue(VELM_CString& rField, std::string_view value)
 {
     while (!value.empty() && IsBlank(value.front()))
@@ -60,8 +60,8 @@ static void AddValue(VELM_CString& rField, std::string_view value)
     rField.Concat(value.data(), static_cast<int>(value.size()));
 }
 
-// Moves the package of the stanza, if it is installed, to the graph, and adds its clauses at the same place to the
-// other array. False when its size is not a 32-bit number.
+// Adds the package of the stanza, if it is installed, to the graph, and its clauses to the array at the same index.
+// Both take their texts from the stanza. False when the package's size is not a 32-bit number.
 static bool AddPackage(Stanza& stanza, Graph& graph, VELM_CStringArray& clauses)
 {
     if (stanza.package.IsEmpty() || stanza.status != "install ok installed")
@@ -79,13 +79,14 @@ static bool AddPackage(Stanza& stanza, Graph& graph, VELM_CStringArray& clauses)
     pPackage->m_nInstalledSize = static_cast<unsigned>(nSize);
     const int nIndex = graph.GetCount();
     Append(graph.m_packages, pPackage);
-    clauses.SetSize(nIndex + 1, nIndex); // doubles when it grows
+    clauses.SetSize(nIndex + 1, nIndex); // doubles the capacity when it is full
     clauses.ElementAt(nIndex) = std::move(stanza.depends);
     return true;
 }
 
-// Finds the packages that meet clauses such as "libc6 (>= 2.36), python3:any | python2". Each package's place in
-// lastNeededBy holds the last one that was found to need it: so none is listed twice.
+// Adds the packages that meet clauses such as "libc6 (>= 2.36), python3:any | python2" to the dependencies of a
+// package. lastNeededBy holds, at the index of each package, the last package that was found to need it, so that no
+// dependency is listed twice.
 static void Resolve(Package* pPackage, const char* lpszClauses, const Graph& graph, VELM_CPtrArray& lastNeededBy)
 {
     bool bMet = false;

@@ -41,7 +41,7 @@ void PrintSummary(const Graph& graph, unsigned long long nArchiveBytes, double d
     }
 }
 
-// Fails, with a few names that come close to the one that is not there.
+// Reports that the archive does not have the package, and names a few packages whose names contain its name.
 static void FailWithSuggestions(const Graph& graph, const char* lpszArchive, const char* lpszPackage)
 {
     const int nMost = 8;
@@ -75,8 +75,9 @@ bool PrintChain(Graph& graph, const char* lpszArchive, const char* lpszPackage)
     if (nWanted == -1)
         return false;
 
-    // Breadth first, from all packages that nothing depends on. previous: at a package's place, the one before it on
-    // the way there; where a way begins, the package itself.
+    // A breadth-first search from all packages that nothing depends on. At the index of each package that it has
+    // reached, previous holds the package before it on the shortest chain, or the package itself if a chain begins
+    // there.
     VELM_CPtrArray queue, previous;
     previous.SetSize(graph.GetCount());
     const auto Reach = [&](Package* pPackage, Package* pPrevious) {
