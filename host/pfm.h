@@ -40,7 +40,7 @@ struct pfm_cleanup_block {
         char jumpSpace[512]; ///< The room reserved for it; jump buffers of some machines are larger.
     };
     int nCode;   ///< The code of the raise that came back.
-    int nActive; ///< A number above 0 from `pfm_cleanup_start` until the block is released; then 0.
+    int nActive; ///< The block's number, above 0, from `pfm_cleanup_start` on; 0 after its release.
     int nJumped; ///< The result of `sigsetjmp`, which the program stores before it calls `pfm_cleanup_start`.
 };
 

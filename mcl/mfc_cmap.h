@@ -10,11 +10,11 @@
 /// - A node on the chain of bucket i has nHashValue i. New nodes go to the head of their chain.
 /// - Without a table the map is empty. The table and the first block come with the first entry, and all go together
 ///   when the last entry goes. The number of buckets never changes by itself.
-/// - A key and a value are constructed exactly while their node is handed out.
-/// - Nodes never move: a reference to a value holds until its entry goes, whatever is inserted meanwhile.
+/// - The key and the value of a node are constructed while the node is in use, and not while it is on the free list.
+/// - Nodes never move: a reference to a value is valid until its entry is removed, whatever is inserted meanwhile.
 ///
-/// What the maps share is VELM_CMapTable; a map adds its kind of node, which knows how a key is hashed, matched and
-/// kept, and the operations whose results have its types.
+/// VELM_CMapTable has what the maps share. Each map adds its type of node, which knows how to hash, compare and keep a
+/// key, and the operations that deliver its own types.
 #ifndef TAVNOMCL_MFC_CMAP_H
 #define TAVNOMCL_MFC_CMAP_H
 
@@ -120,7 +120,7 @@ public:
     typedef ASSOC VELM_CAssoc; ///< The node.
     typedef ASSOC CAssoc;      ///< The node, by its short name.
 
-    VELM_CAssoc** m_pHashTable; ///< The bucket heads, of operator new[]; NULL while there is no table. See above.
+    VELM_CAssoc** m_pHashTable; ///< The bucket heads, from `new[]`; NULL while there is no table.
     unsigned m_nHashTableSize;  ///< Number of buckets; kept while there is no table.
     int m_nCount;               ///< Number of entries.
     VELM_CAssoc* m_pFreeList;   ///< The first free node.
@@ -155,8 +155,8 @@ public:
     /// The position before the first entry; NULL when there is none.
     __POSITION* GetStartPosition() const { return m_nCount == 0 ? NULL : BeforeFirst(); }
 
-    /// Sets the number of buckets of an empty map, and makes the table at once when asked to. Asserts "m_nCount == 0"
-    /// and "nHashSize > 0".
+    /// Sets the number of buckets of an empty map. Makes the table at once if `bAllocNow` is not 0, otherwise with the
+    /// first entry. Asserts "m_nCount == 0" and "nHashSize > 0".
     void InitHashTable(unsigned nHashSize, int bAllocNow = 1);
     /// Removes every entry and releases the table and the nodes. The number of buckets stays.
     void RemoveAll();
@@ -193,7 +193,8 @@ protected:
     VELM_CAssoc* AssocAtPosition(__POSITION* position) const;
     /// The position behind the node.
     __POSITION* PositionBehind(const VELM_CAssoc* pAssoc) const;
-    /// A node of no map, with a new value, for where a failed check left no entry.
+    /// A node outside of the map, with a new key and value. Operations that return a reference use it when a failed
+    /// check has left them without an entry; the map owns it.
     VELM_CAssoc& SpareAssoc();
 
 private:
@@ -206,7 +207,7 @@ private:
     mutable std::atomic<VELM_CMapIndex*> m_pIndex;
     VELM_CAssocRoom<VELM_CAssoc>* m_pSpare;
     int m_nBuilt; // parts of the first free node that are constructed: not 0 only after a raise
-    // Whether a program may have changed the entries, or may change what it got a reference to.
+    // Whether a program may have changed the entries, or has a pointer or reference by which it may change them.
     mutable std::atomic<bool> m_bHandedOut;
     // Every bucket before this one is empty, unless a program has changed the chains. A program that takes the first
     // entry again and again need not pass the same empty buckets each time. Two threads may set this at the same time.
@@ -834,7 +835,7 @@ void VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::Serialize(VELM_CArchive& ar)
             break;
         const int nBefore = this->m_nCount;
         VALUE& rValue = (*this)[VELM_CAssoc::KeyOf::Argument(entry.key)];
-        if (this->m_nCount == nBefore && ar.GetAdoptions() != nAdopted) { // an owner would let go of what it owns
+        if (this->m_nCount == nBefore && ar.GetAdoptions() != nAdopted) { // an owner would release what it owns
             ar.RaiseBadIndex("an owner has the key of an earlier one");
             return; // the archive holds the new value
         }
@@ -842,7 +843,7 @@ void VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>::Serialize(VELM_CArchive& ar)
         ar.MovedFromHeld(pLoaded);
     }
     ar.DropHeld(pLoaded);
-    ar.RaiseDataEnded(); // of a value whose helper does not raise
+    ar.RaiseDataEnded(); // for element helpers that do not raise it themselves
 }
 
 /// \cond
