@@ -466,7 +466,7 @@ void VELM_CStringArray::Sort(VELM_CStringArray& dest) const
 {
     if (m_size == 0)
         return;
-    // Keys begin with the first 8 bytes of the texts, which decide most comparisons without an access to the texts.
+    // A key holds the first 8 bytes of a text, which decide most comparisons without an access to the text.
     struct Key {
         std::uint64_t nFirst;
         int nIndex;

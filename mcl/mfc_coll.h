@@ -63,12 +63,15 @@ public:
     void Copy(const VELM_CPtrArray& src);
     /// Gives back the slots beyond the size.
     void FreeExtra();
-    /// Replaces the pointer at `nIndex`, and grows the array to hold it. Asserts "nIndex >= 0".
+    /// Replaces the pointer at `nIndex`. An index beyond the end makes the array grow; elements in between are NULL.
+    /// Asserts "nIndex >= 0".
     void SetAtGrow(int nIndex, void* newElement);
-    /// Inserts `nCount` copies of the pointer at `nIndex`, and grows the array up to there. Asserts "nIndex >= 0",
-    /// "nCount > 0" and, after the growth, "nIndex + nCount <= m_size".
+    /// Inserts `nCount` copies of the pointer before the element at `nIndex`. An index beyond the end makes the array
+    /// grow up to there; elements in between are NULL. Asserts "nIndex >= 0", "nCount > 0" and, after the growth,
+    /// "nIndex + nCount <= m_size".
     void InsertAt(int nIndex, void* newElement, int nCount = 1);
-    /// Inserts the pointers of another array, or of this one. Asserts "pNewArray != NULL", "nStartIndex >= 0".
+    /// Inserts the pointers of `*pNewArray`, which may be this array, from `nStartIndex` on. Asserts
+    /// "pNewArray != NULL" and "nStartIndex >= 0".
     void InsertAt(int nStartIndex, VELM_CPtrArray* pNewArray);
     /// Removes `nCount` elements; the capacity stays. Asserts "nIndex >= 0", "nCount >= 0" and
     /// "nIndex + nCount <= m_size".

@@ -45,7 +45,8 @@ public:
     /// The text of `src` up to its first NUL, without a copy; `src` is empty then. Exhausted memory leaves it as it
     /// was.
     VELM_CString(VELM_CString&& src);
-    /// The whole text, NUL bytes included. A template, so that nothing converts to its argument.
+    /// A copy of the whole text, NUL bytes included. It is a template so that no other type is converted to
+    /// `std::string` for it.
     template <class TRAITS, class ALLOC> explicit VELM_CString(const std::basic_string<char, TRAITS, ALLOC>& src)
     {
         Init(src.data(), CheckLength(src.size()));
@@ -80,11 +81,12 @@ public:
     char GetAt(int nIndex) const;
     /// \copydoc GetAt
     char operator[](int nIndex) const;
-    /// As `strcmp` of the two texts.
+    /// The result of `strcmp` for the two texts.
     int Compare(const VELM_CString& s) const;
-    /// As `strcmp` of the two texts; with NULL, the length.
+    /// The result of `strcmp` for the two texts; if `p` is NULL, the length of this one.
     int Compare(const char* p) const;
-    /// Offset of the first such character, the final NUL included; -1 when there is none or the string is empty.
+    /// Offset of the first byte that equals `ch`, which may be the final NUL; -1 when there is none or the string is
+    /// empty.
     int Find(char ch) const;
     /// Offset of the first occurrence; -1 when there is none, or the text is NULL or empty.
     int Find(const char* p) const;
