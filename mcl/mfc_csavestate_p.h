@@ -1,7 +1,7 @@
-// The record of one save: which archives store to its file, and what they could not store. Private to the library.
+// What one save knows of the archives that store to its file; private to the library.
 //
-// A save file makes a record in each Open. The file and every archive on it share the record by counted references,
-// since a raise may skip the end of an archive, and an archive may outlive the file or its next Open.
+// A file that answers for a whole save makes one in each Open. The file and every archive on it hold it together: a
+// raise may skip the end of an archive, and an archive may outlive the Open that it began in, or the file.
 #ifndef TAVNOMCL_MFC_CSAVESTATE_P_H
 #define TAVNOMCL_MFC_CSAVESTATE_P_H
 
@@ -12,7 +12,7 @@
 
 class VELM_LOCAL VELM_CSaveState {
 public:
-    // A new record with one reference, which the caller has; NULL when there is no memory.
+    // Held once, by the caller; NULL when there is no memory.
     static VELM_CSaveState* New() { return new (std::nothrow) VELM_CSaveState; }
     void Hold() { ++m_nHolders; }
     void Release()
@@ -38,7 +38,7 @@ private:
     ~VELM_CSaveState() = default;
 
     int m_nHolders = 1;
-    int m_nArchives = 0; // archives that have begun and not ended
+    int m_nArchives = 0; // that have begun and not ended
     char m_szLost[1024] = "";
 };
 
