@@ -353,9 +353,9 @@ template <class ASSOC, class ARG_KEY> ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Fin
 }
 
 /// \cond
-// The node of a key; NULL when there is none. A walk that reaches nNear nodes, counted from nWalked, makes an index.
-// Reading operations pass nNear, so that the first walk makes it. Operations that change the entries pass 0: as long as
-// the chains are short, adding is quicker without an index.
+// The node of a key; NULL when there is none. In a map that may have an index and has none, a walk that reaches nNear
+// nodes, counted from nWalked, makes it. Reading operations pass nNear, so that their first walk makes the index.
+// Operations that change the entries pass 0: as long as the chains are short, adding is quicker without an index.
 template <class ASSOC, class ARG_KEY>
 __attribute__((always_inline)) inline ASSOC* VELM_CMapTable<ASSOC, ARG_KEY>::Look(ARG_KEY key, Search& rSearch,
                                                                                   int nWalked) const

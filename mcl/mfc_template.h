@@ -47,7 +47,7 @@ template <class TYPE> void DestructElements(TYPE* pElements, int nCount)
 VELM_API void AfxRefuseElement(VELM_CArchive& ar);
 
 /// \cond
-// Whether the type has operators << and >>.
+// Whether an element has operators << and >>; or else is a pointer to objects of a class with a record.
 template <class TYPE, class = void> struct VELM_CHasOperators : std::false_type {
 };
 template <class TYPE>
