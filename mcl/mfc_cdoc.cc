@@ -9,8 +9,8 @@
 
 typedef void (*BodyProc)(VELM_CArchive& ar, void* pContext);
 
-// An archive that is made where raises are caught, and destroyed wherever it was made. What it has loaded is deleted
-// with it until that is known to be good, also where an exception passes.
+// Room for an archive that is constructed inside pfm_protect and destroyed outside, if it was constructed at all.
+// Unless bGood is set, the objects that it has loaded are deleted with it, also when a C++ exception passes.
 class ArchiveRoom {
 public:
     ArchiveRoom() = default;
@@ -36,7 +36,7 @@ private:
     VELM_CArchive* m_pArchive = nullptr;
 };
 
-// What went wrong, in memory that is there in any case.
+// The text of an error, in memory that needs no allocation.
 struct ErrorText {
     char szText[2048] = "";
 
@@ -44,7 +44,8 @@ struct ErrorText {
     {
         std::snprintf(szText, sizeof szText, "%s: %s", lpszPath, lpszFault);
     }
-    // What the archive says; or else what was raised, where that has no text.
+    // Takes the archive's error text. If there is none, or it is about something else than what was raised, the text
+    // names the code of the raise.
     void SetFrom(const char* lpszPath, const VELM_CArchive& ar, int nRaised)
     {
         if (*ar.GetErrorText() != '\0' && (nRaised == 0 || nRaised == ar.GetErrorCause()))
@@ -55,7 +56,7 @@ struct ErrorText {
     }
 };
 
-// Runs the body with the path, and delivers its text to the caller. What raises before it can protect itself ends here.
+// Calls the body, and delivers its error text to the caller. Raises outside of the body's own pfm_protect end here.
 template <class BODY> static int Run(VELM_CString* pError, const char* lpszPath, BODY body)
 {
     if (lpszPath == nullptr)
@@ -71,7 +72,7 @@ template <class BODY> static int Run(VELM_CString* pError, const char* lpszPath,
     return nDone;
 }
 
-// Of what the body has closed or aborted nobody knows whether it is whole.
+// When the program's function has closed or aborted the archive, nobody knows whether the document is whole.
 static void RequireOpen(VELM_CArchive& ar)
 {
     if (ar.m_pFile == nullptr)
@@ -128,6 +129,7 @@ static int Load(const char* lpszPath, const VELM_CClassTable& classes, BodyProc 
     VELM_CFile file;
     ArchiveRoom room;
     volatile int nLoaded = 0;
+    // The errors of this load are told apart from earlier ones, which ERROR_CODE gets back at the end.
     struct ErrorsBefore {
         const int nCode = VELM_CFile::ERROR_CODE;
         ~ErrorsBefore() { VELM_CFile::ERROR_CODE |= nCode; }
@@ -152,9 +154,9 @@ static int Load(const char* lpszPath, const VELM_CClassTable& classes, BodyProc 
         error.SetFrom(lpszPath, *pArchive, nRaised);
         if (VELM_CFile::ERROR_CODE != 0)
             error.Set(lpszPath, "the file cannot be read");
-        pfm_protect([&] { pArchive->DeleteLoadedObjects(); }); // a destructor of the program's may raise
+        pfm_protect([&] { pArchive->DeleteLoadedObjects(); }); // a destructor of the program may raise
     }
-    room.bGood = true; // or nothing is left
+    room.bGood = true; // either the load is good, or its objects have been deleted
     return nLoaded;
 }
 

@@ -10,30 +10,33 @@
 /// \addtogroup documents
 /// \{
 
-/// Saves an object, and all that it refers to, in the file at the path, by a `VELM_CSaveFile`. Returns 1 when that is
-/// whole and safe on the disk. Else 0, the old file is as it was, and `*pError` says what went wrong, such as
-/// "todo.list: No space left on device" or "todo.list: offset 40: object 7, a Task, has an owner already, in List
-/// (index 2)".
+/// Saves an object, and all that it refers to, in the file at `lpszPath`, by way of a `VELM_CSaveFile`. Returns 1 once
+/// the new file is whole and safe on the disk; `*pError` is empty then. Otherwise returns 0: the old file is as it was,
+/// and `*pError` says what went wrong, such as "todo.list: No space left on device" or "todo.list: offset 40: object 7,
+/// a Task, has an owner already, in List (index 2)". `pError` may be NULL.
 ///
-/// Refused is whatever could not be loaded again: a NULL root, a class that is not in the table, a value or an object
-/// that was not stored and, where the program's objects own others by `VELM_CArchive::WriteOwned` and its kin, an
-/// object other than the root that nobody owns. No raise comes through.
+/// The call fails for everything that could not be loaded again: a NULL root, a class that is not in the table, and a
+/// value or an object that could not be stored. If the program's objects own others, by `VELM_CArchive::WriteOwned` and
+/// the like, it also fails for an object that nobody owns, other than the root. No raise leaves the call.
 VELM_API int AfxSaveDocument(const char* lpszPath, const VELM_CClassTable& classes, const VELM_CObject* pRoot,
                              VELM_CString* pError = NULL) __attribute__((warn_unused_result));
 
-/// Saves what the function stores in the archive that it is given, with the context. What it stores as a root is stored
-/// by `VELM_CArchive::WriteOwned`. A function, or an object, that closes or aborts the archive makes the call fail.
-/// Otherwise as above.
+/// Saves whatever `pfnStore` stores in the archive that it is given; `pContext` is passed on to it. The function stores
+/// each root object by `VELM_CArchive::WriteOwned`. The call fails when the function or an object closes or aborts the
+/// archive. In everything else it is like the `AfxSaveDocument` that saves one object.
 VELM_API int AfxSaveDocument(const char* lpszPath, const VELM_CClassTable& classes,
                              void (*pfnStore)(VELM_CArchive& ar, void* pContext), void* pContext,
                              VELM_CString* pError = NULL) __attribute__((warn_unused_result));
 
-/// Loads what such a call has saved, by a function that loads it from the archive that it is given, with the context:
-/// roots by `VELM_CArchive::ReadOwned` into variables that outlive the call, and whatever else it stored. Returns 1
-/// when all of it came, nothing is left behind it, and every object but the roots has an owner (where the program's
-/// objects own others at all). Else 0; then everything that had been loaded is deleted, the function's variables are
-/// not to be used, and `*pError` says what went wrong. No raise comes through. The function leaves the archive open:
-/// one that was closed or aborted makes the call fail, and of an aborted one nobody deletes the objects.
+/// Loads a document that `AfxSaveDocument` has saved by a function. `pfnLoad` reads the same values in the same order
+/// from the archive that it is given, the root objects by `VELM_CArchive::ReadOwned` into variables that outlive the
+/// call; `pContext` is passed on to it.
+///
+/// Returns 1 when everything was loaded, no data is left behind it and, if the program's objects own others at all,
+/// every object except the roots has an owner. The caller owns the roots then. Otherwise returns 0: everything that had
+/// been loaded is deleted, the variables must not be used, and `*pError` says what went wrong; `pError` may be NULL. No
+/// raise leaves the call. The function must leave the archive open: the call fails when it was closed or aborted, and
+/// after an abort nobody deletes the objects.
 VELM_API int AfxLoadDocument(const char* lpszPath, const VELM_CClassTable& classes,
                              void (*pfnLoad)(VELM_CArchive& ar, void* pContext), void* pContext,
                              VELM_CString* pError = NULL) __attribute__((warn_unused_result));
@@ -47,13 +50,14 @@ template <class TYPE> void AfxLoadRoot(VELM_CArchive& ar, void* ppRoot)
 {
     ar.ReadOwned(*static_cast<TYPE**>(ppRoot));
 }
-// The result of a call with a body: what converts to an object is a root, and no body.
+// The result type of the calls that take a body. An argument that converts to a pointer to an object is a root instead.
 template <class BODY>
 struct VELM_CWhereBody : std::enable_if<!std::is_convertible<BODY, const VELM_CObject*>::value, int> {
 };
 /// \endcond
 
-/// The same with `body(ar)`, such as a lambda that stores more than one root, or values of its own.
+/// Saves whatever `body(ar)` stores; `body` is, for instance, a lambda that stores several roots, or values beside
+/// them. In everything else like the `AfxSaveDocument` that takes a function and a context.
 template <class BODY>
 __attribute__((warn_unused_result)) typename VELM_CWhereBody<BODY>::type
 AfxSaveDocument(const char* lpszPath, const VELM_CClassTable& classes, BODY body, VELM_CString* pError = NULL)
@@ -61,7 +65,8 @@ AfxSaveDocument(const char* lpszPath, const VELM_CClassTable& classes, BODY body
     return AfxSaveDocument(lpszPath, classes, AfxCallBody<BODY>, static_cast<void*>(&body), pError);
 }
 
-/// The same with `body(ar)`.
+/// Loads what `body(ar)` reads, for instance a lambda. In everything else like the `AfxLoadDocument` that takes a
+/// function and a context.
 template <class BODY>
 __attribute__((warn_unused_result)) int AfxLoadDocument(const char* lpszPath, const VELM_CClassTable& classes,
                                                         BODY body, VELM_CString* pError = NULL)
@@ -69,9 +74,9 @@ __attribute__((warn_unused_result)) int AfxLoadDocument(const char* lpszPath, co
     return AfxLoadDocument(lpszPath, classes, AfxCallBody<BODY>, static_cast<void*>(&body), pError);
 }
 
-/// Loads an object of the class TYPE, or of one derived from it, that `AfxSaveDocument` has saved; see
-/// `VELM_CClassOf`. The caller deletes it. NULL where the file does not hold one such object and nothing else; see
-/// above.
+/// Loads the object that `AfxSaveDocument` has saved as the root. It must be of the class `TYPE` (see `VELM_CClassOf`)
+/// or of one derived from it. The caller deletes it. Returns NULL, with the reason in `*pError`, when the file does not
+/// hold exactly one such root; what had been loaded is deleted then. No raise leaves the call.
 template <class TYPE>
 __attribute__((warn_unused_result)) TYPE* AfxLoadDocument(const char* lpszPath, const VELM_CClassTable& classes,
                                                           VELM_CString* pError = NULL)

@@ -1,4 +1,5 @@
-// The class record: schema, length of the name, and the name, which has no terminator.
+// A class record in the stream: the schema and the length of the name, 4 bytes each, then the name without a
+// terminator.
 #include "mcl/mfc_crun.h"
 
 #include <cstring>

@@ -1,7 +1,8 @@
-// What one save knows of the archives that store to its file; private to the library.
+// The state of one save, which its file shares with the archives that store to it; private to the library.
 //
-// A file that answers for a whole save makes one in each Open. The file and every archive on it hold it together: a
-// raise may skip the end of an archive, and an archive may outlive the Open that it began in, or the file.
+// A file that must know whether a save is whole, such as VELM_CSaveFile, makes a new state in each Open. The file and
+// each of its archives hold a reference, and the last one to release it deletes the state: a raise may skip the end of
+// an archive, and an archive may outlive the Open in which it began, or even the file.
 #ifndef TAVNOMCL_MFC_CSAVESTATE_P_H
 #define TAVNOMCL_MFC_CSAVESTATE_P_H
 
@@ -12,7 +13,7 @@
 
 class VELM_LOCAL VELM_CSaveState {
 public:
-    // Held once, by the caller; NULL when there is no memory.
+    // The caller has the only reference to the new state. NULL when there is no memory.
     static VELM_CSaveState* New() { return new (std::nothrow) VELM_CSaveState; }
     void Hold() { ++m_nHolders; }
     void Release()
@@ -23,7 +24,7 @@ public:
 
     void BeginArchive() { ++m_nArchives; }
     void EndArchive() { --m_nArchives; }
-    // Notes that something was not stored; the first text stays.
+    // Notes that something was not stored. Only the first text is kept.
     void Lose(const char* lpszText)
     {
         if (IsWhole())
@@ -38,7 +39,7 @@ private:
     ~VELM_CSaveState() = default;
 
     int m_nHolders = 1;
-    int m_nArchives = 0; // that have begun and not ended
+    int m_nArchives = 0; // archives that have begun and not ended
     char m_szLost[1024] = "";
 };
 
