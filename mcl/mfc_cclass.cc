@@ -9,13 +9,14 @@
 
 const unsigned nNameBuckets = 251;
 
-// A class, and the base that it was last found to derive from, which any thread that shares the table may note.
+// An entry of the table. pKnownBase is the base that the class was last found to derive from; it may be set by any
+// thread that shares the table.
 struct ClassEntry {
     VELM_CClassTable::Class cls;
     mutable std::atomic<const VELM_CRuntimeClass*> pKnownBase;
 };
 
-// Nodes never move, so that what Find delivers stays where it is.
+// Nodes of a map never move, so a pointer that Find has returned stays valid.
 using ClassAssoc = VELM_CMapAssoc<fxStr, char*, ClassEntry>;
 
 class VELM_CClassMap : public VELM_CMapTable<ClassAssoc, char*> {
@@ -32,7 +33,7 @@ public:
         const ClassAssoc* const pAssoc = Look(const_cast<char*>(lpszName), search);
         return pAssoc == nullptr ? nullptr : &pAssoc->value;
     }
-    // NULL when another record has the name.
+    // NULL unless the class's name leads to this very record.
     const ClassEntry* Find(const VELM_CRuntimeClass* pClass) const
     {
         const ClassEntry* const pEntry = Find(pClass->m_pszName);
@@ -80,14 +81,14 @@ int VELM_CClassTable::Put(const Class& cls)
 {
     if (cls.pClass == nullptr || cls.pClass->m_pszName == nullptr)
         return 0;
-    char* const pszName = const_cast<char*>(cls.pClass->m_pszName); // maps take their keys so, and only read them
+    char* const pszName = const_cast<char*>(cls.pClass->m_pszName); // the map's type of keys; they are only read
     const Class* const pOther = Find(pszName);
     if (pOther != nullptr && pOther->pClass != cls.pClass)
         return 0;
     ClassEntry* const pEntry = m_pClasses->Add(pszName);
     if (pEntry == nullptr)
         return 0;
-    if (pOther != nullptr && pOther->pBase != cls.pBase) { // what was found by way of the old base no longer holds
+    if (pOther != nullptr && pOther->pBase != cls.pBase) { // answers that relied on the old base are void
         for (const auto& entry : *m_pClasses)
             entry.value.pKnownBase = nullptr;
     }
@@ -123,11 +124,11 @@ int VELM_CClassTable::IsDerivedFrom(const VELM_CRuntimeClass* pClass, const VELM
     int nSteps = 0;
     for (const VELM_CRuntimeClass* p = pClass; p != pBase; ++nSteps) {
         const ClassEntry* const pEntry = p == nullptr ? nullptr : m_pClasses->Find(p);
-        if (pEntry == nullptr || nSteps > m_pClasses->GetCount()) // a chain longer than the table goes in a circle
+        if (pEntry == nullptr || nSteps > m_pClasses->GetCount()) // more steps than classes: the chain is a cycle
             return 0;
         p = pEntry->pKnownBase.load(std::memory_order_relaxed) == pBase ? pBase : pEntry->cls.pBase;
     }
-    // Each class on the way keeps the answer, so that nobody goes that way again for the same base.
+    // Each class on the way remembers the answer, for the next question about the same base.
     for (; nSteps > 1; --nSteps) {
         if (const ClassEntry* const pEntry = m_pClasses->Find(pClass)) {
             pEntry->pKnownBase.store(pBase, std::memory_order_relaxed);

@@ -1,5 +1,5 @@
 /// \file
-/// The classes that a loading archive can rebuild.
+/// The table of the classes whose objects an archive can load.
 #ifndef TAVNOMCL_MFC_CCLASS_H
 #define TAVNOMCL_MFC_CCLASS_H
 
@@ -19,22 +19,23 @@
 
 class VELM_LOCAL VELM_CClassMap;
 
-/// Keeps the blocks of objects while their constructors run, which a raise there would lose. A constructor may make
-/// further objects meanwhile. What is kept when the holder is destroyed is freed.
+/// Keeps the memory blocks of objects while their constructors run. A raise in a constructor is a jump, after which
+/// nobody else would know of the block. A constructor may take blocks for further objects. Blocks that are still kept
+/// when the holder is destroyed are freed.
 class VELM_API VELM_CBlockHolder {
 public:
     VELM_CBlockHolder() : m_pKept(NULL), m_nKept(0), m_nRoom(0) {}
     VELM_CBlockHolder(const VELM_CBlockHolder&) = delete;
     VELM_CBlockHolder& operator=(const VELM_CBlockHolder&) = delete;
     ~VELM_CBlockHolder();
-    /// Keeps a block for an object, in which the caller constructs it by the global placement new. The block is one
-    /// that `new TYPE` would take: of the class's own operator new where it has one. Exhausted memory: see
-    /// `AfxMemoryExhausted`.
+    /// Allocates a block for an object of the class `TYPE` and keeps it. The caller constructs the object in it by the
+    /// global placement new. The block is allocated as by `new TYPE`: by the class's own operator new if it has one.
+    /// Exhausted memory: see `AfxMemoryExhausted`.
     template <class TYPE> void* Take();
-    /// Number of blocks that are kept.
+    /// The number of blocks that are kept.
     unsigned GetCount() const { return m_nKept; }
-    /// Ends the keeping of all blocks but the first `nCount`. They are freed, except for `pWhole`: there an object is
-    /// whole, and is deleted one day by its owner.
+    /// Stops keeping all blocks but the first `nCount`, and frees them. The block at `pWhole` is not freed: the object
+    /// in it is complete, and whoever owns it deletes it.
     void KeepFirst(unsigned nCount, const void* pWhole = NULL)
     {
         while (m_nKept > nCount) {
@@ -50,7 +51,7 @@ private:
         void* pBlock; // NULL until the block is there
         FreeProc pfnFree;
     };
-    Kept* m_pKept; // in the order in which they were taken; of malloc
+    Kept* m_pKept; // in the order in which they were taken; allocated by malloc
     unsigned m_nKept;
     unsigned m_nRoom;
 
@@ -61,15 +62,15 @@ private:
 VELM_API void* AfxTakeBlock(unsigned long nBytes, unsigned long nAlignment);
 VELM_API void AfxFreeBlock(void* pBlock, unsigned long nAlignment);
 
-// Of the functions that compile, the one of the highest rank is called.
+// Ranks overloads: of those that compile for a class, a call chooses the one of the highest rank.
 template <int RANK> struct VELM_CRank : VELM_CRank<RANK - 1> {
 };
 template <> struct VELM_CRank<0> {
 };
 
-// How `new TYPE` takes the block of an object, and `delete` frees it: by functions of the class where it has such, in
-// the language's order. Those that take an alignment come first for a class of a greater one than operator new
-// provides, and last for others.
+// Allocates the block of an object as `new TYPE` does, and frees it as `delete` does: by the class's own functions if
+// it has any, which are preferred in the order that the language sets. Functions that take an alignment come first when
+// the class needs a greater alignment than operator new provides, and last otherwise.
 template <class TYPE> class VELM_CBlockOf {
 #ifdef __cpp_aligned_new
     enum : size_t { nAlignment = alignof(TYPE) > __STDCPP_DEFAULT_NEW_ALIGNMENT__ ? alignof(TYPE) : 0 };
@@ -115,7 +116,7 @@ template <class TYPE> void* VELM_CBlockHolder::Take()
 {
     if (m_nKept == m_nRoom)
         Grow();
-    const unsigned nIndex = m_nKept++; // before the block, which must not be lost
+    const unsigned nIndex = m_nKept++; // the place comes before the block, so that no raise can lose the block
     m_pKept[nIndex] = Kept{NULL, &VELM_CBlockOf<TYPE>::Free};
     void* const pBlock = AfxNew(VELM_CBlockOf<TYPE>::Take());
     m_pKept[nIndex].pBlock = pBlock;
@@ -123,27 +124,29 @@ template <class TYPE> void* VELM_CBlockHolder::Take()
 }
 /// \endcond
 
-/// The classes that a loading archive can rebuild, by name; given to `VELM_CArchive::SetClassTable`.
+/// The classes whose objects an archive can load, by name. `VELM_CArchive::SetClassTable` gives a table to an archive.
 ///
-/// The table outlives the archives that use it, and may be shared by many, also of several threads, once it is
-/// complete. The records outlive the table. Exhausted memory changes nothing; see `AfxMemoryExhausted`.
+/// The table must outlive the archives that use it, and the class records must outlive the table. Once it is complete,
+/// any number of archives may share it, also in several threads. When memory is exhausted, the table stays as it was;
+/// see `AfxMemoryExhausted`.
 class VELM_API VELM_CClassTable {
 public:
-    /// Makes an object of one class with operator new; NULL when there is no memory for it.
+    /// Makes an object of one class by operator new. Returns NULL when there is no memory for it.
     typedef VELM_CObject* (*CreateProc)();
-    /// The same, in a block of the holder, which keeps it while the constructor runs.
+    /// Makes an object of one class in a block of the holder, which keeps the block while the constructor runs. Returns
+    /// NULL when there is no memory for it.
     typedef VELM_CObject* (*CreateInProc)(VELM_CBlockHolder& holder);
-    /// Makes an object forget what it refers to, without deleting it; raises nothing.
+    /// Makes an object forget the objects that it refers to, without deleting them. Must not raise.
     typedef void (*LetGoProc)(VELM_CObject* pOb);
 
-    /// What the table has of one class.
+    /// An entry of the table.
     struct Class {
-        VELM_CRuntimeClass* pClass;  ///< Its record.
-        CreateProc pfnCreate;        ///< Makes its objects, or NULL.
-        VELM_CRuntimeClass* pBase;   ///< The record of the class it derives from, or NULL.
-        LetGoProc pfnLetGo;          ///< Makes an object let go of others, or NULL.
-        CreateInProc pfnCreateIn;    ///< Makes its objects where `pfnCreate` is NULL; an abstract class has neither.
-        const std::type_info* pType; ///< The C++ class that was added by the template, or NULL where it is not known.
+        VELM_CRuntimeClass* pClass;  ///< The class's record.
+        CreateProc pfnCreate;        ///< Makes objects of the class, or NULL.
+        VELM_CRuntimeClass* pBase;   ///< The record of the class that it derives from, or NULL.
+        LetGoProc pfnLetGo;          ///< Makes an object forget what it refers to, or NULL.
+        CreateInProc pfnCreateIn;    ///< Used when `pfnCreate` is NULL. An abstract class has neither.
+        const std::type_info* pType; ///< The C++ class of the objects, or NULL when it is not known.
     };
 
     /// An empty table.
@@ -152,17 +155,20 @@ public:
     VELM_CClassTable(const VELM_CClassTable&) = delete;
     VELM_CClassTable& operator=(const VELM_CClassTable&) = delete;
 
-    /// Objects of the class named by the record are made by `pfnCreate`; NULL for an abstract class. `pBase` is the
-    /// record of the class it derives from, when that matters to callers that ask for the base. Returns 1; 0, and
-    /// nothing changes, when another record has the name already or `pClass` has none.
+    /// Adds a class, or replaces its entry if the record is in the table already. `pfnCreate` makes objects of the
+    /// class; it is NULL for an abstract class. `pBase` is the record of the class's base; it may be NULL if no caller
+    /// asks for the base when it loads objects of the class. Returns 1. Returns 0, and changes nothing, when `pClass`
+    /// or its name is NULL, when the table has another record of that name, and when memory is exhausted and the raise
+    /// returns.
     ///
-    /// A class that deletes what it refers to, by `std::unique_ptr` for instance, gives `pfnLetGo`:
-    /// `VELM_CArchive::DeleteLoadedObjects` calls it for every object before it deletes the first, so that none is
+    /// A class that deletes the objects it refers to, by `std::unique_ptr` for instance, passes `pfnLetGo`.
+    /// `VELM_CArchive::DeleteLoadedObjects` calls it for every object before it deletes the first one, so that none is
     /// deleted twice.
     int Add(VELM_CRuntimeClass* pClass, CreateProc pfnCreate, VELM_CRuntimeClass* pBase = NULL,
             LetGoProc pfnLetGo = NULL);
-    /// The same for objects that are made as `new TYPE` makes them, by the class's own operator new where it has one. A
-    /// constructor that raises loses nothing but what it made itself. It may read further objects from the archive.
+    /// The same for a class whose objects are made as by `new TYPE`, with the class's own operator new if it has one.
+    /// When a constructor raises, the block of its object is freed; only what the constructor itself has allocated is
+    /// lost. A constructor may read further objects from the archive.
     template <class TYPE>
     int Add(VELM_CRuntimeClass* pClass, VELM_CRuntimeClass* pBase = NULL, LetGoProc pfnLetGo = NULL)
     {
@@ -170,16 +176,18 @@ public:
             pClass, [](VELM_CBlockHolder& holder) -> VELM_CObject* { return ::new (holder.Take<TYPE>()) TYPE; }, pBase,
             pfnLetGo, TypeOf<TYPE>());
     }
-    /// As the template, with a function that makes the object in a holder. `pType` is the class that it makes: a
-    /// storing archive refuses objects of other classes with this record; NULL for no such check.
+    /// The same with a function that makes objects in a block of a holder. `pType` is the C++ class of the objects that
+    /// it makes: a storing archive with this table refuses an object that has this record but is of another C++ class.
+    /// NULL switches that check off.
     int AddIn(VELM_CRuntimeClass* pClass, CreateInProc pfnCreateIn, VELM_CRuntimeClass* pBase, LetGoProc pfnLetGo,
               const std::type_info* pType = NULL);
-    /// The class of that name; NULL when there is none.
+    /// Returns the entry of the class of that name, or NULL when there is none. The entry belongs to the table.
     const Class* Find(const char* lpszName) const;
-    /// Whether the class is `pBase` or derives from it. A chain of bases takes time in proportion to its length only
-    /// once: each class of it remembers the base that it was last found to derive from.
+    /// Returns 1 when the class is `pBase`, or derives from it as far as the table tells, else 0; 0 when `pBase` is
+    /// NULL. Each class of a chain remembers the base that it was last found to derive from, so a long chain is walked
+    /// only once for the same base.
     int IsDerivedFrom(const VELM_CRuntimeClass* pClass, const VELM_CRuntimeClass* pBase) const;
-    /// Length of the longest name, in bytes.
+    /// The length of the longest class name, in bytes.
     unsigned GetLongestName() const { return m_nLongestName; }
 
 private:
