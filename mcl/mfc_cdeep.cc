@@ -15,7 +15,8 @@
 #define VALGRIND_STACK_DEREGISTER(id) static_cast<void>(id)
 #endif
 
-// Told of a switch where the program has them.
+// The sanitizers' functions that must be told of a switch between stacks. They are NULL in a program without
+// sanitizers.
 extern "C" {
 __attribute__((weak)) void __sanitizer_start_switch_fiber(void** ppSave, const void* pBottom, std::size_t nSize);
 __attribute__((weak)) void __sanitizer_finish_switch_fiber(void* pSaved, const void** ppBottom, std::size_t* pnSize);
@@ -25,8 +26,9 @@ __attribute__((weak)) void __tsan_destroy_fiber(void* pFiber);
 __attribute__((weak)) void __tsan_switch_to_fiber(void* pFiber, unsigned nFlags);
 }
 
-// ThreadSanitizer notes where a function begins and ends. A function that is on one stack at its beginning and on
-// another one at its end must not have such notes; clang leaves them in for the attribute that g++ knows.
+// ThreadSanitizer adds a note to the beginning and the end of each function. A function that begins on one stack and
+// ends on another must not have these notes. The attribute that removes them with g++ does not remove them with clang,
+// which has one of its own.
 #if __has_attribute(disable_sanitizer_instrumentation)
 #define SWITCHES_STACKS __attribute__((noinline, disable_sanitizer_instrumentation))
 #else
@@ -34,37 +36,37 @@ __attribute__((weak)) void __tsan_switch_to_fiber(void* pFiber, unsigned nFlags)
 #endif
 
 const std::size_t nMiB = std::size_t{1} << 20;
-// What the calls leave of a segment to the last Serialize: 1 MiB, and what comes between the frame that was looked at
-// and that of the Serialize.
+// How much of a segment is left to the last Serialize: 1 MiB, and what lies between the frame that was looked at and
+// the frame of the Serialize.
 const std::size_t nReserve = nMiB + nMiB / 16;
 const std::size_t nGuard = nMiB;
 const std::size_t nSmallestSegment = 2 * nMiB;
 const std::size_t nLargestSegment = 64 * nMiB;
-// What the calls use at most of a thread's own stack.
+// How much of a thread's own stack the calls use at most.
 const std::uintptr_t nShare = std::uintptr_t{16} << 10;
-// How much of a thread's own stack counts as that. Where no limit is set, the stack of the main thread seems to go on
-// down to the next mapping, and later mappings may come to lie in between.
+// How much of the reported size of a thread's own stack is believed. If no limit is set, the stack of the main thread
+// is reported to reach down to the next mapping, and later mappings may be placed in between.
 const std::uintptr_t nLargestOwn = 8 * nMiB;
 
 std::atomic<VELM_CDeepCalls::Segment*> VELM_CDeepCalls::s_pInUse{nullptr};
-static std::mutex inUseMutex; // for changing that list, and for walking it
+static std::mutex inUseMutex; // protects the list, whose head may be compared with NULL without it
 
-// The calling thread's own stack; 0 and 0 while it is not known.
+// The bounds of the calling thread's own stack; both are 0 while they are not known.
 static thread_local std::uintptr_t nOwnLow = 0, nOwnHigh = 0;
 
 struct VELM_CDeepCalls::Segment {
     VELM_CDeepCalls* const pOwner;
-    Segment* pNext = nullptr; // of those in use, or of its owner's free ones
-    char* pLow = nullptr;     // of the stack; the guard lies below
+    Segment* pNext = nullptr; // in the list of segments in use, or of its owner's free segments
+    char* pLow = nullptr;     // the low end of the stack; the guard lies below
     std::size_t nSize = 0;
     ucontext_t inside, below;
     void (*pfn)(void*) = nullptr;
     void* pArgument = nullptr;
     int nRaised = 0;
     unsigned nValgrindId = 0;
-    const void* pBottomBelow = nullptr; // of the stack below, as AddressSanitizer knows it
+    const void* pBottomBelow = nullptr; // the stack of the caller, as AddressSanitizer knows it
     std::size_t nSizeBelow = 0;
-    void* pFiber = nullptr; // ThreadSanitizer's
+    void* pFiber = nullptr; // ThreadSanitizer's name for this stack
     void* pFiberBelow = nullptr;
 
     explicit Segment(VELM_CDeepCalls* pCalls) : pOwner(pCalls) {}
@@ -86,7 +88,7 @@ struct VELM_CDeepCalls::Stack {
     std::size_t nSize;
 
     bool Has(std::uintptr_t nAddress) const { return nAddress - nLow < nSize; }
-    // The top of a stretch that begins at the frame, and how much the levels may use from there on.
+    // The top of a stretch that begins at the frame, and how many bytes from there on the levels may use.
     std::uintptr_t Top(std::uintptr_t nFrame) const { return kind == segment ? nLow + nSize - 1 : nFrame; }
     std::uintptr_t Room(std::uintptr_t nTop) const
     {
@@ -95,8 +97,8 @@ struct VELM_CDeepCalls::Stack {
         const std::uintptr_t nQuarter = (nTop - nLow) / 4;
         return kind == unknown ? nUnasked : nQuarter < nShare ? nQuarter : nShare;
     }
-    // The size of the segment on which the calls go on. ThreadSanitizer has room for some 65,000 function calls on each
-    // stack, and each call of malloc takes it time for all of them.
+    // The size of the segment on which the calls continue. Under ThreadSanitizer all segments are small: it can keep
+    // track of some 65,000 function calls on each stack, and each call of malloc takes it time for all of them.
     std::size_t NextSize() const
     {
         if (kind != segment || __tsan_create_fiber != nullptr)
@@ -125,7 +127,7 @@ void VELM_CDeepCalls::Segment::EndUse()
     p->pNext = pNext;
 }
 
-// One that its owner has in use; NULL when there is none.
+// A segment that belongs to calls and is in use; NULL when there is none.
 VELM_CDeepCalls::Segment* VELM_CDeepCalls::Segment::UsedBy(const VELM_CDeepCalls& calls)
 {
     if (s_pInUse.load(std::memory_order_relaxed) == nullptr)
@@ -139,7 +141,7 @@ VELM_CDeepCalls::Segment* VELM_CDeepCalls::Segment::UsedBy(const VELM_CDeepCalls
 
 VELM_CDeepCalls::~VELM_CDeepCalls()
 {
-    // A host whose raises go elsewhere than to the cleanup blocks may have left some in use.
+    // Segments are left in use when a host's raises do not go to the innermost cleanup block.
     while (Segment* const p = Segment::UsedBy(*this)) {
         p->EndUse();
         delete p;
@@ -151,7 +153,7 @@ VELM_CDeepCalls::~VELM_CDeepCalls()
     std::free(m_levels);
 }
 
-// Asked once of each thread: the answer may take a walk through the process's mappings.
+// Called once in each thread, since the C library may have to walk through the process's mappings for the answer.
 static void AskOwnStack()
 {
 #ifdef __GLIBC__
@@ -180,16 +182,18 @@ VELM_CDeepCalls::Stack VELM_CDeepCalls::StackOf(std::uintptr_t nFrame)
         if (segment.Has(nFrame))
             return segment;
     }
-    return {Stack::unknown, nFrame - nUnasked, 2 * nUnasked}; // what is near counts as the same stack
+    return {Stack::unknown, nFrame - nUnasked, 2 * nUnasked}; // addresses nearby count as the same stack
 }
 
 // Forgets the levels that a raise has left, and returns the stretch that a call from the frame belongs to.
 VELM_CDeepCalls::Stretch VELM_CDeepCalls::StretchOf(std::uintptr_t nFrame, const Stack& here)
 {
-    // Also where the raise has gone past the cleanup blocks: the outermost call has been left, and so have all others.
+    // A call from above the frame of the outermost level, on the same stack: a raise has left all levels. This also
+    // finds levels left by a raise that did not go through the cleanup blocks.
     if (m_nLevels != 0 && here.Has(m_levels[1].nFrame) && m_levels[1].nFrame <= nFrame)
         m_nLevels = 0;
-    // An outermost call on a segment is one inside another archive. It begins a stretch, which a raise is to put back.
+    // An outermost call on a segment comes from inside another archive. It begins a stretch of its own, which ends with
+    // the call, also by a raise.
     const bool bSame = m_nLevels == 0 ? here.kind != Stack::segment : here.Has(m_stretch.nTop);
     if (!bSame) {
         const std::uintptr_t nTop = here.Top(nFrame);
@@ -203,7 +207,8 @@ VELM_CDeepCalls::Stretch VELM_CDeepCalls::StretchOf(std::uintptr_t nFrame, const
     return m_stretch;
 }
 
-// Makes sure that the list of levels has room for one more, and that there is a segment where the stretch has none.
+// Makes sure that the list of levels has room for one more, and that a segment is free if the frame is outside of the
+// stretch. Returns false when there is no memory.
 bool VELM_CDeepCalls::MakeRoom(std::uintptr_t nFrame, const Stack& here, const Stretch& stretch)
 {
     if (m_nLevels == m_nMaxLevels) {
@@ -221,7 +226,7 @@ bool VELM_CDeepCalls::MakeRoom(std::uintptr_t nFrame, const Stack& here, const S
 bool VELM_CDeepCalls::PrepareSlowly(const void* pFrame, unsigned nMost)
 {
     const std::uintptr_t nFrame = AddressOf(pFrame);
-    if (m_nLevels == 0 && m_stretch.Holds(nFrame)) // nothing to look at: the list is full, or nothing is allowed
+    if (m_nLevels == 0 && m_stretch.Holds(nFrame)) // no lookup: the list is full, or nothing is allowed
         return nMost != 0 && MakeRoom(nFrame, {}, m_stretch);
     const Stack here = StackOf(nFrame);
     const Stretch stretch = StretchOf(nFrame, here);
@@ -230,7 +235,8 @@ bool VELM_CDeepCalls::PrepareSlowly(const void* pFrame, unsigned nMost)
 
 bool VELM_CDeepCalls::CallSlowly(const void* pFrame, const VELM_CUnderWay& object, void (*pfn)(void*), void* pArgument)
 {
-    // All anew: since Prepare, the object's constructor may have used the archive, and a raise may have left that.
+    // Everything is looked up again: since Prepare the object's constructor may have used the archive, and may have
+    // caught a raise from it.
     const std::uintptr_t nFrame = AddressOf(pFrame);
     const Stack here = StackOf(nFrame);
     const Stretch stretch = StretchOf(nFrame, here);
@@ -252,7 +258,7 @@ bool VELM_CDeepCalls::CallSlowly(const void* pFrame, const VELM_CUnderWay& objec
     return true;
 }
 
-// Calls on the first free segment. Returns what was raised there, or 0.
+// Makes the call on the first free segment. Returns the code of a raise that ended it, or 0.
 int VELM_CDeepCalls::CallOnSegment(void (*pfn)(void*), void* pArgument)
 {
     Segment* const pSegment = m_pFree;
@@ -276,7 +282,7 @@ int VELM_CDeepCalls::CallOnSegment(void (*pfn)(void*), void* pArgument)
     return pSegment->nRaised;
 }
 
-// Adds a free segment of that size; a smaller one when there is no room for it.
+// Adds a free segment of that size, or a smaller one if there is no room for it.
 bool VELM_CDeepCalls::AddSegment(std::size_t nSize)
 {
     Segment* const pSegment = new (std::nothrow) Segment(this);
@@ -313,20 +319,21 @@ bool VELM_CDeepCalls::Segment::Map(std::size_t nBytes)
     return true;
 }
 
-// Makes `inside` a call of Base on the segment. A function of its own, as getcontext returns twice for all that the
-// compiler knows.
+// Prepares the context `inside`, which calls Base on the segment. This is a function of its own because the compiler
+// must assume that getcontext returns twice.
 void VELM_CDeepCalls::Segment::Start()
 {
     getcontext(&inside);
     inside.uc_stack.ss_sp = pLow;
     inside.uc_stack.ss_size = nSize;
     inside.uc_link = nullptr;
-    const std::uint64_t nThis = AddressOf(this); // the arguments of Base are ints
+    const std::uint64_t nThis = AddressOf(this); // passed in halves, as makecontext passes ints only
     makecontext(&inside, reinterpret_cast<void (*)()>(Base), 2, static_cast<unsigned>(nThis >> 32),
                 static_cast<unsigned>(nThis));
 }
 
-// Goes on there, and returns when that ends. Not by swapcontext, which AddressSanitizer warns of though it is told.
+// Continues on the segment, and returns when the call there has ended. It does not use swapcontext, which makes
+// AddressSanitizer warn even though it is told of the switch.
 void VELM_CDeepCalls::Segment::Switch()
 {
     volatile bool bBack = false;
@@ -341,7 +348,7 @@ void VELM_CDeepCalls::Segment::Switch()
     }
 }
 
-// Runs on the segment, and ends by switching back.
+// The function at the base of the segment. It makes the call and ends by switching back.
 void VELM_CDeepCalls::Segment::Base(unsigned nHigh, unsigned nLow)
 {
     const std::uint64_t nSegment = static_cast<std::uint64_t>(nHigh) << 32 | nLow;
@@ -350,10 +357,10 @@ void VELM_CDeepCalls::Segment::Base(unsigned nHigh, unsigned nLow)
     if (__tsan_switch_to_fiber != nullptr)
         __tsan_switch_to_fiber(pSegment->pFiberBelow, 0);
     setcontext(&pSegment->below);
-    __builtin_trap(); // returning would end the thread without a sign, and the process with status 0
+    __builtin_trap(); // a return would silently end the thread, and the process with status 0
 }
 #else
-// Without contexts, what the calls use of the stack that they begin on is all.
+// Without contexts there are no segments: the calls stay on the stack on which they begin.
 bool VELM_CDeepCalls::Segment::Map(std::size_t)
 {
     return false;

@@ -1,8 +1,9 @@
-// Room on the stack for objects that are stored or loaded inside each other, however deep; private to the library.
+// Stack space for objects that are stored or loaded inside each other, however deep; private to the library.
 //
-// Each level is a call of a caller's Serialize, which calls WriteObject or ReadObject for the next level. The calls of
-// an archive use a small share of the stack that they begin on. Then they go on on a segment: memory of the archive's
-// own, used as a stack. When that is used up they go on on a larger segment, and they come back as the levels return:
+// Each level is a call of a program's Serialize, which calls WriteObject or ReadObject for the next level. The calls of
+// an archive use a small share of the stack on which they begin. After that they continue on a segment: memory that the
+// archive allocates and uses as a stack. When a segment is used up, they continue on a larger one. As the levels
+// return, the calls come back from segment to segment:
 //
 //     the thread's stack        segment of 2 MiB            segment of 4 MiB
 //     +----------------+        +----------------+          +----------------+
@@ -16,30 +17,32 @@
 //                               | 1 MiB of guard |          | 1 MiB of guard |
 //                               +----------------+          +----------------+
 //
-// A segment is reserved address space: the system gives it a page of memory when the page is first touched. Nothing
-// can be read or written in the guard, so that a frame too large for what is left ends the process there instead of
-// reaching foreign memory, also when the compiler does not touch each page of a large frame in turn.
+// A segment is reserved address space: the system provides a page of memory when the page is first touched. The guard
+// can be neither read nor written. A frame that is too large for the rest of the segment therefore ends the process in
+// the guard instead of overwriting other memory. That needs a guard of 1 MiB, since a compiler need not touch each page
+// of a large frame in turn.
 //
-// A Serialize may use other archives, which may use the first one again; and it may go on on another stack, that of a
-// coroutine or of a thread that it waits for. So an archive does not assume that a call comes from the stack of the
-// call before. It looks at the address of the frame, which is
-//   - on the calling thread's own stack: the calls use 16 KiB of it, or a quarter of what is left if that is less;
-//   - on a segment that is in use, of this archive or of another: the calls use it down to the last 1 MiB;
-//   - on neither, as on a coroutine's stack: nothing is known of its size, and the calls go on on a segment at once.
-// This look takes time. The first 4 KiB below an archive's outermost call are used without it. What it cannot see is a
-// coroutine's stack that is an array in a function: that counts as part of the stack that the array is on.
+// A Serialize may use other archives, which may use the first one again. It may also continue on another stack: that of
+// a coroutine, or of a thread that it waits for. So an archive must not assume that a call comes from the same stack as
+// the call before. It looks up which stack the address of the caller's frame belongs to:
+//   - The calling thread's own stack: the calls use 16 KiB of it, or a quarter of what is left if that is less.
+//   - A segment that is in use, by this archive or another one: the calls use it down to the last 1 MiB.
+//   - Neither, such as a coroutine's stack: its size is unknown, and the calls continue on a segment at once.
+// The lookup takes time, so the first 4 KiB below an archive's outermost call are used without it. The lookup cannot
+// recognise a coroutine's stack that is an array inside a function: it takes that for part of the stack that holds the
+// array.
 //
 // A stretch is a run of levels whose frames are on one stack. What must hold:
-//   - Only frames of one stack are compared with each other. That is how the levels are found that a raise has left,
-//     which do not count: their frames lie no higher than the frame of a later call on the same stack. Those few of an
-//     archive's first stretch do count on when the next call comes from the stack of another thread.
-//   - A call that begins a stretch keeps the outer one in its own frame and puts it back when it ends, also by a raise.
-//     So does each call with the number of levels. Hence calls that end in another order than that in which they began,
-//     as on coroutines that take turns, can make the number wrong, but nothing else.
-//   - A segment is either free or in use. It is in use until the call for which it was taken has come back from it.
-//   - A raise does not jump from one stack to another: the C library may refuse that, and the host's chain of cleanup
-//     blocks would lead to frames that are gone. So a block where the stretch begins catches it, and it is raised again
-//     outside. A C++ exception cannot be passed on from a segment: it ends the process by std::terminate there.
+//   - Only frames of the same stack are compared. The comparison finds the levels that a raise has left, which must no
+//     longer be counted: their frames lie no higher than the frame of a later call on the same stack. The few levels of
+//     an archive's first stretch are still counted when the next call comes from the stack of another thread.
+//   - A call that begins a stretch saves the outer stretch in its own frame, and restores it when it ends, also by a
+//     raise. Every call saves and restores the number of levels in the same way. So calls that end in another order
+//     than they began in, as on coroutines that take turns, can make that number wrong, but nothing else.
+//   - A segment is either free or in use. It is in use until the call for which it was taken has returned from it.
+//   - A raise never jumps from one stack to another: the C library may refuse such a jump, and the host's chain of
+//     cleanup blocks would lead to frames that are gone. So a cleanup block at the base of the stretch catches the
+//     raise, and it is raised again outside. A C++ exception cannot leave a segment: std::terminate ends the process.
 #ifndef TAVNOMCL_MFC_CDEEP_P_H
 #define TAVNOMCL_MFC_CDEEP_P_H
 
@@ -55,23 +58,23 @@ struct VELM_CRuntimeClass;
 struct VELM_LOCAL VELM_CUnderWay {
     const VELM_CRuntimeClass* pClass;
     unsigned nIndex;
-    unsigned nSchema;         // that it is stored with
-    unsigned long long nMark; // of the cleanup block that was innermost
+    unsigned nSchema;         // the schema that it is stored with
+    unsigned long long nMark; // the mark of the cleanup block that was innermost when the call began
 };
 
 class VELM_LOCAL VELM_CDeepCalls {
 public:
     VELM_CDeepCalls() = default;
-    ~VELM_CDeepCalls(); // no call is under way; all memory goes back
+    ~VELM_CDeepCalls(); // no call may be under way
     VELM_CDeepCalls(const VELM_CDeepCalls&) = delete;
     VELM_CDeepCalls& operator=(const VELM_CDeepCalls&) = delete;
 
-    // Makes sure that one more call can be made from the frame. False when there is no memory for it, or when as many
-    // are under way as there may be.
+    // Makes sure that one more call can be made from the frame. Returns false when nMost calls are under way, or when
+    // there is no memory for another one.
     bool Prepare(const void* pFrame, unsigned nMost)
     {
         if (m_nLevels == 0) {
-            // On a segment there may be less room than that.
+            // If the frame is on a segment, less than nUnasked may be left there.
             const bool bMayBeSegment = s_pInUse.load(std::memory_order_relaxed) != nullptr;
             m_stretch.nTop = AddressOf(pFrame);
             m_stretch.nRoom = bMayBeSegment ? 0 : nUnasked;
@@ -82,18 +85,19 @@ public:
         }
         return PrepareSlowly(pFrame, nMost);
     }
-    // Whether Prepare has nothing to do: a call can simply be made from the frame. The outermost call may be in the
-    // stretch of an earlier one, which holds no more of the same stack than that one was found to have.
+    // Whether a call can be made from the frame without a call of Prepare. An outermost call may use the stretch that
+    // an earlier one has left behind, since that holds no more of the stack than was found to be there.
     bool IsPrepared(const void* pFrame, unsigned nMost) const
     {
         return m_nLevels < m_nMaxLevels && m_nLevels < nMost && HasRoom(pFrame);
     }
-    // How many calls are under way, and for which objects, outermost first. A raise may have left the innermost of them
-    // since Prepare; Leave makes their number smaller.
+    // The number of calls under way, and their objects, outermost first. If a raise has left the innermost of them
+    // since Prepare, the owner of this object removes them by Leave.
     unsigned Depth() const { return m_nLevels; }
     const VELM_CUnderWay& At(unsigned i) const { return m_levels[i + 1].object; }
 
-    // After Prepare: whether the call can simply be made, between Enter and Leave, which takes what Enter returned.
+    // After Prepare: whether the call can be made directly, between Enter and Leave. Leave takes the result of Enter.
+    // Otherwise CallSlowly must make it.
     bool HasRoom(const void* pFrame) const
     {
         return m_levels[m_nLevels].nFrame > AddressOf(pFrame) && m_stretch.Holds(AddressOf(pFrame));
@@ -104,38 +108,39 @@ public:
         return m_nLevels++;
     }
     void Leave(unsigned nLevels) { m_nLevels = nLevels; }
-    // Makes the call otherwise. False, and it is not made, when the memory is gone that Prepare had found.
+    // Makes the call, on a segment if the stack requires it. Returns false without making it when there is no memory
+    // for it any more.
     bool CallSlowly(const void* pFrame, const VELM_CUnderWay& object, void (*pfn)(void*), void* pArgument);
 
 private:
     struct Segment;
     struct Stack;
     struct Stretch {
-        std::uintptr_t nTop;  // frames lie there or below,
-        std::uintptr_t nRoom; // by less than so much
-        unsigned nFirst;      // levels under way outside of it
+        std::uintptr_t nTop;  // the highest address of a frame
+        std::uintptr_t nRoom; // frames lie less than so many bytes below nTop
+        unsigned nFirst;      // the number of levels outside of the stretch
 
         bool Holds(std::uintptr_t nFrame) const { return nTop - nFrame < nRoom; }
     };
 
-    // What the calls use of any stack without a look at it.
+    // How many bytes of any stack the calls use without looking up which stack it is.
 #ifdef __GLIBC__
     static const std::uintptr_t nUnasked = std::uintptr_t{4} << 10;
 #else
     static const std::uintptr_t nUnasked = std::uintptr_t{64} << 10; // there are no segments
 #endif
 
-    static std::atomic<Segment*> s_pInUse; // a list of those that are in use, by whatever archive of the process
+    static std::atomic<Segment*> s_pInUse; // the list of all segments in use, of all archives of the process
 
     struct Level {
         std::uintptr_t nFrame;
         VELM_CUnderWay object;
     };
-    Level* m_levels = nullptr; // the calls under way, outermost first, behind one with the highest address
+    Level* m_levels = nullptr; // a sentinel with the highest address, then the calls under way, outermost first
     unsigned m_nLevels = 0;
     unsigned m_nMaxLevels = 0;
-    Stretch m_stretch = {0, 0, 0}; // of the innermost call
-    Segment* m_pFree = nullptr;    // that was used last, first
+    Stretch m_stretch = {0, 0, 0}; // the stretch of the innermost call
+    Segment* m_pFree = nullptr;    // the list of free segments, the one that was used last first
 
     static std::uintptr_t AddressOf(const void* pFrame)
     {
