@@ -11,7 +11,7 @@ VELM_CArchiveState* VELM_CArchive::NewState()
     return new (std::nothrow) VELM_CArchiveGraph(*this);
 }
 
-// Releases all that Abort releases of objects and classes.
+// The part of Abort that concerns objects and classes.
 void VELM_CArchive::DropObjects()
 {
     delete m_pLoader;
@@ -21,7 +21,7 @@ void VELM_CArchive::DropObjects()
     else
         delete m_pLoadArray;
     m_pStoreMap = nullptr;
-    if (!IsInbound()) // an object that the archive shares may be under way
+    if (!IsInbound()) // loading, the archive may have the last share of an object that is under way
         Graph().owners.Clear();
     Graph().stored.End();
 }

@@ -1,4 +1,5 @@
-// What an archive knows of the objects and classes that went through it, in both directions; private to the library.
+// The hidden state of an archive, as far as it concerns objects and classes, in both directions; private to the
+// library.
 #ifndef TAVNOMCL_MFC_CARCGRAPH_P_H
 #define TAVNOMCL_MFC_CARCGRAPH_P_H
 
@@ -8,24 +9,26 @@
 
 class VELM_CClassTable;
 
-// What is called Require... raises what it finds wrong, and delivers false when that returns.
+// A function called Require... raises when its condition does not hold, and returns false if the raise returns.
 class VELM_LOCAL VELM_CArchiveGraph : public VELM_CArchiveState {
 public:
     static VELM_CArchiveGraph& Of(VELM_CArchive& ar) { return ar.Graph(); }
 
     using VELM_CArchiveState::VELM_CArchiveState;
 
-    // The object under way may own that object: raises 5 otherwise, or 1 when storing.
+    // Requires that the innermost object under way, or the caller outside of all objects, may own that object. bMapped
+    // says that the program has given the object its index by MapObject, so that nobody may own it. Raises 5 when
+    // loading, 1 when storing.
     bool RequireOwnable(const VELM_CObject* pOb, unsigned nIndex, bool bMapped, VELM_CArchive::Owner kind,
                         unsigned long long nOffset);
-    // Raises as RequireOwnable, for NULL in place of an object that is owned; false when that returns.
+    // Fails because there is NULL where an owned object is required. Raises as RequireOwnable; returns false.
     bool RefuseNull(unsigned long long nOffset);
-    // Notes that the object has no owner.
+    // Sets the error text, which says that the object has no owner; see Note.
     void NoteUnowned(const VELM_CObject& ob, unsigned nIndex);
-    // Storing, with a class table: a program with that table could load the object, or the class alone where the object
-    // is NULL. Raises 1.
+    // Storing with a class table: requires that a program with that table could load the object, or the class alone
+    // when the object is NULL. Raises 1.
     bool RequireLoadable(const VELM_CRuntimeClass& cls, const VELM_CObject* pOb);
-    // An index is left. Raises 5.
+    // Requires that an index is left. Raises 5.
     bool RequireIndex()
     {
         if (m_ar.m_nIndexCount < VELM_CArchive::nIndexLimit)
@@ -33,12 +36,12 @@ public:
         FailIndex();
         return false;
     }
-    // Gives the next index, once its place is there.
+    // Gives out the next index. Whatever takes the index must be ready for it before.
     unsigned TakeIndex() { return m_ar.m_nIndexCount++; }
 
     VELM_CStoredIndexes stored;
     VELM_COwners owners;
-    const VELM_CClassTable* pStoredClasses = nullptr; // what may be stored; NULL for everything
+    const VELM_CClassTable* pStoredClasses = nullptr; // the classes that may be stored; NULL for all
 
 private:
     void FailIndex();

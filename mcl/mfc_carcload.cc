@@ -31,7 +31,7 @@ VELM_CRuntimeClass* VELM_CArchiveLoader::RequireClass(char* pszName, uint32_t nL
     bool bText = true;
     for (uint32_t i = 0; i < nLength; ++i) {
         if (pszName[i] == '\0') {
-            pszName[i] = '?'; // as it is shown
+            pszName[i] = '?'; // how the error text shows it
             bText = false;
         }
     }
@@ -88,7 +88,7 @@ const VELM_CRuntimeClass* VELM_CArchiveLoader::ClassOfMappedAt(uint32_t nIndex) 
     return static_cast<VELM_CObject*>(m_ar.m_pLoadArray->GetAt(static_cast<int>(nIndex)))->GetRuntimeClass();
 }
 
-// Makes room for the next index. Array and slots grow by half, however large the graph.
+// Makes room for the next index. The array and the slots grow by half each time, so that loading takes linear time.
 void VELM_CArchiveLoader::Grow(bool bWide)
 {
     VELM_CPtrArray& array = *m_ar.m_pLoadArray;
@@ -102,7 +102,7 @@ void VELM_CArchiveLoader::Grow(bool bWide)
     }
     if (bWide && m_wide == nullptr)
         m_wide = static_cast<uint32_t*>(AfxAllocate(nullptr, m_nMaxSlots, sizeof *m_wide));
-    while (m_nSlots < nIndex) // what the caller has mapped
+    while (m_nSlots < nIndex) // objects that the program has mapped
         m_slots[m_nSlots++] = 0;
     if (static_cast<int>(nIndex) >= array.m_max_size) {
         const int nHalf = array.m_max_size / 2;
@@ -128,9 +128,9 @@ VELM_CObject* VELM_CArchiveLoader::CreateObject(const StoredClass& stored)
 {
     const Class& cls = *stored.pClass;
     const uint32_t nIndex = m_ar.m_nIndexCount;
-    // Before the object, which must not be lost when memory is exhausted.
+    // This comes before the object is made: an object must not be lost when memory is exhausted.
     Append(nullptr, Slot::OfObject(static_cast<uint32_t>(&stored - m_classes)));
-    const unsigned nKept = m_creating.GetCount(); // for the objects in whose constructors this one is made
+    const unsigned nKept = m_creating.GetCount(); // blocks of objects whose constructors are running
     VELM_CObject* pOb = cls.pfnCreate != nullptr ? cls.pfnCreate() : cls.pfnCreateIn(m_creating);
     AfxNew(pOb);
     m_creating.KeepFirst(nKept, dynamic_cast<void*>(pOb));
@@ -148,9 +148,10 @@ void VELM_CArchiveLoader::DeleteObjects()
         if (pOb != nullptr && ClassAt(i).pClass->pfnLetGo != nullptr)
             ClassAt(i).pClass->pfnLetGo(pOb);
     }
-    for (const uint32_t nInHeld : owners) // no function lets go of these
+    for (const uint32_t nInHeld : owners) // objects owned by held values, which delete them
         objects[nInHeld] = nullptr;
-    for (uint32_t i = 0; i < m_nSlots; ++i) { // before the first is deleted, which may delete others
+    // Forgets the objects that others delete. This is done before the first object is deleted, which may delete others.
+    for (uint32_t i = 0; i < m_nSlots; ++i) {
         const uint32_t nOwner = owners.OwnerOf(i);
         const bool bLetGo = nOwner != 0 && ClassAt(nOwner).pClass->pfnLetGo != nullptr;
         if (m_slots[i] % 2 == 1 && !bLetGo && !owners.IsArchives(i))
@@ -176,7 +177,7 @@ bool VELM_CArchiveLoader::HasMade(const VELM_CObject* pOb)
 {
     if (!m_made.Is() && !m_made.Start(m_nSlots))
         AfxMemoryExhausted();
-    uint32_t nUnmade = m_nSlots; // the first whose constructor has not ended, if any: it is looked at again
+    uint32_t nUnmade = m_nSlots; // the first slot whose object is still being constructed: it is looked at again
     VELM_CTable::Place at;
     for (uint32_t i = m_nLookedAt; i < m_nSlots; ++i) {
         const VELM_CObject* const pMade = ObjectAt(i);

@@ -1,14 +1,15 @@
-// What a loading archive does about classes: which one a name means, which schema is known, which one was asked for,
-// who made what; private to the library. The walk along the stream is in mfc_carcobj.cc.
+// The loader: what a loading archive knows of classes, and of the objects that it has made; private to the library. It
+// decides which class a name means, whether a stored schema is known, and whether a class is the requested one. The
+// walk along the stream is in mfc_carcobj.cc.
 //
-// The load array has, at index i, the object or class that was stored as index i. The loader's slots say beside it
-// which of the two stands there; what has no slot is an object that the caller mapped:
+// Entry i of the load array is the object or class that has the index i. The loader has a slot for each entry, which
+// says what the entry is. An entry without a slot is an object that the program has mapped by MapObject:
 //
 //     index            0      1          2          3
 //     m_pLoadArray   NULL   class A   object a   object b
 //     slots            -    class     created    mapped
 //
-// So an index that the file names is looked up in the slots before anything is done with the pointer.
+// An index that comes from a file is first looked up in the slots; only then is the pointer used.
 #ifndef TAVNOMCL_MFC_CARCLOAD_P_H
 #define TAVNOMCL_MFC_CARCLOAD_P_H
 
@@ -17,8 +18,8 @@
 #include "mcl/mfc_coll.h"
 #include "mcl/mfc_ctable_p.h"
 
-// Hangs on the archive that it loads for, as m_pLoader. What is called Require... raises what it finds wrong, and
-// delivers false or NULL when that returns.
+// The archive owns its loader, as m_pLoader. A function called Require... raises when its condition does not hold, and
+// returns false or NULL if the raise returns.
 class VELM_LOCAL VELM_CArchiveLoader : public VELM_CObject {
 public:
     typedef VELM_CClassTable::Class Class;
@@ -31,7 +32,7 @@ public:
     const VELM_CClassTable* pTable = nullptr; // NULL while loading is switched off
 
     static VELM_CArchiveLoader* Of(VELM_CArchive& ar) { return static_cast<VELM_CArchiveLoader*>(ar.m_pLoader); }
-    // NULL where nothing is loaded.
+    // The loader of an archive that has a class table; NULL for an archive that loads no objects.
     static VELM_CArchiveLoader* WithTable(VELM_CArchive& ar)
     {
         VELM_CArchiveLoader* const pLoader = Of(ar);
@@ -48,9 +49,9 @@ public:
     {
         return pRequested == nullptr || pClass == pRequested || RequireBase(pClass, pRequested, nOffset);
     }
-    // The class has objects of its own.
+    // Requires that the class is not abstract.
     bool RequireConcrete(const StoredClass& stored, unsigned long long nOffset);
-    // The index has been given, to a class or to an object.
+    // Requires that the index has been given out, to a class if bClass, else to an object.
     bool RequireKind(uint32_t nIndex, bool bClass, unsigned long long nOffset)
     {
         const Slot slot = SlotAt(nIndex);
@@ -59,29 +60,30 @@ public:
         return RequireOtherKind(nIndex, bClass, nOffset);
     }
 
-    // The class at nIndex, which must be a class's index or that of an object that the archive has made.
+    // The class at an index or, if an object that the archive has made is there, the class of the object. There must be
+    // one or the other.
     const StoredClass& ClassAt(uint32_t nIndex) const { return m_classes[SlotAt(nIndex).Class()]; }
-    // The class of the object at an index.
+    // The class of the object at an index, which the archive has made or the program has mapped.
     const VELM_CRuntimeClass* ClassOfObjectAt(uint32_t nIndex) const
     {
         const Slot slot = SlotAt(nIndex);
         return slot.IsMapped() ? ClassOfMappedAt(nIndex) : m_classes[slot.Class()].pClass->pClass;
     }
-    // Gives the next index to a class.
+    // Gives the next index to the class.
     const StoredClass& AddClass(VELM_CRuntimeClass* pClass, unsigned nSchema);
-    // Gives the next index to a new object of the class, which the class's table entry makes.
+    // Makes an object of the class by the function in the class table, and gives it the next index.
     VELM_CObject* CreateObject(const StoredClass& stored);
     void DeleteObjects();
-    // Whether the caller has mapped what stands at an index that has been given.
+    // Whether the object at an index is one that the program has mapped. The index must have been given out.
     bool IsMappedAt(uint32_t nIndex) const { return SlotAt(nIndex).IsMapped(); }
-    // Whether the archive has made the object, of which nothing but the address is used.
+    // Whether the archive has made the object. Only the address is used, so the object may be gone.
     bool HasMade(const VELM_CObject* pOb);
-    // The first object without an owner, other than the root; 0 when there is none.
+    // The index of the first object without an owner, other than the root; 0 when there is none.
     uint32_t FindUnowned(const VELM_CObject* pRoot) const;
 
 private:
-    // What stands at an index: something that the caller has mapped, a class, or an object that the archive has made.
-    // Class is the place in m_classes of the class, or of the object's class; the place 0 is not used.
+    // What an index stands for: an object that the program has mapped, a class, or an object that the archive has made.
+    // Class() is the position in m_classes of the class, or of the object's class. Position 0 is not used.
     class Slot {
     public:
         static Slot OfMapped() { return Slot(0); }
@@ -91,8 +93,8 @@ private:
         bool IsClass() const { return m_n != 0 && m_n % 2 == 0; }
         bool IsObject() const { return m_n % 2 == 1; }
         uint32_t Class() const { return m_n / 2; }
-        // A slot is kept in a byte. Of a wide one, that byte says only whether it is an object, and the whole slot is
-        // in m_wide.
+        // m_slots keeps one byte of each slot. If the slot does not fit, it is called wide: its byte says only whether
+        // it is an object or a class, and m_wide has the whole slot.
         bool IsWide() const { return m_n >= nWide; }
         uint8_t Byte() const { return static_cast<uint8_t>(IsWide() ? nWide + m_n % 2 : m_n); }
         uint32_t Whole() const { return m_n; }
@@ -104,13 +106,13 @@ private:
         uint32_t m_n;
     };
     uint8_t* m_slots = nullptr;
-    uint32_t* m_wide = nullptr; // made for the first slot that is wide
+    uint32_t* m_wide = nullptr; // NULL until there is a wide slot
     uint32_t m_nSlots = 0;
     uint32_t m_nMaxSlots = 0;
     StoredClass* m_classes = nullptr;
     uint32_t m_nClasses = 1;
     uint32_t m_nMaxClasses = 0;
-    // The indexes of objects by their addresses, of the first so many slots; only where somebody asks who made one.
+    // From the address of an object to its index, for the first m_nLookedAt slots. Only HasMade fills it.
     VELM_CTable m_made;
     uint32_t m_nLookedAt = 0;
 
