@@ -1,5 +1,5 @@
-// Objects with owners in an archive: who may own an object, and who does. The objects themselves go by WriteObject and
-// ReadForOwner, in mfc_carcobj.cc.
+// Owners of objects in an archive: who may own an object, and who does. The objects themselves are stored and loaded by
+// WriteObject and ReadForOwner, in mfc_carcobj.cc.
 #include "mcl/mfc_carcload_p.h"
 
 void VELM_CArchive::Adopt(unsigned nIndex, Owner kind)
@@ -64,7 +64,7 @@ int VELM_CArchive::AreOwnersComplete(const VELM_CObject* pRoot)
     VELM_COwners& owners = Graph().owners;
     if (!owners.AreUsed() || m_pStoreMap == nullptr)
         return 1;
-    const VELM_CObject* pFirst = nullptr; // the one with the smallest index
+    const VELM_CObject* pFirst = nullptr; // the object with the smallest index among those without an owner
     unsigned nFirst = 0;
     if (IsInbound()) {
         nFirst = VELM_CArchiveLoader::Of(*this)->FindUnowned(pRoot);

@@ -27,12 +27,11 @@ public:
     VELM_CArchiveState(const VELM_CArchiveState&) = delete;
     VELM_CArchiveState& operator=(const VELM_CArchiveState&) = delete;
 
-    // The offset of the next byte in the stream.
+    // The offset of the next byte in the stream. Loading, the difference is negative, and the sum is modulo 2^64.
     unsigned long long Offset() const
     {
         const unsigned char* const lpEnd = m_ar.IsInbound() ? m_ar.m_lpBufMax : m_ar.m_lpBufStart;
-        return m_nFileBytes +
-               static_cast<unsigned long long>(m_ar.m_lpBufCur - lpEnd); // loading: a negative number, modulo 2^64
+        return m_nFileBytes + static_cast<unsigned long long>(m_ar.m_lpBufCur - lpEnd);
     }
     // Sets the error text, for a failure at the present offset, without a raise. A storing archive is not whole from
     // then on.

@@ -1,4 +1,4 @@
-// Object and class references of an archive: the walk along the stream, out and in.
+// Objects and classes in an archive: the walk along the stream, storing on the left and loading on the right.
 //
 //     WriteObject                                 ReadObject
 //       known?  VELM_CReference::Store              VELM_CReference::Load  known?
@@ -9,7 +9,7 @@
 //       TakeIndex                                   VELM_CArchiveLoader::CreateObject
 //       VELM_CObject::Serialize                     VELM_CObject::Serialize
 //
-// What can fail comes before what is remembered: an index is taken when its place is there.
+// What can fail comes before what is remembered: an index is taken when the place for it has been made.
 #include <new>
 
 #include "mcl/mfc_carcload_p.h"
@@ -19,7 +19,7 @@
 #include "mcl/mfc_coll.h"
 #include "mcl/mfc_memory.h"
 
-// What is known of an object or a class; it is new when it has no index.
+// The entry of an object or a class, which is new if the entry has no index.
 static VELM_CStoredIndexes::Entry EntryOf(VELM_CArchive& ar, const void* pObjectOrClass, bool bAssoc = false)
 {
     VELM_CArchiveGraph& graph = VELM_CArchiveGraph::Of(ar);
@@ -34,7 +34,7 @@ static const char* NameOf(const VELM_CRuntimeClass* pClass)
     return pClass->m_pszName == nullptr ? "" : pClass->m_pszName;
 }
 
-// Makes the store map or the load array, and goes on where an earlier attempt was left by a raise. False after Abort.
+// Makes the store map or the load array; completes it if a raise has interrupted an earlier call. False after Abort.
 bool VELM_CArchive::MakeMap()
 {
     if (m_pState->bAborted) {
@@ -47,7 +47,7 @@ bool VELM_CArchive::MakeMap()
             m_pStoreMap = AfxNew(new (std::nothrow) VELM_CMapPtrToPtr(m_nMapGrowth));
         m_pStoreMap->InitHashTable(m_nMapBuckets, 1);
         Graph().stored.Start(*m_pStoreMap);
-        AfxNotice("SetAt NYI\n"); // part of what a storing program has always printed: some compare their output
+        AfxNotice("SetAt NYI\n"); // storing has always printed this, and some programs compare their output
     } else {
         if (m_pLoadArray == nullptr)
             m_pLoadArray = AfxNew(new (std::nothrow) VELM_CPtrArray);
@@ -82,7 +82,8 @@ void VELM_CArchive::MapObject(const VELM_CObject* pOb)
     m_pState->End();
 }
 
-// WriteClass, for the object unless it is NULL; false when nothing, or not all of it, could be stored.
+// Stores a class reference, and the class record if the class is new. pOb is the object that follows, or NULL when the
+// class is stored alone. False when not all of it could be stored.
 bool VELM_CArchive::StoreClass(const VELM_CRuntimeClass* pClassRef, const VELM_CObject* pOb)
 {
     const bool bClass = VELM_ASSERT(pClassRef != NULL);
@@ -130,12 +131,12 @@ void VELM_CArchive::WriteClass(const VELM_CRuntimeClass* pClassRef)
         m_pState->End();
 }
 
-// What is known, or new, by a look at one line of the table takes this way, of few steps: so the processor is at the
-// next object while it waits for the memory of this one.
+// The fast path, for objects of which one line of the table shows that they are known or new. It is kept short, so that
+// the processor gets on to the next object while it waits for the memory of this one.
 void VELM_CArchive::WriteObject(const VELM_CObject* pOb)
 {
     __builtin_prefetch(pOb);
-    const void* const pFrame = __builtin_dwarf_cfa(); // on every way the same
+    const void* const pFrame = __builtin_dwarf_cfa(); // the same for all paths from here
     VELM_CStoredIndexes& stored = Graph().stored;
     if (pOb != nullptr && IsStoring() && m_lpBufMax - m_lpBufCur >= 8 && stored.IsRight(m_pStoreMap)) {
         const VELM_CStoredIndexes::Entry entry = stored.FindNear(*m_pStoreMap, pOb);
@@ -171,14 +172,14 @@ void VELM_CArchive::WriteAnyObject(const VELM_CObject* pOb, const void* pFrame)
         WriteNew(pOb, entry.pAssoc, entry.pIndex, entry.nMoves, pFrame);
 }
 
-// An object that has an entry, and no index yet.
+// Stores an object that has an entry, but no index yet. pAssoc, pIndex and nMoves are the fields of the entry.
 void VELM_CArchive::WriteNew(const VELM_CObject* pOb, VELM_CPtrAssoc* pAssoc, uint32_t* pIndex, unsigned nMoves,
                              const void* pFrame)
 {
     VELM_CArchiveGraph& graph = Graph();
     graph.Begin();
     const VELM_CRuntimeClass* const pClassRef = pOb->GetRuntimeClass();
-    // An object of a class that has been stored goes this way, if everything it needs is at hand.
+    // The fast path: the class has been stored, and everything that the object needs is ready.
     if (pClassRef != nullptr && pClassRef->m_nSchema != VELM_CRuntimeClass::nNoSchema &&
         graph.pStoredClasses == nullptr && m_lpBufMax - m_lpBufCur >= 8 && pIndex != nullptr) {
         const uint32_t nClass = graph.stored.IndexOfClass(pClassRef, nMoves), nIndex = m_nIndexCount;
@@ -218,7 +219,7 @@ void VELM_CArchive::SerializeClass(const VELM_CRuntimeClass* pClassRef)
         ReadClass(pClassRef, nullptr, nullptr);
 }
 
-// What ReadClass and ReadObject begin with; false when it ends there.
+// The beginning of ReadClass and ReadObject. False when nothing can be loaded.
 bool VELM_CArchive::StartReading(const VELM_CRuntimeClass* pClassRefRequested)
 {
     VELM_ASSERT(IsLoading());
@@ -232,7 +233,7 @@ bool VELM_CArchive::StartReading(const VELM_CRuntimeClass* pClassRefRequested)
     return HasMap() || MakeMap();
 }
 
-// The class that the reference names, or whose record follows it. NULL after a raise that returned.
+// The class that the reference names, or whose record follows it. Raises as ReadObject; NULL if the raise returns.
 static inline const VELM_CArchiveLoader::StoredClass* LoadClass(VELM_CArchive& ar, const VELM_CReference& reference,
                                                                 unsigned long long nOffset)
 {
@@ -288,7 +289,8 @@ VELM_CObject* VELM_CArchive::ReadObject(const VELM_CRuntimeClass* pClassRefReque
     return LoadObject(pClassRefRequested, nIndex, __builtin_frame_address(0));
 }
 
-// ReadObject, from that frame; also delivers the object's index: 0 for NULL, nRefused after a raise that returned.
+// The body of ReadObject, with the frame of the public function. It also delivers the object's index: 0 for NULL, and
+// nRefused after a raise that returned.
 __attribute__((always_inline)) inline VELM_CObject*
 VELM_CArchive::LoadObject(const VELM_CRuntimeClass* pClassRefRequested, unsigned& rIndex, const void* pFrame)
 {
@@ -328,7 +330,7 @@ VELM_CArchive::LoadObject(const VELM_CRuntimeClass* pClassRefRequested, unsigned
     const VELM_CRuntimeClass* const pClass = pStored->pClass->pClass;
     const unsigned nSchema = pStored->nSchema, nOuterSchema = m_nCurSchema, nIndex = m_nIndexCount;
     VELM_CObject* const pOb = pLoader->CreateObject(*pStored);
-    // From here on neither the loader nor the load array is touched: Serialize may abort the archive.
+    // From here on the loader and the load array must not be used: Serialize may abort the archive.
     m_nCurSchema = nSchema;
     m_pState->Serialize(*pOb, pFrame, {pClass, nIndex, nSchema, m_pState->Mark()});
     m_nCurSchema = nOuterSchema;
@@ -342,7 +344,7 @@ VELM_CObject* VELM_CArchive::ReadForOwner(const VELM_CRuntimeClass* pClassRefReq
     const unsigned long long nOffset = m_pState->Offset();
     VELM_CObject* const pOb = LoadObject(pClassRefRequested, rIndex, __builtin_frame_address(0));
     VELM_CArchiveLoader* const pLoader = VELM_CArchiveLoader::Of(*this);
-    // After Abort only what the archive has a share of is known; the rest is the program's.
+    // After Abort the archive knows only the objects that it has a share of. All others belong to the program.
     const bool bAll = pLoader != nullptr && !m_pState->bAborted;
     if (rIndex == nRefused || (!bAll && Graph().owners.ShareOf(rIndex) == nullptr)) {
         rIndex = rIndex == nRefused ? rIndex : 0;

@@ -5,7 +5,7 @@
 
 #include "mcl/mfc_memory.h"
 
-// Grows an array by half, and to what is needed at least.
+// Makes sure that an array has room for nNeeded elements. It grows by half at least.
 template <class TYPE> static void GrowArray(TYPE*& rArray, uint32_t& rMax, uint32_t nNeeded)
 {
     if (nNeeded <= rMax)

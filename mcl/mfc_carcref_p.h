@@ -1,12 +1,12 @@
-// What stands at the start of an object or of a class in the stream: one value, with its store and its load side;
-// private to the library.
+// A reference, which stands in the stream wherever an object or a class is stored, with its encoder and its decoder;
+// private to the library. It is one 32-bit value, or two:
 //
 //     nullObject            wNullTag
 //     object      n         n             below wBigObjectTag, else     wBigObjectTag, n
 //     knownClass  n         n | wClassTag below wBigObjectTag, else     wBigObjectTag, n | dwBigClassTag
 //     newClass              wNewClassTag, and the class record follows
 //
-// Behind a class come the data of a new object of it.
+// In place of an object, a reference to a class says that the data of a new object of this class follow.
 #ifndef TAVNOMCL_MFC_CARCREF_P_H
 #define TAVNOMCL_MFC_CARCREF_P_H
 
@@ -16,7 +16,7 @@ struct VELM_LOCAL VELM_CReference {
     enum Kind { nullObject, object, knownClass, newClass };
 
     Kind kind;
-    uint32_t nIndex; // of an object or a known class
+    uint32_t nIndex; // the index of an object or of a known class
 
     void Store(VELM_CArchive& ar) const
     {
@@ -29,7 +29,8 @@ struct VELM_LOCAL VELM_CReference {
                                         : uint32_t{VELM_CArchive::wNullTag});
     }
 
-    // The same of an object or a known class where 8 bytes have room, with the tags of the kind.
+    // The same for an object or a known class, straight into a buffer with room for 8 bytes. The tags are set in the
+    // short form and in the long form of the index.
     static void StoreAt(unsigned char*& rlpTo, uint32_t nIndex, uint32_t nTag, uint32_t nBigTag)
     {
         if (nIndex < VELM_CArchive::wBigObjectTag) {
@@ -49,7 +50,7 @@ struct VELM_LOCAL VELM_CReference {
         p[3] = static_cast<unsigned char>(n >> 24);
     }
 
-    // False after a raise that returned: 3 when the data ends, 5 for a tag that no writer makes.
+    // Raises 3 when the data ends, and 5 for a tag that is never stored. Returns false if the raise returns.
     __attribute__((always_inline)) bool Load(VELM_CArchive& ar)
     {
         VELM_CArchiveState& state = VELM_CArchiveState::Of(ar);

@@ -54,7 +54,7 @@ VELM_CStoredIndexes::Entry VELM_CStoredIndexes::Find(VELM_CMapPtrToPtr& map, con
     return entry;
 }
 
-// The table may have grown since its entry was made, or have been given up.
+// The table may have grown or been given up since the entry was made: looks for the entry again.
 void VELM_CStoredIndexes::GiveAgain(const void* key, uint32_t nIndex)
 {
     VELM_CTable::Place at;

@@ -1,20 +1,24 @@
 // The indexes that a storing archive has given to objects and classes; private to the library.
 //
-// The store map says which index an object has, and is what a program sees. As long as nobody but the archive changes
-// it, the archive need not search it. It has a table of its own beside it, whose entries tell all of a key:
+// The store map is what a program sees, and it is the truth about which index an object has. Beside it the archive
+// keeps a hash table of its own, so that it need not search the map as long as nobody else changes that. An entry of
+// the table identifies a key completely:
 //
-//     tag: of the address  |  low word: the index  |  high word: the upper 16 bits of the address, and the bucket
+//     tag: made of the address  |  low word: the index  |  high word: the upper 16 bits of the address, and the bucket
 //
-// So finding a known object takes one line of the table and the object's first word, two cache misses that do not wait
-// for each other. A new object gets an entry, in a line that its neighbours in memory have used already, and a node at
-// the head of its chain, and nothing is searched.
+// Finding a known object takes one line of the table and the object's first word: two cache misses that do not wait for
+// each other. A new object gets an entry in the table, in a line that its neighbours in memory have used already, and a
+// node at the head of its chain in the map. Nothing is searched.
 //
-// - The bucket is that of the key's first word as it is now. A key whose first word has come to select another bucket
-//   is new, as it is to the map: two temporaries of different classes at one address are two objects.
-// - An entry with the index 0 is one whose storing was left by a raise. The map is asked for its node.
-// - The table is given up for good, and the map is asked from there on, when somebody else may have changed the map:
-//   one of its members has been called that changes entries or hands out a node or a reference, or its count or its
-//   table of buckets is another one. So it is for a key that an entry has no room for, and without memory.
+// - The bucket is the one that the map computes from the key's first word as it is now. If the first word of a known
+// key
+//   has changed and selects another bucket, the key is new, as it is for the map: two temporaries of different classes
+//   at one address are two objects.
+// - An entry with the index 0 belongs to an object or a class whose storing was interrupted by a raise. Its node is
+//   looked up in the map.
+// - The table is given up for good, and the map is searched from then on, when the program may have changed the map:
+//   when it has called a member that changes entries or hands out a node or a reference, or when the map's count or its
+//   table of buckets has changed. The same happens when a key does not fit into an entry, and when there is no memory.
 #ifndef TAVNOMCL_MFC_CARCSTORED_P_H
 #define TAVNOMCL_MFC_CARCSTORED_P_H
 
@@ -27,10 +31,11 @@ public:
     VELM_CStoredIndexes(const VELM_CStoredIndexes&) = delete;
     VELM_CStoredIndexes& operator=(const VELM_CStoredIndexes&) = delete;
 
-    // Begins beside an empty map.
+    // Begins a table beside an empty map. There is none when the map has entries or more than 65,536 buckets, or when
+    // there is no memory.
     void Start(VELM_CMapPtrToPtr& map);
     void End();
-    // Whether the table says what the map would say.
+    // Whether the table can be relied on: nobody else may have changed the map.
     bool IsRight(const VELM_CMapPtrToPtr* pMap) const
     {
         return pMap == m_pMap && static_cast<size_t>(pMap->m_nCount) == m_table.GetCount() &&
@@ -39,14 +44,15 @@ public:
 
     struct Entry {
         uint32_t nIndex;        // 0 when the object or class is new
-        VELM_CPtrAssoc* pAssoc; // of what is new, or where it is wanted
-        uint32_t* pIndex;       // in the table; NULL where it is not there
-        unsigned nMoves;        // of the table until then
+        VELM_CPtrAssoc* pAssoc; // its node, if it is new or the node was asked for
+        uint32_t* pIndex;       // its index in the table, or NULL
+        unsigned nMoves;        // pIndex is good while the table's Moves() is this number
     };
-    // The entry of an object or a class, which is made when there is none. Raises 1 when there is no memory for it.
+    // Finds the entry of an object or a class, or makes one. bAssoc asks for its node in any case. Raises 1 when there
+    // is no memory.
     Entry Find(VELM_CMapPtrToPtr& map, const void* key, bool bAssoc = false);
-    // The same as far as it takes one line of the table and a free node. Otherwise there is neither index nor node, and
-    // nothing has been done.
+    // The same, for the frequent case that one line of the table and a free node are enough. Otherwise it does nothing,
+    // and the result has neither an index nor a node: call Find then.
     __attribute__((always_inline)) Entry FindNear(VELM_CMapPtrToPtr& map, const void* key)
     {
         const Key inTable = KeyOf(key);
@@ -63,8 +69,8 @@ public:
         m_table.Put(at, inTable.nTag, uint64_t{inTable.nHigh} << 32);
         return {0, pAssoc, &at.Low(), m_table.Moves()};
     }
-    // The index of a class that is stored already, if that is seen in one line of the table, which has not moved since
-    // then. The class that was asked for last is found without.
+    // The index of a class that is stored already, if one line of the table shows it; otherwise 0. Also 0 when the
+    // table has moved since nMoves. The class of the last call is remembered.
     uint32_t IndexOfClass(const VELM_CRuntimeClass* pClass, unsigned nMoves)
     {
         if (nMoves != m_table.Moves())
@@ -81,7 +87,7 @@ public:
         m_pszLastClass = pClass->m_pszName;
         return m_nLastClass = line.nLow[i];
     }
-    // Gives an index to what is new. The fields are those of its entry.
+    // Gives an index to a new object or class. The other arguments are the fields of its Entry.
     void Give(VELM_CPtrAssoc& rAssoc, uint32_t* pIndex, unsigned nMoves, uint32_t nIndex)
     {
         rAssoc.value = reinterpret_cast<void*>(uintptr_t{nIndex});
@@ -99,7 +105,7 @@ private:
         uint32_t nHigh;
     };
 
-    const void* m_pMap = this; // no map is that
+    const void* m_pMap = this; // the map of the table; `this`, which is no map, while there is no table
     const void* m_pBuckets = nullptr;
     unsigned m_nBuckets = 1;
     VELM_CTable m_table;
