@@ -1,7 +1,7 @@
 // The bytes of an archive, and the encodings of its values: each encoder stands beside its decoder.
 //
-// The texts of the assertions are an interface: programs compare what pfm_assert_fail is given. The text is the
-// condition as it stands here, so conditions are written to be read there, down to their blanks.
+// The texts of the assertions are an interface: an assertion passes its condition to pfm_assert_fail as it stands in
+// the source, and programs compare that text. So the conditions must not change, down to their blanks.
 #define VELM_EMIT_INLINES
 #include "mcl/mfc_carccore.h"
 
@@ -17,20 +17,20 @@
 #include "mcl/mfc_cstring_p.h"
 #include "mcl/mfc_memory.h"
 
-// The names that the texts of the assertions use.
+// Names that occur in the texts of the assertions.
 using UINT = unsigned;
 using TCHAR = char;
 #undef FALSE
 static const int FALSE = 0;
 
 const int nMinBufSize = 128;
-const unsigned nCountEscape = 0xFFFF;     // from this on, a count takes the long form
-const unsigned nStringPrefixShort = 0xFF; // from this on, a string's length takes more than one byte
-const unsigned nStringEscape = 0xFFFE;    // from this on, it takes all nine
-const unsigned nLineChunk = 128;          // characters that are read of a line at a time
-const unsigned nFirstRoom = 4096;         // memory that a length earns before any of its bytes has come
-const unsigned nRoomFactor = 16;          // and afterwards: how many times as much as has come
-const unsigned nMostPerTransfer = 1u << 30;
+const unsigned nCountEscape = 0xFFFF;       // a count from here on takes 8 bytes: this value, then the count
+const unsigned nStringPrefixShort = 0xFF;   // the length of a string from here on takes 5 bytes
+const unsigned nStringEscape = 0xFFFE;      // and from here on 9 bytes
+const unsigned nLineChunk = 128;            // how many characters of a line are read at a time
+const unsigned nFirstRoom = 4096;           // bytes of memory that a length is worth before any data has come
+const unsigned nRoomFactor = 16;            // and afterwards: how many times as many as have come
+const unsigned nMostPerTransfer = 1u << 30; // bytes that one call of Read or Write moves
 
 VELM_CHeld::~VELM_CHeld()
 {
@@ -51,7 +51,7 @@ VELM_CArchive::VELM_CArchive(VELM_CFile* pFile, unsigned nMode, int nBufSize, vo
         m_lpBufStart = new (std::nothrow) unsigned char[static_cast<size_t>(m_nBufSize)];
         m_bCallerBuf = 0;
     }
-    if (m_lpBufStart == nullptr || m_pState == nullptr) { // no destructor follows a raise
+    if (m_lpBufStart == nullptr || m_pState == nullptr) { // no destructor runs after a raise in a constructor
         if (!m_bCallerBuf)
             delete[] m_lpBufStart;
         delete m_pState;
@@ -72,7 +72,7 @@ VELM_CArchive::~VELM_CArchive()
         nRaised = pfm_protect([this] { Flush(); });
     Abort();
     delete m_pState;
-    if (nRaised != 0) { // no member is destroyed after this
+    if (nRaised != 0) { // the raise jumps out of here, before the member is destroyed
         std::free(m_strFileName.m_data);
         m_strFileName.m_data = nullptr;
         pfm_raise(nRaised);
@@ -93,7 +93,7 @@ void VELM_CArchive::Abort()
     if (!IsInbound() && m_lpBufCur != m_lpBufStart)
         m_pState->Lose("%lu bytes were dropped unwritten", static_cast<unsigned long>(m_lpBufCur - m_lpBufStart));
     else if (!m_pState->bAborted && m_pState->Depth() > 0)
-        m_pState->Lose("an object was not stored"); // not all of it, whatever has reached the file
+        m_pState->Lose("an object was not stored"); // not as a whole, whatever has reached the file
     m_pState->EndSave();
     m_pState->bAborted = true;
     m_pFile = nullptr;
@@ -111,7 +111,8 @@ void VELM_CArchive::Close()
     Flush();
     m_pState->EndSave();
     m_pFile = nullptr;
-    m_lpBufCur = m_lpBufMax = m_lpBufStart; // what is stored after this comes by Write, which notes that it is lost
+    m_lpBufCur = m_lpBufMax =
+        m_lpBufStart; // without room, whatever is stored later goes to Write, which notes the loss
 }
 
 void VELM_CArchiveState::JoinSave()
@@ -209,8 +210,8 @@ void VELM_CArchiveState::NoteLoss()
         m_pSave->Lose(m_errorText);
 }
 
-// Writes the error text: the offset, what is wrong there, and the objects under way, innermost first. Of many, those in
-// the middle are left out.
+// Sets the error text: the offset, what is wrong there, and the objects under way, innermost first. If there are many
+// of these, those in the middle are only counted.
 void VELM_CArchiveState::Explain(unsigned long long nOffset, const char* lpszFormat, va_list args)
 {
     const unsigned nInner = 6, nOuter = 2;
@@ -232,7 +233,7 @@ void VELM_CArchiveState::Explain(unsigned long long nOffset, const char* lpszFor
         Advance(std::snprintf(m_errorText + n, sizeof m_errorText - n, "%s in %.80s (%s%u)", i == nDepth - 1 ? "," : "",
                               m_calls.At(i).pClass->m_pszName, i == nDepth - 1 ? "index " : "", m_calls.At(i).nIndex));
     }
-    for (char* p = m_errorText; *p != '\0'; ++p) { // a name in it may hold anything
+    for (char* p = m_errorText; *p != '\0'; ++p) { // the name of a class may hold any byte
         if (*p < ' ' || *p > '~')
             *p = '?';
     }
@@ -331,7 +332,8 @@ void VELM_CArchiveState::DropHeld(VELM_CHeld* pHeld)
     delete pHeld;
 }
 
-// What was held after it was left by raises: it stays held, since the file may refer to objects in it.
+// Raises may have left values that were held after this one, and come before it in the list. These stay held, since the
+// file may refer to objects in them.
 void VELM_CArchiveState::Unhold(VELM_CHeld* pHeld)
 {
     VELM_CHeld** ppHeld = &m_pHeld;
@@ -369,7 +371,7 @@ unsigned VELM_CArchive::Read(void* lpBuf, unsigned nMax)
 
     unsigned char* lpTo = static_cast<unsigned char*>(lpBuf);
     unsigned nMaxTemp = nMax;
-    const auto Deliver = [&] { // what is read ahead, as far as it is wanted
+    const auto Deliver = [&] { // copies what has been read ahead, as far as it is wanted
         const unsigned nAhead = static_cast<unsigned>(m_lpBufMax - m_lpBufCur);
         const unsigned n = nAhead < nMaxTemp ? nAhead : nMaxTemp;
         std::memcpy(lpTo, m_lpBufCur, n);
@@ -484,7 +486,7 @@ void VELM_CArchive::FillBuffer(unsigned nBytesNeeded)
 unsigned long VELM_CArchive::LoadBlock(void* lpBuf, unsigned long nBytes)
 {
     unsigned long nHave = 0;
-    // Where nothing can be loaded, each attempt is reported.
+    // On an archive that cannot load, Read is called in any case, so that its assertion reports each attempt.
     bool bCame = nBytes == 0 || m_nDataEnd == dataGoesOn || !IsLoading();
     while (bCame && nHave < nBytes) {
         const unsigned nPart = static_cast<unsigned>(std::min<unsigned long>(nBytes - nHave, nMostPerTransfer));
@@ -546,7 +548,7 @@ void VELM_CArchive::WriteCount(unsigned long dwCount)
     Store32(static_cast<uint32_t>(dwCount));
 }
 
-// A 32-bit value, or the one behind the escape.
+// Loads a 32-bit value or, if that is the escape, the 32-bit value behind it.
 static bool LoadEscaped(VELM_CArchive& ar, uint32_t& rCount)
 {
     return ar.Load32(rCount) && (rCount != nCountEscape || ar.Load32(rCount));
@@ -610,7 +612,7 @@ int VELM_CArchive::LoadPrefixed(VELM_CString& rString)
     if (!CanLoad())
         return 0;
     if (::LoadLength(*this, nLength)) {
-        if (IsLoading() && static_cast<size_t>(m_lpBufMax - m_lpBufCur) >= nLength) { // nothing raises but the memory
+        if (IsLoading() && static_cast<size_t>(m_lpBufMax - m_lpBufCur) >= nLength) { // raises only without memory
             if (!AfxTryAssign(rString, reinterpret_cast<const char*>(m_lpBufCur), nLength))
                 AfxMemoryExhausted();
             m_lpBufCur += nLength;
@@ -663,7 +665,8 @@ void VELM_CArchive::WriteString(const char* lpsz)
     StoreBlock(lpsz, lpsz == nullptr ? 0 : std::strlen(lpsz));
 }
 
-// Reads bytes up to the line end, or nStop; nRead counts those in lpsz at every moment. False when a raise returned.
+// Reads up to nStop bytes of a line into lpsz. nRead is the number of bytes there at every moment, also when a raise
+// jumps out of here. False when the data ended, and the raise returned.
 static bool ReadLine(VELM_CArchive& ar, char* lpsz, unsigned nStop, bool bKeepLineEnd, volatile unsigned& nRead)
 {
     while (nRead < nStop) {
@@ -689,8 +692,8 @@ static bool ReadLine(VELM_CArchive& ar, char* lpsz, unsigned nStop, bool bKeepLi
     return true;
 }
 
-// A raise comes back to sigsetjmp, in pfm_protect, and skips the rest of the body. What is read here after that and was
-// changed in between must be volatile: the compiler may have kept anything else in a register that the jump restored.
+// A raise jumps back to the sigsetjmp in pfm_protect. A variable that the body changes, and that is read after the
+// jump, must be volatile: otherwise the compiler may keep it in a register, which the jump sets back to an old value.
 static char* ReadLineProtected(VELM_CArchive& ar, char* lpsz, unsigned nStop, bool bKeepLineEnd)
 {
     volatile unsigned nRead = 0;
@@ -702,8 +705,9 @@ static char* ReadLineProtected(VELM_CArchive& ar, char* lpsz, unsigned nStop, bo
     return lpsz;
 }
 
-// The number of bytes before the first that ends a line, or is a NUL where these are looked for; all where none is.
-// Looks no farther than twice as far as that is.
+// The number of bytes before the first line feed or carriage return, or NUL if bNul is set; nBytes when there is none.
+// Searches one window after the other, each as long as all before it, so that at most twice the result is looked at, or
+// one chunk.
 static size_t LengthOfLine(const unsigned char* lpFrom, size_t nBytes, bool bNul)
 {
     for (size_t nFrom = 0, nWindow = nLineChunk; nFrom < nBytes; nFrom += nWindow, nWindow = nFrom) {
@@ -721,7 +725,8 @@ static size_t LengthOfLine(const unsigned char* lpFrom, size_t nBytes, bool bNul
     return nBytes;
 }
 
-// The number of bytes that end a line: 1 or 2; 0 where none does, or not all of it is there.
+// The length of the line end at lpFrom: 1 for a line feed, and 2 for a carriage return with the byte behind it. 0 when
+// there is no line end, or not all of it.
 static size_t LengthOfLineEnd(const unsigned char* lpFrom, size_t nBytes)
 {
     if (nBytes > 0 && lpFrom[0] == '\n')
@@ -733,13 +738,13 @@ char* VELM_CArchive::ReadString(char* lpsz, unsigned nMax)
 {
     const bool bKeepLineEnd = nMax > INT_MAX; // negative as an int
     const unsigned nStop = bKeepLineEnd ? 0u - nMax : nMax;
-    // The text is reported as it stands.
+    // The text of the assertion has no blanks around the plus sign.
     // clang-format off
     VELM_ASSERT(AfxIsValidAddress(lpsz, (nStop+1) * sizeof(TCHAR)));
     // clang-format on
     if (!CanLoad())
         return nullptr;
-    // What has been read ahead up to the line's end, or as far as it is wanted, cannot raise.
+    // The fast path: the line has been read ahead, or as much of it as is wanted, so that nothing can raise.
     const size_t nAhead = IsLoading() ? static_cast<size_t>(m_lpBufMax - m_lpBufCur) : 0;
     const size_t nMost = nAhead < nStop ? nAhead : nStop;
     const size_t nText = LengthOfLine(m_lpBufCur, nMost, false);
@@ -760,7 +765,7 @@ int VELM_CArchive::ReadString(VELM_CString& rString)
 {
     if (!CanLoad())
         return 0;
-    // A line that has been read ahead, with nothing in it that is special to a chunk.
+    // The fast path: the line has been read ahead, ends in a line feed, and has no NUL, where a chunk below would end.
     const size_t nAhead = IsLoading() ? static_cast<size_t>(m_lpBufMax - m_lpBufCur) : 0;
     const size_t nText = LengthOfLine(m_lpBufCur, nAhead, true);
     const size_t nLineEnd = LengthOfLineEnd(m_lpBufCur + nText, nAhead - nText);
