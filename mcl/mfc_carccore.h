@@ -1,7 +1,7 @@
 /// \file
 /// The archive: a buffered binary stream of bytes, 32-bit values, counts, strings, lines of text and graphs of objects.
 ///
-/// One class, in three layers. Each stands on the one below, and every byte goes through `Write` or `Read`:
+/// One class, in three layers. Each layer uses the one below, and all bytes go through one buffer:
 ///
 ///     objects     WriteObject, WriteClass         ReadObject, ReadClass          references, class records
 ///                      |                               ^
@@ -16,28 +16,28 @@
 ///     loading:  | delivered             | read ahead | stale |
 ///               m_lpBufStart            m_lpBufCur   m_lpBufMax (storing: the buffer's end)
 ///
-/// Which pair to pick:
+/// Which functions to use:
 ///
 /// | To move | store by | load by | when the data ends |
 /// |---|---|---|---|
-/// | bytes whose number both sides know | `Write` | `Read` | fewer come |
+/// | bytes whose number both sides know | `Write` | `Read` | returns fewer |
 /// | a byte, a 32-bit value, another number, a `bool` | `<<` | `>>` | raises 3 |
 /// | a 64-bit value | `WriteUInt64`, `WriteInt64` | `ReadUInt64`, `ReadInt64` | raises 3 |
 /// | an enumeration | `WriteEnum` | `ReadEnum` | raises 3 |
 /// | a number of things that follow | `WriteCount` | `ReadCount` | raises 3 |
 /// | a string with its length | `<<` | `>>` | raises 3 |
-/// | text, line by line | `WriteString`, with the line ends | `ReadString` | NULL, or 0 |
+/// | text, line by line | `WriteString`, with the line ends | `ReadString` | returns NULL, or 0 |
 /// | an object, with all that it refers to | `WriteObject` | `ReadObject` | raises 3 |
 /// | a class alone | `WriteClass` | `ReadClass` | raises 3 |
 ///
-/// What is true at every moment:
-/// - `m_lpBufStart` <= `m_lpBufCur` <= `m_lpBufMax` <= `m_lpBufStart` + `m_nBufSize`. Storing, what lies before
-///   `m_lpBufCur` has not reached the file; loading, the file stands behind what lies before `m_lpBufMax`.
-/// - An index is given once, to an object or a class, and stays below `nIndexLimit`. `m_nIndexCount` is the next one.
-/// - A value comes whole or not at all. Once one came up short, the archive is at its end for every reader of values,
-///   until `Flush`: see `IsDataEnded`.
+/// What holds at every moment:
+/// - `m_lpBufStart` <= `m_lpBufCur` <= `m_lpBufMax` <= `m_lpBufStart` + `m_nBufSize`. Storing, the bytes before
+///   `m_lpBufCur` have not been written to the file yet. Loading, the position of the file is that of `m_lpBufMax`.
+/// - An index is given once, to one object or class, and is below `nIndexLimit`. `m_nIndexCount` is the next index.
+/// - A value is loaded whole or not at all. Once the data has ended inside a value, every further attempt to load one
+///   fails, until `Flush`: see `IsDataEnded`.
 ///
-/// The fields are public because they always were: programs and debuggers know them, at these places.
+/// The fields are public for compatibility: programs and debuggers use them, at their present offsets.
 #ifndef TAVNOMCL_MFC_CARCCORE_H
 #define TAVNOMCL_MFC_CARCCORE_H
 
@@ -61,8 +61,9 @@ class VELM_CMapPtrToPtr;
 class VELM_CPtrArray;
 struct VELM_CPtrAssoc;
 
-/// Something that a reader needs until it is done, and that no raise may lose: made by operator new, and deleted by the
-/// archive that holds it, by `VELM_CArchive::DropHeld` or with itself.
+/// Base class of values that a reader of several parts needs until it is done, and that a raise in between must not
+/// lose. Such a value is made by operator new and passed to `VELM_CArchive::Hold`. From then on the archive owns it,
+/// and deletes it in `VELM_CArchive::DropHeld`, or in its own destructor when a raise has left the reader.
 class VELM_API VELM_CHeld {
 public:
     VELM_CHeld() : m_pOuter(NULL), m_nDepth(0), m_nInHeld(0) {}
@@ -73,9 +74,9 @@ public:
 private:
     friend class VELM_CArchive;
     friend class VELM_CArchiveState;
-    VELM_CHeld* m_pOuter; // held before this one
-    unsigned m_nDepth;    // objects under way then
-    unsigned m_nInHeld;   // and objects that held values owned
+    VELM_CHeld* m_pOuter; // the value that was held before this one
+    unsigned m_nDepth;    // how many objects were under way then
+    unsigned m_nInHeld;   // how many objects were owned by held values then
 };
 
 /// A binary stream in one direction, storing to a `VELM_CFile` or loading from it, through one buffer.
@@ -84,63 +85,67 @@ private:
 /// the same bytes on every machine.
 ///
 /// The archive borrows the file: it neither opens nor closes it, and does not look at its errors (see
-/// `VELM_CFile::ERROR_CODE`). A storing archive fills its buffer completely before anything reaches the file. Every
-/// transfer asserts that its direction is the archive's, "IsStoring()" or "IsLoading()", and that the archive has its
-/// buffer; after such a failure nothing is transferred, and nothing raised. With `noFlushOnDestroy` in the mode, bytes
-/// go in the direction of the lowest bit, though the assertion is reported; objects are not stored. The raise codes are
-/// the causes of `VELM_CArchiveException`.
+/// `VELM_CFile::ERROR_CODE`). A storing archive fills its buffer completely before anything reaches the file.
 ///
-/// What a storing archive could not store, it remembers: see `IsWhole`. Files that answer for a whole save, such as
-/// `VELM_CSaveFile`, are told.
+/// Every function that moves data asserts that the archive has the right direction, by "IsStoring()" or "IsLoading()",
+/// and that it has its buffer. When such an assertion fails, no data is moved, and nothing is raised. If the mode
+/// contains `noFlushOnDestroy`, the assertion of the direction fails always. Bytes and values are moved nevertheless,
+/// in the direction of the mode's lowest bit; objects are not stored. The raise codes are the causes of
+/// `VELM_CArchiveException`.
+///
+/// A storing archive remembers whether something could not be stored: see `IsWhole`. It tells that also to a file that
+/// must know whether a save is whole, such as a `VELM_CSaveFile`.
 class VELM_API VELM_CArchive {
 public:
     /// Modes.
     enum {
         store = 0,           ///< From the caller's values to the file.
         load = 1,            ///< From the file to the caller.
-        noFlushOnDestroy = 2 ///< Added to either: the destructor does not flush.
+        noFlushOnDestroy = 2 ///< Added to one of these: the destructor does not flush.
     };
 
     /// Tags of object and class references, and the limit of indexes.
     enum : unsigned {
         wNullTag = 0,               ///< The null object.
-        wBigObjectTag = 0x7FFF,     ///< A 32-bit index follows.
+        wBigObjectTag = 0x7FFF,     ///< A reference in the long form follows, in 32 bits.
         wClassTag = 0x8000,         ///< Set in a short reference to a class that was stored before.
         wNewClassTag = 0xFFFF,      ///< A class record follows.
         dwBigClassTag = 0x80000000, ///< Set in a 32-bit reference to a class that was stored before.
-        nIndexLimit = 0x3FFFFFFE    ///< Indexes are below this.
+        nIndexLimit = 0x3FFFFFFE    ///< Every index is below this.
     };
 
     void* m_pReserved;           ///< NULL; not used.
     int m_nReserved;             ///< 1; not used.
     int m_bDirectBuffer;         ///< 0.
-    unsigned m_nCurSchema;       ///< Schema of the object being loaded; 0xFFFFFFFF for none.
-    VELM_CString m_strFileName;  ///< The file's path at construction.
+    unsigned m_nCurSchema;       ///< What `GetObjectSchema` returns next; 0xFFFFFFFF for none.
+    VELM_CString m_strFileName;  ///< The path that the file had when the archive was constructed.
     unsigned m_nMode;            ///< The mode.
-    int m_bCallerBuf;            ///< Whether the buffer is the caller's.
-    int m_nBufSize;              ///< Size of the buffer in bytes, at least 128.
+    int m_bCallerBuf;            ///< Whether the buffer belongs to the caller.
+    int m_nBufSize;              ///< The size of the buffer in bytes, at least 128.
     VELM_CFile* m_pFile;         ///< The file; NULL after `Close` and `Abort`.
-    unsigned char* m_lpBufCur;   ///< The next byte to be delivered, or filled.
-    unsigned char* m_lpBufMax;   ///< The end of the bytes read ahead, or of the buffer.
+    unsigned char* m_lpBufCur;   ///< Loading: the next byte to be delivered. Storing: the place of the next byte.
+    unsigned char* m_lpBufMax;   ///< Loading: the end of the bytes read ahead. Storing: the end of the buffer.
     unsigned char* m_lpBufStart; ///< The buffer.
-    unsigned m_nIndexCount;      ///< The next index of an object or class, once there is a map or array; else 0.
+    unsigned m_nIndexCount;      ///< The next index of an object or class; 0 until there is a map or an array.
     union {
-        /// Storing: from object or class to index. NULL until needed. A program may read it at any time, also two
-        /// threads of it at once; from its first look for a key on, new objects take a little longer. After a program
-        /// has called a member that is not const, or `GetAssocAt`, the archive asks the map itself for each object,
-        /// which takes longer. A program that changes an index in a node in place calls the map's `WalkChains` then:
-        /// without that the archive goes on with the index that it gave.
+        /// Storing: the map from each object and class to its index. NULL until needed. A program may read the map at
+        /// any time, also in two threads at once; once it has looked up a key, new objects take a little longer to
+        /// store. When a program calls a member of the map that is not const, or `GetAssocAt`, the archive searches the
+        /// map for each object from then on, which takes longer. A program that changes an index in a node in place
+        /// must call the map's `WalkChains`; otherwise the archive goes on with the index that it has given.
         VELM_CMapPtrToPtr* m_pStoreMap;
-        VELM_CPtrArray* m_pLoadArray; ///< Loading: from index to object or class. NULL until needed.
+        VELM_CPtrArray* m_pLoadArray; ///< Loading: the object or class of each index. NULL until needed.
     };
-    VELM_CObject* m_pLoader; ///< Owned; what loads objects and classes, or NULL.
-    int m_nMapGrowth;        ///< Block size of the map, or growth step of the array.
-    unsigned m_nMapBuckets;  ///< Number of buckets of the map.
+    VELM_CObject* m_pLoader; ///< What loads objects and classes, or NULL. It belongs to the archive.
+    int m_nMapGrowth;        ///< The block size of the map, or the growth step of the array.
+    unsigned m_nMapBuckets;  ///< The number of buckets of the map.
 
-    /// An archive over an open file. A buffer of `nBufSize` bytes is allocated, or `lpBuf` used, which stays the
-    /// caller's; below 128, 128 bytes are allocated in any case.
+    /// Makes an archive over an open file. `lpBuf` is a buffer of `nBufSize` bytes, which stays the caller's and must
+    /// live as long as the archive; with NULL, the archive allocates one. If `nBufSize` is below 128, the archive
+    /// allocates 128 bytes and does not use `lpBuf`. Exhausted memory: see `AfxMemoryExhausted`.
     VELM_CArchive(VELM_CFile* pFile, unsigned nMode, int nBufSize = 65536, void* lpBuf = NULL);
-    /// Flushes, unless `noFlushOnDestroy` is set or the archive is closed, and releases what the archive owns.
+    /// Flushes, unless the mode contains `noFlushOnDestroy` or the archive is closed, and releases what it owns. The
+    /// objects that it has loaded are not deleted. What a flush raises is raised again at the end.
     ~VELM_CArchive();
     VELM_CArchive(const VELM_CArchive&) = delete;
     VELM_CArchive& operator=(const VELM_CArchive&) = delete;
@@ -150,29 +155,30 @@ public:
     /// Whether the mode is `store` and nothing else.
     VELM_INLINE int IsStoring() const { return m_nMode == store; }
 
-    /// Forgets the file without flushing and releases what the archive owns. The archive can only be destroyed then:
-    /// `WriteObject`, `WriteClass` and `MapObject` do nothing.
+    /// Forgets the file without flushing, and releases what the archive owns. All that is left to do with the archive
+    /// is to destroy it: `WriteObject`, `WriteClass` and `MapObject` do nothing.
     void Abort();
-    /// Flushes, and forgets the file, which stays open. The archive can only be destroyed then.
+    /// Flushes, and forgets the file, which stays open. The archive must not store or load anything after that.
     void Close();
-    /// Loading: delivers up to `nMax` bytes and returns how many; fewer only when the data ends. Raises nothing.
+    /// Loading: delivers up to `nMax` bytes to `lpBuf` and returns how many; fewer only when the data ends. Asserts
+    /// "lpBuf != NULL" unless `nMax` is 0. Raises nothing.
     unsigned Read(void* lpBuf, unsigned nMax);
-    /// Storing: takes the bytes.
+    /// Storing: stores `nMax` bytes from `lpBuf`. Asserts "lpBuf != NULL" unless `nMax` is 0.
     void Write(const void* lpBuf, unsigned nMax);
-    /// Storing: hands the waiting bytes to the file. Loading: moves the file's position back to the first byte that
-    /// was not delivered.
+    /// Storing: writes the bytes in the buffer to the file. Loading: moves the file's position back to the first byte
+    /// that has not been delivered, and lets readers look for data again after its end.
     void Flush();
-    /// Loading: makes at least `nBytesNeeded` bytes available at `m_lpBufCur`; raises 3 when the data ends before.
+    /// Loading: makes at least `nBytesNeeded` bytes available at `m_lpBufCur`. Raises 3 when the data ends before.
     /// Asserts "nBytesNeeded > 0" and "nBytesNeeded <= (UINT)m_nBufSize".
     void FillBuffer(unsigned nBytesNeeded);
 
-    /// Stores a count: 4 bytes below 0xFFFF, else 8. A count above 0xFFFFFFFF fails "dwCount <= 0xFFFFFFFF" and raises
-    /// 1; nothing is stored.
+    /// Stores a count: in 4 bytes if it is below 0xFFFF, else in 8. For a count above 0xFFFFFFFF, which is possible on
+    /// 64-bit machines, the assertion "dwCount <= 0xFFFFFFFF" fails, 1 is raised, and nothing is stored.
     void WriteCount(unsigned long dwCount);
-    /// Loads a count. Raises 3 when the data ends; where that returns, 0.
+    /// Loads a count. Raises 3 when the data ends; returns 0 if the raise returns.
     unsigned long ReadCount();
-    /// Stores a 64-bit value in 8 bytes. By name: `uint64_t` is `unsigned long` on some machines, which `<<` stores
-    /// in 4.
+    /// Stores a 64-bit value in 8 bytes. There is no `<<` for it, since `uint64_t` is `unsigned long` on some machines,
+    /// and `<<` stores an `unsigned long` in 4 bytes.
     void WriteUInt64(unsigned long long nValue)
     {
         Store32(static_cast<uint32_t>(nValue));
@@ -180,7 +186,7 @@ public:
     }
     /// Stores a 64-bit value in 8 bytes, as two's complement.
     void WriteInt64(long long nValue) { WriteUInt64(static_cast<unsigned long long>(nValue)); }
-    /// Loads a 64-bit value. Raises 3 when the data ends; where that returns, 0.
+    /// Loads a 64-bit value. Raises 3 when the data ends; returns 0 if the raise returns.
     unsigned long long ReadUInt64()
     {
         unsigned long long nValue = 0;
@@ -190,21 +196,21 @@ public:
     }
     /// \copydoc ReadUInt64
     long long ReadInt64() { return static_cast<long long>(ReadUInt64()); }
-    /// Stores an enumerator in 4 bytes, as two's complement, whatever the width of its type, which is at most 4 bytes.
+    /// Stores an enumerator in 4 bytes, as two's complement. Its type may be narrower, but not wider.
     template <class ENUM> void WriteEnum(ENUM nValue)
     {
         static_assert(std::is_enum<ENUM>::value && sizeof(ENUM) <= 4, "an enumeration of at most 4 bytes");
         Store32(static_cast<uint32_t>(nValue));
     }
-    /// The same of an enumerator from `nFirst` to `nLast`. Raises 1 for a value outside of these, which `ReadEnum`
-    /// would refuse; nothing is stored then.
+    /// The same for an enumerator from `nFirst` to `nLast`. Raises 1 for any other value, which `ReadEnum` would
+    /// refuse, and stores nothing.
     template <class ENUM> void WriteEnum(ENUM nValue, ENUM nFirst, ENUM nLast)
     {
         static_assert(std::is_enum<ENUM>::value && sizeof(ENUM) <= 4, "an enumeration of at most 4 bytes");
         StoreRange(static_cast<uint32_t>(nValue), static_cast<uint32_t>(nFirst), static_cast<uint32_t>(nLast));
     }
-    /// Loads an enumerator from `nFirst` to `nLast`. Raises 3 when the data ends, and 1 for a value outside of these;
-    /// the operand keeps its value then.
+    /// Loads an enumerator from `nFirst` to `nLast`. Raises 3 when the data ends, and 1 for any other value; `rValue`
+    /// keeps its value then.
     template <class ENUM> void ReadEnum(ENUM& rValue, ENUM nFirst, ENUM nLast)
     {
         static_assert(std::is_enum<ENUM>::value && sizeof(ENUM) <= 4, "an enumeration of at most 4 bytes");
@@ -212,15 +218,27 @@ public:
         if (LoadRange(nValue, static_cast<uint32_t>(nFirst), static_cast<uint32_t>(nLast)))
             rValue = static_cast<ENUM>(static_cast<typename std::underlying_type<ENUM>::type>(nValue));
     }
-    /// Stores the bytes of the text, of any length, without a length or a terminator.
-    void WriteString(const char* lpsz);
-    /// Loads one line: up to `nMax` bytes before a line feed, or a carriage return and the byte behind it. The line
-    /// end is consumed and dropped; with a negative `nMax` as an int, of that many bytes, one byte of it is kept. The
-    /// buffer has room for one byte more: the final NUL. Returns the buffer; NULL at the end of the data. Raises
+    /// Stores the bytes of a NUL-terminated text of any length, without its length and without the NUL. NULL stores
     /// nothing.
+    void WriteString(const char* lpsz);
+    /// Loads up to `nMax` bytes of a line, and puts a NUL behind them; `lpsz` must have room for `nMax` + 1 bytes. A
+    /// line ends at a line feed, or at a carriage return together with the byte behind it, whatever that is. The line
+    /// end is consumed, but not delivered. The rest of a longer line is left for the next call, and so is a line end
+    /// that follows exactly `nMax` bytes.
+    ///
+    /// If `nMax` is negative as an int, up to -`nMax` bytes are loaded, and the last byte of the line end is delivered
+    /// and counted with them. For example, of the bytes "ab\r\ncd" `ReadString(buf, 10)` delivers "ab", and
+    /// `ReadString(buf, (unsigned)-10)` delivers "ab\n"; the next byte is the "c" in both cases.
+    ///
+    /// Returns `lpsz`. Returns NULL when the data ends, or something is raised, before any byte could be delivered.
+    /// Raises nothing itself.
     char* ReadString(char* lpsz, unsigned nMax);
-    /// Loads one line of any length, without its line end. Returns 1; 0 and an empty string at the end of the data. A
-    /// last line without a line end gives 1 as well; 0, but with its text, where its length is a multiple of 128.
+    /// Loads one line of any length, without its line end. Returns 1 if there was a line. At the end of the data it
+    /// returns 0, and the string is empty.
+    ///
+    /// A last line without a line end is delivered with the result 1, too; but with 0 if its length is a multiple of
+    /// 128, so look at the string as well. Behind a carriage return alone, the byte that follows it stays at the end of
+    /// the line. A line that holds a NUL byte is not delivered whole.
     int ReadString(VELM_CString& rString);
 
     /// Stores an object reference, and the object when it is new to the archive: its class, then its `Serialize`.
