@@ -168,8 +168,9 @@ public:
     /// Storing: writes the bytes in the buffer to the file. Loading: moves the file's position back to the first byte
     /// that has not been delivered, and lets readers look for data again after its end.
     void Flush();
-    /// Loading: makes at least `nBytesNeeded` bytes available at `m_lpBufCur`. Raises 3 when the data ends before.
-    /// Asserts "nBytesNeeded > 0" and "nBytesNeeded <= (UINT)m_nBufSize".
+    /// Loading: makes at least `nBytesNeeded` bytes available at `m_lpBufCur`. Raises 3 when the data ends before. Does
+    /// not read from the file again when no byte has been delivered since the buffer was last filled. Asserts
+    /// "nBytesNeeded > 0" and "nBytesNeeded <= (UINT)m_nBufSize".
     void FillBuffer(unsigned nBytesNeeded);
 
     /// Stores a count: in 4 bytes if it is below 0xFFFF, else in 8. For a count above 0xFFFFFFFF, which is possible on
@@ -226,12 +227,12 @@ public:
     /// end is consumed, but not delivered. The rest of a longer line is left for the next call, and so is a line end
     /// that follows exactly `nMax` bytes.
     ///
-    /// If `nMax` is negative as an int, up to -`nMax` bytes are loaded, and the last byte of the line end is delivered
-    /// and counted with them. For example, of the bytes "ab\r\ncd" `ReadString(buf, 10)` delivers "ab", and
+    /// If `nMax` is negative as an int, its absolute value is the limit, and the last byte of the line end is delivered
+    /// as well. For example, of the bytes "ab\r\ncd" `ReadString(buf, 10)` delivers "ab", and
     /// `ReadString(buf, (unsigned)-10)` delivers "ab\n"; the next byte is the "c" in both cases.
     ///
-    /// Returns `lpsz`. Returns NULL when the data ends, or something is raised, before any byte could be delivered.
-    /// Raises nothing itself.
+    /// Returns `lpsz`; NULL when the data ends, or the file raises, before any byte could be delivered. No raise leaves
+    /// the call.
     char* ReadString(char* lpsz, unsigned nMax);
     /// Loads one line of any length, without its line end. Returns 1 if there was a line. At the end of the data it
     /// returns 0, and the string is empty.
@@ -241,155 +242,177 @@ public:
     /// the line. A line that holds a NUL byte is not delivered whole.
     int ReadString(VELM_CString& rString);
 
-    /// Stores an object reference, and the object when it is new to the archive: its class, then its `Serialize`.
-    /// Asserts "pClassRef != NULL" and, of a new class, "pClassRef->m_pszName != NULL". Raises 1 for a class with the
-    /// schema 0xFFFF, 5 when no index is left.
+    /// Stores an object reference. If the object is new to the archive, it stores a reference to the object's class,
+    /// and calls the object's `Serialize`. NULL is stored as the null object. Asserts that the object has a class
+    /// record, "pClassRef != NULL", and that a new class has a name, "pClassRef->m_pszName != NULL"; when one of these
+    /// fails, the object is not stored. Raises 1 for a class with the schema 0xFFFF, for objects nested too deep (see
+    /// `SetMaxDepth`) and for what the class table refuses (see `SetClassTable`), and 5 when no index is left.
     ///
-    /// Objects are known by their addresses: each must live until the last one is stored, or another one at its address
-    /// is taken for it.
+    /// The archive knows objects by their addresses. So each object must live until the last one is stored: a new
+    /// object at the address of a dead one would be taken for that.
     void WriteObject(const VELM_CObject* pOb);
-    /// Loads an object reference: NULL, an object that the archive had before, or a new object, which its class's
-    /// table entry makes, which gets its index, and whose `Serialize` is called then. The object is of the requested
-    /// class or of one derived from it; NULL requests nothing. See `SetClassTable` for what can be wrong.
+    /// Loads an object reference. Returns NULL, an object that the archive has had before, or a new object. A new
+    /// object is made by the function in the class table, gets the next index, and then loads its data in its
+    /// `Serialize`. It belongs to the caller, unless it is loaded for an owner or deleted by `DeleteLoadedObjects`.
     ///
-    /// Without a class table: loads and drops 4 bytes and returns NULL. Raises 1 when the requested class has the
-    /// schema 0xFFFF, 3 when the data ends.
+    /// The object must be of the requested class or of one derived from it; NULL allows any class. Raises 1 when the
+    /// requested class has the schema 0xFFFF. See `SetClassTable` for what can be wrong with the data. If the raise
+    /// returns, the result is NULL.
+    ///
+    /// Without a class table: loads and drops 4 bytes, and returns NULL. Raises 3 when the data ends.
     VELM_CObject* ReadObject(const VELM_CRuntimeClass* pClassRefRequested);
-    /// Stores a class reference, and the class record when it is new to the archive. Asserts and raises as
-    /// `WriteObject`.
+    /// Stores a class reference. If the class is new to the archive, it stores the class record. Asserts and raises as
+    /// `WriteObject` does.
     void WriteClass(const VELM_CRuntimeClass* pClassRef);
-    /// Loads a class reference and returns the class, its stored schema through `pSchema`. Where an object reference
-    /// stands instead, returns NULL and its index through `pObTag`, or raises 5 when that is NULL.
+    /// Loads a class reference. Returns the class, and its stored schema through `pSchema`, which may be NULL. The
+    /// class must be the requested one or derived from it; NULL allows any class. If the data has an object reference
+    /// instead, returns NULL, and the object's index through `pObTag`; raises 5 if `pObTag` is NULL. Otherwise raises
+    /// as `ReadObject` does, and returns NULL if the raise returns.
     ///
-    /// Without a class table: loads and drops 4 bytes, stores 0 through `pObTag` and returns NULL; raises 5 when
-    /// `pObTag` is NULL. Raises 1 and 3 as `ReadObject`.
+    /// Without a class table: loads and drops 4 bytes, delivers 0 through `pObTag`, and returns NULL; raises 5 if
+    /// `pObTag` is NULL.
     VELM_CRuntimeClass* ReadClass(const VELM_CRuntimeClass* pClassRefRequested, unsigned* pSchema = NULL,
                                   unsigned long* pObTag = NULL);
-    /// `WriteClass` when storing, else `ReadClass` of a class reference alone.
+    /// Storing: calls `WriteClass`. Loading: calls `ReadClass`, and raises 5 if the data has an object reference.
     void SerializeClass(const VELM_CRuntimeClass* pClassRef);
-    /// Gives the object the next index without storing or loading anything. NULL: nothing but the map or array, which
-    /// every operation on objects makes when there is none. Raises 5 when no index is left.
+    /// Gives the object the next index without storing or loading anything. The object remains the program's: the
+    /// archive does not delete it, and no object can own it. NULL gets no index; the store map or the load array is
+    /// made if there is none, as by every operation on objects. Raises 5 when no index is left.
     void MapObject(const VELM_CObject* pOb);
-    /// Loading: switches the loading of objects and classes on, with these classes; NULL switches it off again.
-    /// Storing: `WriteObject` and `WriteClass` raise 1, before any byte, where a program with this table could not load
-    /// what they store: a class that is not in it, an object of an abstract class, and one of a C++ class that is
-    /// derived from the one that was added by `VELM_CClassTable::Add<TYPE>` and has no class record of its own. The
-    /// table outlives the archive.
+    /// Loading: the archive loads objects of the classes in this table; with NULL it loads no objects. Storing:
+    /// `WriteObject` and `WriteClass` raise 1, before any byte is stored, for what a program with this table could not
+    /// load. That is a class that is not in the table, an object of an abstract class, and an object of a C++ class
+    /// that is derived from the one added by `VELM_CClassTable::Add<TYPE>` and has no class record of its own. The
+    /// table must outlive the archive.
     ///
-    /// The data may come from anywhere. What is wrong in it ends in a raise, which `GetErrorText` explains: 3 when it
-    /// ends; 5 for an index that was not given out, that is an object where a class is needed or a class where an
-    /// object is, or when no index is left; 1 for a class that is not in the table, that has the stored schema 0xFFFF
-    /// or a newer one than in the table, or that is not the requested one, and for objects that are nested too deep.
-    /// After a raise, `DeleteLoadedObjects` and destruction are all that is left to do with the archive.
+    /// The data may come from anywhere. Whatever is wrong with it ends in a raise, which `GetErrorText` explains:
+    /// - 3 when the data ends;
+    /// - 5 for an index that has not been given out, for a class in place of an object or an object in place of a
+    /// class,
+    ///   for a tag that is never stored, and when no index is left;
+    /// - 1 for a class that is not in the table, is abstract or is not the requested one, for a schema that is 0xFFFF
+    /// or
+    ///   newer than the table's, and for objects that are nested too deep.
+    ///
+    /// After a raise the archive can only delete the loaded objects, by `DeleteLoadedObjects`, and be destroyed.
     void SetClassTable(const VELM_CClassTable* pTable);
-    /// How deep objects may be nested in each other's `Serialize`, storing and loading; 1,000,000 unless set. Deeper
-    /// ones raise 1, as does a level for which there is no memory.
+    /// Sets how deep objects may be nested in each other's `Serialize`, storing and loading. Without this call it is
+    /// 1,000,000. Deeper objects raise 1, and so does a level for which there is no memory.
     ///
-    /// The size of the caller's stack is no limit. When the calls of an archive have used 16 KiB of it, or a quarter of
-    /// what was left if that is less, they go on on segments of memory of the archive's own, of 2, 4, 8 and so on up to
-    /// 64 MiB, which are released with the archive. This is address space; the system gives memory as it is used, about
-    /// 300 bytes for each level and what the class's `Serialize` takes. A `Serialize` that runs on a segment has at
-    /// least 1 MiB of stack. Below lies 1 MiB that cannot be accessed: a frame that needs more ends the process there.
-    /// A 32-bit process has room for some hundred archives that are this deep at once.
+    /// The size of the caller's stack does not limit the depth. When the calls of an archive have used 16 KiB of it, or
+    /// a quarter of what was left if that is less, they continue on segments: memory that the archive uses as a stack,
+    /// and releases at its end. The segments have 2, 4, 8 and so on up to 64 MiB of address space. The system provides
+    /// the memory as it is used: about 300 bytes for each level, and what the class's `Serialize` takes. A `Serialize`
+    /// that runs on a segment has at least 1 MiB of stack. Below the segment lies 1 MiB that cannot be accessed: a
+    /// frame that is too large ends the process there. A 32-bit process has the address space for about a hundred
+    /// archives that are 100,000 levels deep at once.
     ///
-    /// A `Serialize` may use other archives, which may use this one. It may go on on another stack, that of a coroutine
-    /// or of a thread that it waits for, if that is memory of its own and no array inside a function. What is raised
-    /// there is caught there by a cleanup block, and raised again by the `Serialize`. A C++ exception that leaves a
-    /// `Serialize` on a segment ends the process by `std::terminate`.
+    /// A `Serialize` may use other archives, which may use this one. It may continue on another stack, that of a
+    /// coroutine or of a thread that it waits for, provided that this stack is not an array inside a function. A raise
+    /// must not jump from one stack to another: the other stack needs a cleanup block that catches it, and the
+    /// `Serialize` raises it again. A C++ exception that leaves a `Serialize` on a segment ends the process by
+    /// `std::terminate`.
     void SetMaxDepth(unsigned nMaxDepth);
-    /// What went wrong last, at which offset in the stream and inside which objects, in one line of printable
-    /// characters, such as "offset 812: the data ends, in Rect (index 31) in Layer (9) in Document (1)"; "" for
-    /// nothing. Of many objects inside each other those in the middle are counted. Valid until the next failure, also
-    /// after `Abort`.
+    /// Returns what went wrong last, with its offset in the stream and the objects in which it happened, in one line of
+    /// printable characters. An example is "offset 812: the data ends, in Rect (index 31) in Layer (9) in Document
+    /// (1)". If many objects are nested in each other, those in the middle are only counted. Returns "" when nothing
+    /// went wrong. The text belongs to the archive and is valid until the next failure, also after `Abort`.
     const char* GetErrorText() const;
-    /// The code that was raised with that text; 0 where none was.
+    /// Returns the code that was raised with that text; 0 when nothing was raised.
     int GetErrorCause() const;
-    /// Storing: 1 while all that was to be stored has been; 0 after a check by which something was not stored, after a
-    /// raise amid an object or a write of the file, and after bytes were dropped by `Abort` or stored after `Close`.
-    /// Asked in a `Serialize`, it answers for what is complete. A file's own failures are the file's to tell.
-    /// Loading: 1.
+    /// Storing: returns 1 as long as everything that should be stored has been. Returns 0 after a failed check because
+    /// of which something was not stored, after a raise in the middle of an object or of a write to the file, after
+    /// `Abort` has dropped bytes, and after a write that followed `Close`. Inside a `Serialize`, the objects under way
+    /// do not count as missing. The file's own failures are not considered; ask the file. Loading: returns 1.
     int IsWhole() const;
-    /// For a program's own writers: notes that something was not stored, without a raise. `GetErrorText` has the text.
+    /// For a program's own writers: notes that something was not stored, without a raise. `GetErrorText` returns the
+    /// text, and `IsWhole` returns 0 from then on. Does nothing when loading.
     void NoteLoss(const char* lpszText);
-    /// For a program's own checks, storing and loading: raises 1, with the text in `GetErrorText`, which adds the
-    /// offset of the next byte and the objects under way.
+    /// For a program's own checks, storing and loading: raises 1. `GetErrorText` returns the text, with the offset of
+    /// the next byte and the objects under way.
     void RaiseInvalid(const char* lpszText);
-    /// The same, and raises 5, as for an object that is not where it should be.
+    /// The same with the code 5, for an object that is not where it should be.
     void RaiseBadIndex(const char* lpszText);
-    /// Loading: deletes every object that this archive has made and that no other object owns; owners delete theirs.
-    /// First objects of classes with a function for it let go of what they refer to (see `VELM_CClassTable::Add`),
-    /// which nobody owns then. Otherwise the objects are the caller's. After `Abort` none is known any more.
+    /// Loading: deletes the objects that this archive has made. Objects that are owned by others are left to their
+    /// owners. Before the first deletion, every object whose class has a function for it forgets the objects that it
+    /// refers to (see `VELM_CClassTable::Add`); these have no owner then, and are deleted as well. Without this call
+    /// the loaded objects are the caller's. After `Abort` the archive knows no objects, and deletes none.
     void DeleteLoadedObjects();
 
     /// \name Owners
     ///
-    /// An object may delete what it refers to in its destructor: it owns that. An archive that knows of it refuses
-    /// files in which two own one object, in which an object owns itself through others, and in which something is
-    /// missing that must be there. `AfxOwned` and the smart pointers of the standard library do the same, in
-    /// `mfc_std.h`.
+    /// An object owns another one if its destructor deletes it. A class that stores and loads what it owns by these
+    /// functions tells the archive about it. The archive then refuses data in which an object has two owners or owns
+    /// itself through others, or in which an owned object is missing. `AfxOwned` and the smart pointers of the standard
+    /// library, in `mfc_std.h`, use the same functions.
     /// \{
 
-    /// Who is to own an object: `plainOwner`, a pointer that its holder deletes; `smartOwner`, one that deletes by
-    /// itself; `sharedOwner`, one of several that share the object; `weakOwner`, one that shares it only while others
-    /// do.
+    /// The kinds of owners: `plainOwner` is a plain pointer, whose holder deletes the object; `smartOwner` is a smart
+    /// pointer that owns the object alone; `sharedOwner` is one of several smart pointers that share it; `weakOwner` is
+    /// a pointer to a shared object that does not keep it alive.
     enum Owner { plainOwner, smartOwner, sharedOwner, weakOwner };
 
-    /// Loads an object that is owned from now on by the object whose `Serialize` is running: adopted as soon as the
-    /// pointer is in the operand. Outside of all objects it is the caller's, and `DeleteLoadedObjects` deletes it
-    /// still.
+    /// Loads an object into a pointer that owns it. The owner is the object whose `Serialize` is running, from the
+    /// moment at which the pointer is in `rpOb`. Outside of all objects the owner is the caller; as long as the load is
+    /// not finished, `DeleteLoadedObjects` deletes the object nevertheless.
     ///
-    /// Raises as `ReadObject`, and 5 for NULL, for an object that has an owner already or would own itself through
-    /// others, and for one that the program has mapped by `MapObject`; the operand keeps its value then. An object that
-    /// others refer to already may be adopted. While the load goes on, what has been adopted must not be deleted by
-    /// hand: the file may refer to it again.
+    /// The object must be of the class `TYPE` or of one derived from it; see `VELM_CClassOf`. Raises as `ReadObject`
+    /// does, and raises 5 for NULL, for an object that has an owner already or would own itself through others, and for
+    /// an object that the program has mapped by `MapObject`. `rpOb` keeps its value then. An object may get its owner
+    /// after others have referred to it. As long as the load goes on, the owner must not delete the object, since the
+    /// data may refer to it again.
     template <class TYPE> void ReadOwned(TYPE*& rpOb);
-    /// The same, where NULL is allowed.
+    /// The same, but NULL is allowed.
     template <class TYPE> void ReadOwnedOrNull(TYPE*& rpOb);
-    /// Stores an object that the object whose `Serialize` is running owns. Raises as `WriteObject`, and 1 for what
-    /// `ReadOwned` would refuse.
+    /// Stores an object that is owned by the object whose `Serialize` is running, or by the caller outside of all
+    /// objects. Raises as `WriteObject` does, and raises 1 for everything that `ReadOwned` would refuse.
     void WriteOwned(const VELM_CObject* pOb) { WriteForOwner(pOb, plainOwner, 0); }
-    /// The same, where NULL is allowed.
+    /// The same, but NULL is allowed.
     void WriteOwnedOrNull(const VELM_CObject* pOb) { WriteForOwner(pOb, plainOwner, 1); }
-    /// Whether every object of this archive but the root has an owner, or was loaded or stored as owned by the caller:
-    /// then a caller who deletes these and the root loses nothing. Else 0, and `GetErrorText` names one that has none.
-    /// 1 where nothing has been owned at all. Storing, an archive that answers 0 is not whole.
+    /// Returns 1 when every object of this archive except `pRoot` has an owner, which may be the caller. A caller who
+    /// deletes `pRoot` and the objects that it owns then leaves nothing behind. Otherwise returns 0, and `GetErrorText`
+    /// names the first object without an owner; a storing archive is not whole then. Also returns 1 when the program's
+    /// objects own none at all.
     int AreOwnersComplete(const VELM_CObject* pRoot = NULL);
     /// \}
 
-    /// The schema of the object being loaded, once; 0xFFFFFFFF after that.
+    /// Returns the schema of the object that is being loaded, when asked for the first time; 0xFFFFFFFF after that.
     unsigned GetObjectSchema();
-    /// The schema of the object whose `Serialize` is running, as often as asked: loading, that it was stored with;
-    /// storing, that of its record. 0xFFFFFFFF outside of all objects.
+    /// Returns the schema of the object whose `Serialize` is running, however often it is asked: loading, the stored
+    /// schema; storing, the schema in its class record. Returns 0xFFFFFFFF outside of all objects.
     unsigned GetSchema() const;
-    /// For a base class with versions of its own, since the schema in the stream is that of the object's class alone:
-    /// storing, stores `nNewest` in 4 bytes and returns it; loading, loads and returns the number that was stored.
-    /// Raises 3 when the data ends, and 1 for a number above `nNewest`, with the name in the text; where that returns,
-    /// 0.
+    /// Stores or loads the version of a base class, which needs one of its own because the schema in the stream belongs
+    /// to the object's class alone. Storing: stores `nNewest` in 4 bytes and returns it. Loading: loads the stored
+    /// version and returns it. Raises 3 when the data ends, and 1 for a version above `nNewest`; the error text
+    /// contains `lpszName`. Returns 0 if the raise returns.
     unsigned SerializeVersion(const char* lpszName, unsigned nNewest);
     /// Raises 5 when no index is left.
     void CheckCount();
-    /// Loading: 1 when nothing is left, or a value came up short; else 0. Reads ahead where it must, and delivers
-    /// nothing. Raises nothing; 1 where nothing can be loaded, after the assertion "IsLoading()".
+    /// Loading: returns 1 when no data is left, or when the data has ended inside a value; else 0. It may read ahead,
+    /// but delivers nothing. Asserts "IsLoading()", and returns 1 when that fails. Raises nothing.
     int IsAtEnd();
 
     /// \name For readers and writers of further types
     /// \{
 
-    /// Loads so many bytes, or those that come before the data ends. Returns how many.
+    /// Loads `nBytes` bytes, or those that come before the data ends. Returns how many have come.
     unsigned long LoadBlock(void* lpBuf, unsigned long nBytes);
-    /// The same. A raise, of the file for instance, comes back: its code through `rRaised`, which is 0 otherwise. For
-    /// who has to set right what he loads into, and raises it again.
+    /// The same, but catches a raise, such as one by the file, and delivers its code through `rRaised`; 0 when there
+    /// was none. The result is 0 after a raise. This is for a reader that must put its destination in order before it
+    /// raises the code again.
     unsigned long TryLoadBlock(void* lpBuf, unsigned long nBytes, int& rRaised);
-    /// Stores so many bytes.
+    /// Stores `nBytes` bytes.
     void StoreBlock(const void* lpBuf, unsigned long nBytes);
-    /// Loads so many bytes. Returns 1; 0 when the data ended before: those that came are lost then.
+    /// Loads `nBytes` bytes. Returns 1. Returns 0 when the data ends before; the bytes that have come are consumed
+    /// then.
     int LoadWhole(void* lpBuf, unsigned nBytes);
-    /// How many bytes of memory a reader has for what claims to be `nTotal` bytes, once `nCame` of them have come: at
-    /// most 16 times as many as have come, or 4096, so that a length that lies costs no more than the data earns; and
-    /// more than have come, unless that is all. Growing moves little: the sizes are a sixteenth of the total, a
-    /// sixteenth of that, and so on.
+    /// Returns how many bytes a reader should have allocated for data that claims to be `nTotal` bytes long, when
+    /// `nCame` of these have come. The result is at most 4096, or 16 times as many as have come if that is more: so a
+    /// false length costs memory only in proportion to the data that is there. It is more than `nCame`, unless all has
+    /// come. Little is copied when the memory grows, since the sizes are `nTotal`, a sixteenth of it, a sixteenth of
+    /// that, and so on, from the smallest upwards.
     static unsigned long long RoomFor(unsigned long long nCame, unsigned long long nTotal);
-    /// Loads one byte. Returns 1; 0 when the data ended.
+    /// Loads one byte. Returns 1, or 0 when the data ends.
     int LoadByte(unsigned char& rValue)
     {
         if (!IsLoading() || m_lpBufCur == m_lpBufMax)
@@ -397,7 +420,7 @@ public:
         rValue = *m_lpBufCur++;
         return 1;
     }
-    /// Loads a 32-bit value. Returns 1; 0 when the data ended.
+    /// Loads a 32-bit value. Returns 1, or 0 when the data ends.
     int Load32(uint32_t& rValue)
     {
         unsigned char bytes[4];
@@ -426,7 +449,7 @@ public:
         else
             Write(bytes, 4);
     }
-    /// Loads a 64-bit value. Returns 1; 0 when the data ended.
+    /// Loads a 64-bit value. Returns 1, or 0 when the data ends.
     int Load64(unsigned long long& rValue)
     {
         uint32_t nLow, nHigh;
@@ -435,68 +458,78 @@ public:
         rValue = nLow | static_cast<unsigned long long>(nHigh) << 32;
         return 1;
     }
-    /// Loads a 32-bit value from `nFirst` to `nLast`, counted upwards from `nFirst` and past 0xFFFFFFFF to 0. Returns
-    /// 1; 0, where the raise returns, of 3 when the data ends and of 1 for a value outside of these.
+    /// Loads a 32-bit value in the range from `nFirst` to `nLast`. The range goes upwards from `nFirst`, and may pass
+    /// from 0xFFFFFFFF to 0, so it serves for signed values as well. Returns 1. Raises 3 when the data ends, and 1 for
+    /// a value outside of the range; returns 0 if the raise returns, and `rValue` keeps its value.
     int LoadRange(unsigned& rValue, unsigned nFirst, unsigned nLast);
-    /// Stores a 32-bit value from `nFirst` to `nLast`, counted as above. Raises 1 for a value outside of these.
+    /// Stores a 32-bit value in a range like that of `LoadRange`. Raises 1 for a value outside of the range, and stores
+    /// nothing.
     void StoreRange(unsigned nValue, unsigned nFirst, unsigned nLast);
-    /// Loads the length that stands before the bytes of a string. Returns 1; 0 when the data ended.
+    /// Loads the length that stands before the bytes of a string. Returns 1, or 0 when the data ends.
     int LoadLength(unsigned long& rLength);
-    /// Stores a string: its length, then its bytes. A length above 0xFFFFFFFF fails "nLength <= 0xFFFFFFFF" and
-    /// raises 1.
+    /// Stores a string: its length, then its bytes. For a length above 0xFFFFFFFF the assertion
+    /// "nLength <= 0xFFFFFFFF" fails, 1 is raised, and nothing is stored.
     void StorePrefixed(const char* lpch, unsigned long nLength);
-    /// Loads such a string. Returns 1; 0 and the empty string when the data ended. Memory grows only as data arrives.
+    /// Loads a string that stands behind its length. Returns 1. Returns 0 when the data ends; the string is empty then.
+    /// Memory grows only as data arrives.
     int LoadPrefixed(VELM_CString& rString);
-    /// Whether bytes can be loaded: 0, after the assertion "IsLoading()", on an archive that stores. A reader asks it
-    /// before it empties what it loads into.
+    /// Returns 1 when the archive can load bytes. Otherwise asserts "IsLoading()" and returns 0. A reader calls this
+    /// before it empties its destination.
     int CanLoad() const { return IsInbound() || VELM_ASSERT(IsLoading()); }
-    /// Whether a value came up short. Once it did, `LoadByte` and its kin, and all that loads by them, find the end at
-    /// once, so that a loop that asks ends; `Flush` makes them look again. `Read` and `ReadString` always look.
+    /// Returns whether the data has ended inside a value. From then on every function that loads values finds the end
+    /// at once, without asking the file, so a loop should ask this and stop. `Flush` makes these functions look again.
+    /// `Read` and `ReadString` look always.
     int IsDataEnded() const { return m_nDataEnd != dataGoesOn; }
-    /// Raises 3 when a value came up short, unless that was raised already. Each new attempt is raised again.
+    /// Raises 3 if a function that loads a value has found the end of the data, and this has not been raised since.
     void RaiseDataEnded();
-    /// Takes what a reader needs until `DropHeld`; cannot fail. After a raise the archive deletes it with itself.
+    /// Hands over a value that a reader needs until `DropHeld`. After a raise, the archive deletes the value in its
+    /// destructor. Cannot fail.
     void Hold(VELM_CHeld* pHeld);
-    /// Deletes what is held.
+    /// Deletes a value that is held.
     void DropHeld(VELM_CHeld* pHeld);
-    /// What the held value owned is now where its owner keeps it, unless that is another held value.
+    /// Tells the archive that the smart pointers in a held value have been moved to the place where their owner keeps
+    /// them. Does nothing if that place is in another held value.
     void MovedFromHeld(VELM_CHeld* pHeld);
-    /// The offset of the next byte in the stream.
+    /// Returns the offset of the next byte in the stream.
     unsigned long long GetOffset() const;
 
-    /// Loads a reference to an object that gets an owner of that kind, by `Adopt` with `rIndex`, once its pointer is
-    /// where the owner keeps it. NULL with the index 0; or, after a raise that returned, with `nRefused`.
+    /// Loads an object for an owner of that kind. The reader puts the pointer where the owner keeps it, and then calls
+    /// `Adopt` with `rIndex`. NULL is allowed if `bOrNull` is set, and comes with the index 0. Raises as `ReadOwned`
+    /// does; if the raise returns, the result is NULL and `rIndex` is `nRefused`.
     VELM_CObject* ReadForOwner(const VELM_CRuntimeClass* pClassRefRequested, Owner kind, int bOrNull, unsigned& rIndex);
-    /// The object of that index has an owner of that kind: the object whose `Serialize` is running. Cannot fail;
-    /// nothing for 0 and `nRefused`.
+    /// Notes that the object of that index has an owner of that kind: the object whose `Serialize` is running, or the
+    /// caller outside of all objects. Does nothing for the indexes 0 and `nRefused`. Cannot fail.
     void Adopt(unsigned nIndex, Owner kind);
-    /// Loading: how many objects have been adopted so far. A container that drops an element, since it has its key
-    /// already, raises 5 where its elements have adopted some: the file may refer to these again.
+    /// Loading: returns how many times an object has got an owner so far. A container whose data has the same key twice
+    /// drops one of the elements. If that element has become an owner while it was loaded, the container must raise 5
+    /// instead, since the data may refer to the owned object again. Two calls of this function tell.
     unsigned GetAdoptions() const;
-    /// Stores a reference to an object that has an owner of that kind. Raises as `WriteOwned`.
+    /// Stores an object that has an owner of that kind. NULL is allowed if `bOrNull` is set. Raises as `WriteOwned`
+    /// does.
     void WriteForOwner(const VELM_CObject* pOb, Owner kind, int bOrNull);
-    /// Whether an owner may let go of the object to load another one: not of one that this archive has made, which the
-    /// file may refer to again. Raises 5 then; where that returns, 0.
+    /// Returns 1 when an owner may let go of the object in order to load another one in its place. Raises 5 for an
+    /// object that this archive has made, since the data may refer to it again; returns 0 if the raise returns.
     int MayReplace(const VELM_CObject* pOb);
-    /// What the archive holds for an object with shared owners; NULL for none.
+    /// Returns the share that the archive keeps of an object with shared owners; NULL when there is none.
     VELM_CHeld* ShareOf(unsigned nIndex) const;
-    /// The archive holds this for the object of that index, which gets an owner of that kind. It was held by `Hold`.
+    /// Makes a value that is held by `Hold` the archive's share of the object of that index, and notes that the object
+    /// has an owner of that kind.
     void KeepShare(unsigned nIndex, VELM_CHeld* pShare, Owner kind);
-    enum : unsigned { nRefused = 0xFFFFFFFF }; ///< The index of an object that could not be loaded.
+    enum : unsigned { nRefused = 0xFFFFFFFF }; ///< Stands for the index of an object that could not be loaded.
     /// \}
 
 private:
-    // A reader of values that comes up short sets dataEnded, as does one that finds that or dataEndRaised;
-    // RaiseDataEnded turns dataEnded into dataEndRaised, and raises. So each attempt is raised once, by the reader or
-    // by what called it.
+    // A reader that finds the end of the data sets dataEnded, also when the end was known or raised before.
+    // RaiseDataEnded changes that to dataEndRaised and raises. So each attempt is raised once, by the reader itself or
+    // by its caller.
     enum { dataGoesOn, dataEnded, dataEndRaised };
     int m_nDataEnd;
-    VELM_CArchiveState* m_pState; // errors, what is held, depth, owners: see mfc_carccore_p.h and mfc_carcgraph_p.h
+    VELM_CArchiveState* m_pState; // the hidden state: see mfc_carccore_p.h and mfc_carcgraph_p.h
     friend class VELM_CArchiveGraph;
     friend class VELM_CArchiveState;
 
-    // The direction of a transfer is the lowest bit of the mode, whatever else is set there, and asked for by
-    // IsInbound. Which member of the union is live is a question of the whole mode: HasStoreMap.
+    // The lowest bit of the mode is the direction in which bytes move: IsInbound. The whole mode decides which member
+    // of the union is in use: HasStoreMap.
     bool IsInbound() const { return (m_nMode & load) != 0; }
     bool HasStoreMap() const { return m_nMode == store; }
     VELM_LOCAL VELM_CArchiveState* NewState();
@@ -533,7 +566,8 @@ VELM_INLINE VELM_CArchive& operator<<(VELM_CArchive& ar, unsigned int dw)
     return ar;
 }
 
-/// Stores a 32-bit value in 4 bytes. A value above 0xFFFFFFFF fails "dw <= 0xFFFFFFFF" and raises 1; nothing is stored.
+/// Stores a 32-bit value in 4 bytes. For a value above 0xFFFFFFFF the assertion "dw <= 0xFFFFFFFF" fails, 1 is raised,
+/// and nothing is stored.
 VELM_INLINE VELM_CArchive& operator<<(VELM_CArchive& ar, unsigned long dw)
 {
     if (VELM_ASSERT(dw <= 0xFFFFFFFF))
@@ -543,7 +577,7 @@ VELM_INLINE VELM_CArchive& operator<<(VELM_CArchive& ar, unsigned long dw)
     return ar;
 }
 
-/// Stores a string: its length in 1, 5 or 9 bytes, then its bytes.
+/// Stores a string: first its length, in 1, 5 or 9 bytes, then its bytes.
 VELM_INLINE VELM_CArchive& operator<<(VELM_CArchive& ar, const VELM_CString& str)
 {
     ar.StorePrefixed(str.m_data, static_cast<unsigned long>(str.m_len));
@@ -588,7 +622,8 @@ VELM_INLINE VELM_CArchive& operator>>(VELM_CArchive& ar, VELM_CString& str)
     return ar;
 }
 
-/// Stores the strings, or loads over them; as the operators. Where the data ends, the later ones keep their texts.
+/// Stores `nCount` strings by `<<`, or loads them by `>>`. If the data ends, and the raise returns, the string that was
+/// being loaded is empty, and those behind it keep their texts.
 VELM_API void SerializeElements(VELM_CArchive& ar, VELM_CString* pElements, int nCount);
 
 /// \}
