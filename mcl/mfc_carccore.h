@@ -273,7 +273,8 @@ public:
     /// `pObTag` is NULL.
     VELM_CRuntimeClass* ReadClass(const VELM_CRuntimeClass* pClassRefRequested, unsigned* pSchema = NULL,
                                   unsigned long* pObTag = NULL);
-    /// Storing: calls `WriteClass`. Loading: calls `ReadClass`, and raises 5 if the data has an object reference.
+    /// Storing: calls `WriteClass`. Loading: calls `ReadClass` without `pSchema` and `pObTag`, which raises 5 for an
+    /// object reference, and without a class table.
     void SerializeClass(const VELM_CRuntimeClass* pClassRef);
     /// Gives the object the next index without storing or loading anything. The object remains the program's: the
     /// archive does not delete it, and no object can own it. NULL gets no index; the store map or the load array is

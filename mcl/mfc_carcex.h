@@ -3,7 +3,7 @@
 ///
 /// The library uses no C++ exceptions. A run-time failure is a raise: a call of the host's `pfm_raise` with one of the
 /// causes of `VELM_CArchiveException`, which normally jumps to the innermost cleanup block. If it returns, the
-/// operation that failed stops and does no harm.
+/// operation that failed stops and does no harm; only exhausted memory ends the process then (`AfxMemoryExhausted`).
 #ifndef TAVNOMCL_MFC_CARCEX_H
 #define TAVNOMCL_MFC_CARCEX_H
 

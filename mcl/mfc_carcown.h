@@ -1,5 +1,5 @@
 /// \file
-/// Typed pointers in an archive: which class a pointer asks for, and pointers that own.
+/// Typed pointers in an archive: which class an object must have for a pointer, and pointers that own.
 #ifndef TAVNOMCL_MFC_CARCOWN_H
 #define TAVNOMCL_MFC_CARCOWN_H
 
@@ -9,21 +9,28 @@
 /// \addtogroup archives
 /// \{
 
-/// The class record that an object must be of, or derived from, to be loaded through a `TYPE*`: `TYPE::classRecord`,
-/// which is the class's own, not one that it inherits. A class whose record has another name specialises this.
+/// Tells the class record of `TYPE`. An object that is loaded into a `TYPE*` must be of that class or of one derived
+/// from it.
+///
+/// The record is `TYPE::classRecord`. It must be the class's own, not one that it inherits. If the record has another
+/// name, specialise this template:
+///
+///     template <> struct VELM_CClassOf<Circle> {
+///         static const VELM_CRuntimeClass* Record() { return &circleClass; }
+///     };
 template <class TYPE> struct VELM_CClassOf {
-    /// The record; NULL for any class. Not there for a class without a record.
+    /// Returns the record, or NULL if any object may be loaded. There is no such function for a class without a record.
     template <class OWN = TYPE> static auto Record() -> decltype(&OWN::classRecord) { return &OWN::classRecord; }
 };
-/// Any object goes for the root of the classes.
+/// Any object may be loaded into a `VELM_CObject*`.
 template <> struct VELM_CClassOf<VELM_CObject> {
     /// \copydoc VELM_CClassOf::Record
     static const VELM_CRuntimeClass* Record() { return NULL; }
 };
 
 /// \cond
-// Loads into the operand an object that is to be owned through it. Delivers what `Adopt` needs once that is where its
-// owner keeps it; nRefused, and the operand is as it was, after a raise that returned.
+// Loads an object into a pointer that is to own it. Returns the index that the caller passes to `Adopt` as soon as the
+// pointer is where its owner keeps it. After a raise that returned, the result is nRefused and rpOb keeps its value.
 template <class TYPE> unsigned AfxLoadOwned(VELM_CArchive& ar, TYPE*& rpOb, int bOrNull)
 {
     static_assert(std::is_base_of<VELM_CObject, TYPE>::value,

@@ -158,8 +158,7 @@ public:
     /// Adds a class, or replaces its entry if the record is in the table already. `pfnCreate` makes objects of the
     /// class; it is NULL for an abstract class. `pBase` is the record of the class's base; it may be NULL if no caller
     /// asks for the base when it loads objects of the class. Returns 1. Returns 0, and changes nothing, when `pClass`
-    /// or its name is NULL, when the table has another record of that name, and when memory is exhausted and the raise
-    /// returns.
+    /// or its name is NULL, and when the table has another record of that name.
     ///
     /// A class that deletes the objects it refers to, by `std::unique_ptr` for instance, passes `pfnLetGo`.
     /// `VELM_CArchive::DeleteLoadedObjects` calls it for every object before it deletes the first one, so that none is
