@@ -89,7 +89,7 @@ private:
 ///
 /// Every function that moves data asserts that the archive has the right direction, by "IsStoring()" or "IsLoading()",
 /// and that it has its buffer. When such an assertion fails, no data is moved, and nothing is raised. If the mode
-/// contains `noFlushOnDestroy`, the assertion of the direction fails always. Bytes and values are moved nevertheless,
+/// contains `noFlushOnDestroy`, the assertion of the direction always fails. Bytes and values are moved nevertheless,
 /// in the direction of the mode's lowest bit; objects are not stored. The raise codes are the causes of
 /// `VELM_CArchiveException`.
 ///
@@ -305,8 +305,9 @@ public:
     /// and releases at its end. The segments have 2, 4, 8 and so on up to 64 MiB of address space. The system provides
     /// the memory as it is used: about 300 bytes for each level, and what the class's `Serialize` takes. A `Serialize`
     /// that runs on a segment has at least 1 MiB of stack. Below the segment lies 1 MiB that cannot be accessed: a
-    /// frame that is too large ends the process there. A 32-bit process has the address space for about a hundred
-    /// archives that are 100,000 levels deep at once.
+    /// frame that is too large ends the process there. Address
+    /// space is scarce in a 32-bit process: an archive whose calls are on a segment takes at least 3 MiB of it, and one
+    /// with 1,000,000 levels takes several hundred MiB.
     ///
     /// A `Serialize` may use other archives, which may use this one. It may continue on another stack, that of a
     /// coroutine or of a thread that it waits for, provided that this stack is not an array inside a function. A raise
