@@ -289,11 +289,9 @@ public:
     /// The data may come from anywhere. Whatever is wrong with it ends in a raise, which `GetErrorText` explains:
     /// - 3 when the data ends;
     /// - 5 for an index that has not been given out, for a class in place of an object or an object in place of a
-    /// class,
-    ///   for a tag that is never stored, and when no index is left;
+    ///   class, for a tag that is never stored, and when no index is left;
     /// - 1 for a class that is not in the table, is abstract or is not the requested one, for a schema that is 0xFFFF
-    /// or
-    ///   newer than the table's, and for objects that are nested too deep.
+    ///   or newer than the table's, and for objects that are nested too deep.
     ///
     /// After a raise the archive can only delete the loaded objects, by `DeleteLoadedObjects`, and be destroyed.
     void SetClassTable(const VELM_CClassTable* pTable);
@@ -305,9 +303,8 @@ public:
     /// and releases at its end. The segments have 2, 4, 8 and so on up to 64 MiB of address space. The system provides
     /// the memory as it is used: about 300 bytes for each level, and what the class's `Serialize` takes. A `Serialize`
     /// that runs on a segment has at least 1 MiB of stack. Below the segment lies 1 MiB that cannot be accessed: a
-    /// frame that is too large ends the process there. Address
-    /// space is scarce in a 32-bit process: an archive whose calls are on a segment takes at least 3 MiB of it, and one
-    /// with 1,000,000 levels takes several hundred MiB.
+    /// frame that is too large ends the process there. Address space is scarce in a 32-bit process: an archive whose
+    /// calls are on a segment takes at least 3 MiB of it, and one with 1,000,000 levels takes several hundred MiB.
     ///
     /// A `Serialize` may use other archives, which may use this one. It may continue on another stack, that of a
     /// coroutine or of a thread that it waits for, provided that this stack is not an array inside a function. A raise

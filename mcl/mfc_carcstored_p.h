@@ -11,9 +11,8 @@
 // node at the head of its chain in the map. Nothing is searched.
 //
 // - The bucket is the one that the map computes from the key's first word as it is now. If the first word of a known
-// key
-//   has changed and selects another bucket, the key is new, as it is for the map: two temporaries of different classes
-//   at one address are two objects.
+//   key has changed and selects another bucket, the key is new, as it is for the map: two temporaries of different
+//   classes at one address are two objects.
 // - An entry with the index 0 belongs to an object or a class whose storing was interrupted by a raise. Its node is
 //   looked up in the map.
 // - The table is given up for good, and the map is searched from then on, when the program may have changed the map:
