@@ -103,7 +103,7 @@ void VELM_CArchiveLoader::Grow(bool bWide)
     if (bWide && m_wide == nullptr)
         m_wide = static_cast<uint32_t*>(AfxAllocate(nullptr, m_nMaxSlots, sizeof *m_wide));
     while (m_nSlots < nIndex) // objects that the program has mapped
-        m_slots[m_nSlots++] = 0;
+        m_slots[m_nSlots++] = Slot::OfMapped().Byte();
     if (static_cast<int>(nIndex) >= array.m_max_size) {
         const int nHalf = array.m_max_size / 2;
         array.m_grow_by = nHalf > m_ar.m_nMapGrowth ? nHalf : m_ar.m_nMapGrowth;
@@ -154,7 +154,7 @@ void VELM_CArchiveLoader::DeleteObjects()
     for (uint32_t i = 0; i < m_nSlots; ++i) {
         const uint32_t nOwner = owners.OwnerOf(i);
         const bool bLetGo = nOwner != 0 && ClassAt(nOwner).pClass->pfnLetGo != nullptr;
-        if (m_slots[i] % 2 == 1 && !bLetGo && !owners.IsArchives(i))
+        if (IsObjectAt(i) && !bLetGo && !owners.IsArchives(i))
             objects[i] = nullptr;
     }
     for (uint32_t i = 0; i < m_nSlots; ++i) {

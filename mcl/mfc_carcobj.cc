@@ -74,7 +74,7 @@ void VELM_CArchive::MapObject(const VELM_CObject* pOb)
         Graph().owners.ReserveOther();
         const VELM_CStoredIndexes::Entry entry = EntryOf(*this, pOb, true);
         Graph().owners.AddOther(m_nIndexCount);
-        Graph().stored.Give(*entry.pAssoc, entry.pIndex, entry.nMoves, Graph().TakeIndex());
+        Graph().stored.Give(*entry.pAssoc, Graph().TakeIndex());
     } else {
         m_pLoadArray->InsertAt(static_cast<int>(m_nIndexCount), const_cast<VELM_CObject*>(pOb), 1);
         Graph().TakeIndex();
@@ -116,7 +116,7 @@ bool VELM_CArchive::StoreClass(const VELM_CRuntimeClass* pClassRef, const VELM_C
     if (!Graph().RequireIndex())
         return false;
     Graph().owners.AddOther(m_nIndexCount);
-    Graph().stored.Give(*entry.pAssoc, entry.pIndex, entry.nMoves, Graph().TakeIndex());
+    Graph().stored.Give(*entry.pAssoc, Graph().TakeIndex());
     return true;
 }
 
@@ -205,7 +205,7 @@ void VELM_CArchive::WriteOfClass(const VELM_CObject* pOb, const VELM_CRuntimeCla
     if (!graph.RequireDepth(graph.Offset(), pFrame) || !StoreClass(pClassRef, pOb) || !graph.RequireIndex())
         return;
     const unsigned nIndex = graph.TakeIndex();
-    graph.stored.Give(*pAssoc, nullptr, 0, nIndex);
+    graph.stored.Give(*pAssoc, nIndex);
     graph.Serialize(*const_cast<VELM_CObject*>(pOb), pFrame,
                     {pClassRef, nIndex, pClassRef->m_nSchema, VELM_CArchiveState::Mark()});
     graph.End();

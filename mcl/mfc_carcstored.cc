@@ -54,11 +54,12 @@ VELM_CStoredIndexes::Entry VELM_CStoredIndexes::Find(VELM_CMapPtrToPtr& map, con
     return entry;
 }
 
-// The table may have grown or been given up since the entry was made: looks for the entry again.
-void VELM_CStoredIndexes::GiveAgain(const void* key, uint32_t nIndex)
+// Looks for the entry again: the table may have grown since it was made, or have been given up.
+void VELM_CStoredIndexes::Give(VELM_CPtrAssoc& rAssoc, uint32_t nIndex)
 {
+    rAssoc.value = reinterpret_cast<void*>(uintptr_t{nIndex});
     VELM_CTable::Place at;
-    if (m_table.Is() && Find(KeyOf(key), at))
+    if (m_table.Is() && Find(KeyOf(rAssoc.key), at))
         at.Low() = nIndex;
 }
 

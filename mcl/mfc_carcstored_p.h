@@ -86,15 +86,8 @@ public:
         m_pszLastClass = pClass->m_pszName;
         return m_nLastClass = line.nLow[i];
     }
-    // Gives an index to a new object or class. The other arguments are the fields of its Entry.
-    void Give(VELM_CPtrAssoc& rAssoc, uint32_t* pIndex, unsigned nMoves, uint32_t nIndex)
-    {
-        rAssoc.value = reinterpret_cast<void*>(uintptr_t{nIndex});
-        if (pIndex != nullptr && nMoves == m_table.Moves())
-            *pIndex = nIndex;
-        else
-            GiveAgain(rAssoc.key, nIndex);
-    }
+    // Gives an index to the object or class of an entry.
+    void Give(VELM_CPtrAssoc& rAssoc, uint32_t nIndex);
     // The index of an object; 0 when it has none.
     uint32_t IndexOf(const VELM_CMapPtrToPtr& map, const void* key) const;
 
@@ -118,7 +111,6 @@ private:
         const uint64_t nAddress = reinterpret_cast<uintptr_t>(key);
         return {VELM_CTable::TagOf(key), static_cast<uint32_t>(nAddress >> 32 << 16) | nBucket};
     }
-    void GiveAgain(const void* key, uint32_t nIndex);
     static bool HasRoomFor(const void* key) { return uint64_t{reinterpret_cast<uintptr_t>(key)} >> 48 == 0; }
     bool Find(Key key, VELM_CTable::Place& rAt) const
     {
