@@ -21,11 +21,13 @@ def main(depgraph, status, faults, directory, *also):
     archive, log = os.path.join(directory, "archive"), directory + ".log"
 
     def store(fault="0 0", unnamed=True, target=archive):
-        environment = dict(os.environ, LD_PRELOAD=":".join(also + (faults,)), FAULT=fault, FAULT_LOG=log)
+        # By a path without a blank, at which the loader would split it.
+        environment = dict(os.environ, LD_PRELOAD=":".join(also + ("./" + os.path.basename(faults),)), FAULT=fault,
+                           FAULT_LOG=log)
         if not unnamed:
             environment["FAULT_NO_UNNAMED_FILES"] = "1"
-        done = subprocess.run([depgraph, "store", status, target], env=environment, stdout=subprocess.DEVNULL,
-                              stderr=subprocess.PIPE)
+        done = subprocess.run([depgraph, "store", status, target], env=environment, cwd=os.path.dirname(faults),
+                              stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
         with open(log, encoding="ascii") as calls:
             return done, calls.read().split()
 
