@@ -620,7 +620,7 @@ typename std::enable_if<VELM_CForm<TYPE>::bStandard != 0, VELM_CArchive&>::type 
     return ar;
 }
 
-/// Loads a value of the standard library; see the header.
+/// Loads a value of the standard library in the form in which `<<` stores it.
 template <class TYPE>
 typename std::enable_if<VELM_CForm<TYPE>::bStandard != 0, VELM_CArchive&>::type operator>>(VELM_CArchive& ar,
                                                                                            TYPE& rValue)
