@@ -44,11 +44,11 @@ static bool Store(const char* lpszFile, const Point& point)
     if (!file.Open(lpszFile))
         return false;
     VELM_CArchive ar(&file, VELM_CArchive::store);
-    if (pfm_protect([&] { ar.WriteObject(&point); }) != 0) {
+    // Close hands the last bytes to the file.
+    if (pfm_protect([&] { ar.WriteObject(&point), ar.Close(); }) != 0) {
         ar.Abort(); // the old file stays
         return false;
     }
-    ar.Close(); // only now has everything been handed to the file
     if (file.Commit())
         return true;
     printf("%s\n", file.GetErrorText().m_data);

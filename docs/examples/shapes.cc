@@ -72,12 +72,13 @@ static void ShowProgress(void*, unsigned long long nDone, unsigned long long nTo
 static bool Store(VELM_CFile& file, Shapes& shapes)
 {
     VELM_CArchive ar(&file, VELM_CArchive::store);
-    if (pfm_protect([&] { ar << AfxOwned(shapes); }) == 0) {
+    const int nRaised = pfm_protect([&] {
+        ar << AfxOwned(shapes);
         ar.Close(); // now the file has all that the archive kept in its buffer
-        if (ar.IsWhole())
-            return true;
-    }
-    printf("%s\n", ar.GetErrorText());
+    });
+    if (nRaised == 0 && ar.IsWhole())
+        return true;
+    printf("raise %d: %s\n", nRaised, ar.GetErrorText());
     ar.Abort();
     return false;
 }
