@@ -4,12 +4,17 @@ import subprocess
 
 # A second candidate that ours is held against, beside the first of each workload.
 SECOND = {"graph": "cereal", "depth": "cereal", "ptrmap": "abseil", "ptrmap1": "abseil", "strmap": "abseil"}
-SUMMARY = ["graph", "classes", "pages", "depth", "strings", "ptrmap", "strmap", "lines", "blocks", "depgraph"]
+# What the summary has, in words.
+SUMMARY = {"graph": "A graph of objects", "classes": "The same of 1,000 classes", "pages": "The same, each object on its own page",
+           "depth": "A list, each object inside the one before", "strings": "An array of strings", "ptrmap": "A map from pointers",
+           "strmap": "A map from strings", "lines": "Lines of a file", "blocks": "64 MB as one block",
+           "depgraph": "The packages of a system"}
 FIRST_CHARTS = ["peers", "ratios", "depth"]  # before the tables
 OVER_SIZES = ["graph", "depth", "strings", "ptrmap", "ptrmap1", "strmap"]  # drawn over the sizes
 MAIN_SIZE = 1000000  # the summary and the charts show the largest size up to this one
 
 OURS, OURS_TOO, OTHER, FASTER, SLOWER = "#d62728", "#990000", "#9aa5b1", "#0072b2", "#e07b00"
+NAMES = {"ours": "libtavnomcl", "ours, wide": "libtavnomcl, wide", "ours, char[]": "libtavnomcl, char[]"}
 COLORS = ["#0072b2", "#e69f00", "#009e73", "#cc79a7", "#56b4e9"]
 
 
@@ -80,13 +85,13 @@ def summary(results):
     for measured in (results[name] for name in SUMMARY if name in results):
         parts, sizes = [], set()
         for reference in measured.references:
-            found = measured.main_ratios(reference)
+            found = [each for each in measured.main_ratios(reference) if each[0] in measured.drawn]
             sizes |= {n for _, n, _ in found}
             factors = ", ".join(f"{operation} {factor:.2f}" for operation, _, factor in found)
             parts.append(f"{factors} times {reference}")
         sizes = " or ".join(f"{n:,}" for n in sorted(sizes))
-        lines.append(f"- `{measured.name}`, {sizes} {measured.elements}: {'; '.join(parts)}.")
-    return ["The time of this library as a multiple of another's; below 1, this library is faster.", "", *lines, ""]
+        lines.append(f"- {SUMMARY[measured.name]} (`{measured.name}`, N = {sizes}): {'; '.join(parts)}.")
+    return ["The time that this library takes, as a multiple of another's; below 1, this library is faster:", "", *lines, ""]
 
 
 def gnuplot(path, width, height, script):
@@ -108,31 +113,37 @@ def chart_peers(measured, path):
             if isinstance(seconds, float):
                 place = len(bars) + measured.drawn.index(operation) / 2
                 color = int((OURS if c == "ours" else OTHER)[1:], 16)
-                bars.append((f'"{operation}, {c}"', place, seconds / size * 1e9, color))
+                bars.append((f'"{operation}, {NAMES.get(c, c)}"', place, seconds / size * 1e9, color))
     gnuplot(path, 760, 120 + 24 * len(bars), [
         *block("$bars", bars), f"set title 'A graph of N = {size:,} objects (shorter is better)'",
         "set xlabel 'nanoseconds of CPU time for each object'", "set style fill solid", "set xrange [0:*]",
-        f"set yrange [{bars[-1][1] + 0.6}:-0.6]", "set ytics scale 0", "set offsets graph 0, graph 0.12, 0, 0",
+        f"set yrange [{bars[-1][1] + 0.9}:-0.6]", "set ytics scale 0", "set offsets graph 0, graph 0.12, 0, 0",
         "plot $bars using ($3/2):2:(0):3:($2-0.35):($2+0.35):4:ytic(1) with boxxyerror lc rgb variable, "
         "$bars using 3:2:(sprintf(' %.0f', $3)) with labels left offset 0.3,0"])
 
 
 def chart_ratios(results, path):
     """Dots on a logarithmic scale, joined with the line where both are as fast."""
-    dots = []
-    for measured in results.values():
+    dots, place = [], 0
+    for measured in (results[name] for name in SUMMARY if name in results):
         for reference in measured.references:
-            dots += [(f'"{measured.name} {operation}, N = {n:,}: ours / {reference}"', len(dots) + i, factor,
-                      int((FASTER if factor < 1 else SLOWER)[1:], 16))
-                     for i, (operation, n, factor) in enumerate(measured.main_ratios(reference))]
+            for operation, n, factor in measured.main_ratios(reference):
+                if operation in measured.drawn:
+                    size = "" if n == MAIN_SIZE else f", N = {n:,}"
+                    dots.append((f'"{measured.name}: {operation}, beside {reference}{size}"', place, factor,
+                                 int((FASTER if factor < 1 else SLOWER)[1:], 16)))
+                    place += 1
+        place += 0.7
     factors = [1, *(factor for _, _, factor, _ in dots)]
-    gnuplot(path, 860, 110 + 18 * len(dots), [
+    margin = max(len(dot[0]) for dot in dots) * 6.6 / 860
+    gnuplot(path, 860, 140 + 18 * round(place), [
         *block("$dots", dots), "set logscale x", f"set xrange [{min(factors) / 1.6}:{max(factors) * 1.6}]",
-        f"set yrange [{len(dots)}:-1]", "set xtics (0.1, 0.2, 0.5, 1, 2, 5, 10)", "set ytics scale 0 font ',12'",
-        "set lmargin at screen 0.47", "set arrow from 1, graph 0 to 1, graph 1 nohead lw 1.5",
-        "set xlabel 'CPU time, ours / the other (farther left is better)'",
-        f"set label 'faster' at graph 0.02, first -0.4 tc rgb '{FASTER}'",
-        f"set label 'slower' at graph 0.98, first -0.4 right tc rgb '{SLOWER}'",
+        f"set yrange [{place}:-1.8]", "set xtics (0.1, 0.2, 0.5, 1, 2, 5, 10)", "set ytics scale 0 font ',12'",
+        "set title 'libtavnomcl beside others (farther left is better)'",
+        f"set lmargin at screen {margin:.3f}", "set arrow from 1, graph 0 to 1, graph 1 nohead lw 1.5",
+        f'set xlabel "CPU time of libtavnomcl / CPU time of the other\\nN = {MAIN_SIZE:,} where no other is named"',
+        f"set label 'libtavnomcl is faster' at graph 0.02, first -1.1 tc rgb '{FASTER}'",
+        f"set label 'libtavnomcl is slower' at graph 0.98, first -1.1 right tc rgb '{SLOWER}'",
         *(f"set label '{factor:.2f}' at {factor},{place} font ',11' " +
           ("right offset -0.8,0" if factor < 1 else "left offset 0.8,0") for _, place, factor, _ in dots),
         "plot $dots using (1):2:($3-1):(0):4 with vectors nohead lw 2 lc rgb variable, "
@@ -166,7 +177,7 @@ def chart_over_sizes(measured, path):
 
     for i, c in enumerate(candidates):
         mark, _, color = style(c)
-        script.append(f"set label '{c}' at screen {0.5 + (i - (len(candidates) - 1) / 2) * 100 / width},0.04 "
+        script.append(f"set label '{NAMES.get(c, c)}' at screen {0.5 + (i - len(candidates) / 2) * 110 / width},0.04 "
                       f"tc rgb '{color}' point {mark} ps 1 offset 0.8,-0.25")
     for i, operation in enumerate(operations):
         script += [f"set lmargin at screen {(70 + panel * i) / width}",
@@ -191,8 +202,8 @@ def chart_over_sizes(measured, path):
 
 
 def page(results, peaks, instructions, directory):
-    """The lines of the page. results: {name: Measured}, in seconds; peaks and instructions: Measured, or None. The
-    charts go to the directory."""
+    """The page's two parts, in lines: the summary with the first charts, and the tables with the others. results:
+    {name: Measured}, in seconds; peaks and instructions: Measured, or None. The charts go to the directory."""
     charts = {}
 
     def chart(name, draw, data):
@@ -201,23 +212,23 @@ def page(results, peaks, instructions, directory):
 
     if "graph" in results:
         chart("peers", chart_peers, results["graph"])
-    if results:
+    if any(name in SUMMARY for name in results):
         chart("ratios", chart_ratios, results)
     for name in (name for name in OVER_SIZES if name in results):
         chart(name, chart_over_sizes, results[name])
-    lines = summary(results)
+    first = summary(results)
     for name in FIRST_CHARTS:
-        lines += charts.pop(name, [])
-    lines += ["A word instead of a figure: the candidate *dies*, as it has no room on the stack, or is *too slow*: one "
-              "repetition, here or at a smaller N, takes more than 20 seconds.", ""]
+        first += charts.pop(name, [])
+    tables = ["The columns \"ours\" are this library's. A word instead of a figure: the candidate *dies*, as it has no room "
+              "on the stack, or is *too slow*: one repetition, here or at a smaller N, takes more than 20 seconds.", ""]
     for name, measured in results.items():
-        lines += table(name, f"Nanoseconds for each {measured.element}; the last columns: ours as a multiple.",
-                       measured, lambda n: 1e9 / n, [(c, r) for r in measured.references for c in measured.ours])
-        lines += charts.get(name, [])
+        tables += table(name, f"Nanoseconds for each {measured.element}; the last columns: ours as a multiple.",
+                        measured, lambda n: 1e9 / n, [(c, r) for r in measured.references for c in measured.ours])
+        tables += charts.get(name, [])
         if name == "graph" and peaks.rows:
-            lines += table("Peak memory of the graph", "Megabytes at most in use by a process that stores, or loads, "
-                           "once, with the default heap.", peaks, lambda _: 1.0)
+            tables += table("Peak memory of the graph", "Megabytes at most in use by a process that stores, or loads, "
+                            "once, with the default heap.", peaks, lambda _: 1.0)
     if instructions.rows:
-        lines += table("Instructions", "For each object of a graph, as callgrind counts them.", instructions,
-                       lambda _: 1.0)
-    return lines
+        tables += table("Instructions", "For each object of a graph, as callgrind counts them.", instructions,
+                        lambda _: 1.0)
+    return first, tables

@@ -39,7 +39,7 @@ BOTH_HEAPS = ["graph/load", "classes/load"]
 LARGE = 1000000  # elements; beyond, there are two processes of one repetition, and few candidates for the graph
 FEW = ["by hand", "cereal", "ours"]
 DIES, SLOW, WRONG = "dies", "too slow", "wrong"  # instead of a figure
-BEGIN, END = "<!-- results -->\n", "<!-- end of results -->\n"
+MARKS = [(f"<!-- {part} -->\n", f"<!-- end of {part} -->\n") for part in ("summary", "results")]
 
 
 class Runner:
@@ -183,7 +183,9 @@ def main():
         runner = Runner(args.program.resolve(), args.quick, pathlib.Path(temporary).resolve())
         found = runner.measure_all(cases, [args.name] if args.name else names)
     write_csv(args.output / "results.csv", *found)
-    text = "\n".join([machine(), "", *page(*found, args.output)])
+    first, tables = page(*found, args.output)
+    parts = ["\n".join([machine(), "", *first]), "\n".join(tables)]
+    text = "\n".join(parts)
     (args.output / "table.md").write_text(text)
     print(text)
     if runner.wrong:
@@ -191,8 +193,11 @@ def main():
         sys.exit("script/bench: wrong:\n" + "\n".join(wrong))
     if args.docs:
         performance = args.docs / "performance.md"
-        before, rest = performance.read_text().split(BEGIN)
-        performance.write_text(before + BEGIN + "\n" + text + "\n" + END + rest.split(END)[1])
+        whole = performance.read_text()
+        for part, (begin, end) in zip(parts, MARKS):
+            before, rest = whole.split(begin)
+            whole = before + begin + "\n" + part + "\n" + end + rest.split(end)[1]
+        performance.write_text(whole)
         for old in args.docs.glob("performance-*.svg"):
             old.unlink()
         for chart in args.output.glob("performance-*.svg"):
