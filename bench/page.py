@@ -135,7 +135,7 @@ def chart_ratios(results, path):
                     place += 1
         place += 0.7
     factors = [1, *(factor for _, _, factor, _ in dots)]
-    margin = max(len(dot[0]) for dot in dots) * 6.6 / 860
+    margin = max((len(dot[0]) for dot in dots), default=0) * 6.6 / 860
     gnuplot(path, 860, 140 + 18 * round(place), [
         *block("$dots", dots), "set logscale x", f"set xrange [{min(factors) / 1.6}:{max(factors) * 1.6}]",
         f"set yrange [{place}:-1.8]", "set xtics (0.1, 0.2, 0.5, 1, 2, 5, 10)", "set ytics scale 0 font ',12'",
