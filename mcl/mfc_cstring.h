@@ -74,9 +74,15 @@ public:
     void Init(const char* p, int n);
 
     /// Length of the text in bytes.
-    VELM_INLINE int GetLength() const { return m_len; }
+    VELM_INLINE int GetLength() const
+    {
+        return m_len;
+    }
     /// 1 when the length is 0, else 0.
-    VELM_INLINE int IsEmpty() const { return m_len == 0; }
+    VELM_INLINE int IsEmpty() const
+    {
+        return m_len == 0;
+    }
     /// The byte at `nIndex`. Asserts "nIndex >= 0" and "nIndex < m_len"; after a failure NUL.
     char GetAt(int nIndex) const;
     /// \copydoc GetAt
