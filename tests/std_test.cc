@@ -34,21 +34,12 @@ static VELM_CArchive& operator<<(VELM_CArchive& ar, Own)
     return ar;
 }
 
-template <class TYPE, class = void> struct Stores : std::false_type {
-};
-template <class TYPE>
-struct Stores<TYPE, decltype(void(std::declval<VELM_CArchive&>() << std::declval<TYPE>()))> : std::true_type {
-};
-template <class TYPE, class = void> struct Loads : std::false_type {
-};
-template <class TYPE>
-struct Loads<TYPE, decltype(void(std::declval<VELM_CArchive&>() >> std::declval<TYPE&>()))> : std::true_type {
-};
-
+template <class TYPE> using Stores = VELM_CMoves<false, TYPE>;
+template <class TYPE> using Loads = VELM_CMoves<true, TYPE>;
 static_assert(!Stores<long long>::value && !Stores<unsigned long long>::value && !Stores<long double>::value, "");
 static_assert(!Loads<long long>::value && !Loads<unsigned long long>::value && !Loads<const char*>::value, "");
 static_assert(!Stores<void*>::value && !Stores<int*>::value && !Stores<Node*>::value && !Stores<Colour>::value, "");
-static_assert(!Stores<Small>::value && !Stores<std::nullptr_t>::value && !Stores<void (*)()>::value, "");
+static_assert(!Stores<Word>::value && !Stores<Small>::value && !Stores<std::nullptr_t>::value && !Stores<void (*)()>::value, "");
 class Declared;
 Declared& operator<<(Declared& log, int);
 static_assert(std::is_same<decltype(std::declval<Declared&>() << 1), Declared&>::value, "");
@@ -66,7 +57,7 @@ TEST(Std, StoresEachTypeInItsWidthAndOldIdiomsAsEver)
         {"unsigned", [](VELM_CArchive& ar) { ar << 1u << 2ul; }, "01000000 02000000"},
         {"text", [](VELM_CArchive& ar) { ar << "ab" << VELM_CString("c"); }, "026162 0163"},
         {"char*", [](VELM_CArchive& ar) { ar << VELM_CString("ab").m_data; }, "026162"},
-        {"converted", [](VELM_CArchive& ar) { ar << ToUnsigned() << AWord; }, "05000000 07000000"},
+        {"converted", [](VELM_CArchive& ar) { ar << ToUnsigned(); }, "05000000"},
         {"own", [](VELM_CArchive& ar) { ar << Own() << 'x'; }, "78"},
         {"bool", [](VELM_CArchive& ar) { ar << true << false; }, "01 00"},
         {"char", [](VELM_CArchive& ar) { ar << 'a' << static_cast<signed char>(-2); }, "61 FE"},
@@ -216,10 +207,6 @@ template <class TYPE> static void CompareBlocks()
     const auto Fill = [&](TYPE* p, size_t n) {
         for (size_t i = 0; i < n * sizeof *p; ++i)
             reinterpret_cast<unsigned char*>(p)[i] = static_cast<unsigned char>(random());
-        if constexpr (std::is_integral<TYPE>::value && sizeof(TYPE) == 8) {
-            for (size_t i = 0; i < n; ++i)
-                p[i] &= 0x7FFFFFFF; // what 4 bytes hold
-        }
     };
     for (size_t nRound = 0; nRound < 100; ++nRound) {
         const size_t n = nRound == 0 ? 200000 : random() % (nRound % 2 == 0 ? 20 : 700), nPrefix = nRound == 0 ? 8 : 4;
@@ -228,10 +215,13 @@ template <class TYPE> static void CompareBlocks()
         Fill(values.data(), n), Fill(array.data(), 30), Fill(old.data(), 30);
         const std::string bytes = Stored([&](VELM_CArchive& ar) {
             ar.WriteCount(static_cast<unsigned long>(n));
-            for (const TYPE& value : values)
-                ar << value;
-            for (const TYPE& value : array)
-                ar << value;
+            const auto StoreOne = [&](const TYPE& value) {
+                if constexpr (VELM_CIsLong<TYPE>::value)
+                    ar << AfxInt64(value);
+                else
+                    ar << value;
+            };
+            std::for_each(values.begin(), values.end(), StoreOne), std::for_each(array.begin(), array.end(), StoreOne);
         });
         ASSERT_TRUE(Stored([&](VELM_CArchive& ar) { ar << values << array; }, 128 << random() % 9) == bytes);
         const size_t nSize = (bytes.size() - nPrefix) / (n + 30);
@@ -257,7 +247,8 @@ template <class TYPE> static void CompareBlocks()
 TEST(Std, BlocksOfNumbersAreTheirValuesAndHoldWhatWasWhole)
 {
     CompareBlocks<unsigned char>(), CompareBlocks<char>(), CompareBlocks<short>(), CompareBlocks<unsigned>();
-    CompareBlocks<unsigned long>(), CompareBlocks<long>(), CompareBlocks<float>(), CompareBlocks<double>();
+    CompareBlocks<unsigned long>(), CompareBlocks<long>(), CompareBlocks<long long>(), CompareBlocks<uint64_t>();
+    CompareBlocks<float>(), CompareBlocks<double>(), CompareBlocks<std::byte>();
     CompareBlocks<std::array<float, 3>>();
 }
 
