@@ -503,6 +503,32 @@ template <>
 struct VELM_CForm<VELM_CObArray> : VELM_CContainerForm<VELM_CObArray, VELM_CObject*, VELM_CForm<VELM_CObject*>> {
 };
 
+// An array whose capacity doubles when it is full: by itself it grows in steps.
+inline void AfxAppend(VELM_CPtrArray& pointers, void* pOb)
+{
+    const int nSize = pointers.GetSize(), nGrowBy = pointers.m_grow_by;
+    pointers.SetSize(nSize + 1, nSize);
+    pointers.m_grow_by = nGrowBy;
+    pointers.m_data[nSize] = pOb;
+}
+inline void AfxAppend(VELM_CObArray& objects, VELM_CObject* pOb)
+{
+    objects.m_list.append(pOb);
+}
+template <class TYPE, class ARRAY> struct VELM_CFiller<VELM_CArrayView<TYPE, ARRAY>> {
+    typedef VELM_CArrayView<TYPE, ARRAY> Elements;
+    explicit VELM_CFiller(Elements&) {}
+    static size_t Size(const Elements& view) { return static_cast<size_t>(view.GetArray().GetSize()); }
+    static void Clear(Elements& view) { view.GetArray() = ARRAY(); }
+    static TYPE* View(TYPE* pOb) { return pOb; }
+    static bool HasKeyOf(Elements&, TYPE*) { return false; }
+    void Add(Elements& view, TYPE* pOb) { AfxAppend(view.GetArray(), pOb); }
+};
+template <class TYPE, class ARRAY>
+struct VELM_CForm<VELM_CArrayView<TYPE, ARRAY>>
+    : VELM_CContainerForm<VELM_CArrayView<TYPE, ARRAY>, TYPE*, VELM_CForm<TYPE*>> {
+};
+
 template <class KEY, class ARG_KEY, class VALUE, class ARG_VALUE>
 struct VELM_CFiller<VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>> {
     typedef VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE> Map;
@@ -510,7 +536,7 @@ struct VELM_CFiller<VELM_CMap<KEY, ARG_KEY, VALUE, ARG_VALUE>> {
     explicit VELM_CFiller(Map&) {}
     static size_t Size(const Map& map) { return static_cast<size_t>(map.GetCount()); }
     static void Clear(Map& map) { map.RemoveAll(); }
-    static std::pair<const KEY&, const VALUE&> View(const VELM_CMapEntry<const KEY, const VALUE>& entry)
+    static std::pair<const KEY&, const VALUE&> View(const VELM_CMapEntry<KEY, const VALUE>& entry)
     {
         return {entry.key, entry.value};
     }
@@ -668,6 +694,14 @@ template <class TYPE> VELM_CArchive& operator&(VELM_CArchive& ar, TYPE& rValue)
 template <class TYPE, class HOW> VELM_CArchive& operator&(VELM_CArchive& ar, const VELM_COperand<TYPE, HOW>& value)
 {
     return ar.IsStoring() ? ar << value : ar >> value;
+}
+
+/// Stores or loads the elements of an array as pointers to objects of a class; see `AfxOf`.
+template <class TYPE, class ARRAY>
+VELM_CArchive& operator&(VELM_CArchive& ar, const VELM_CArrayView<TYPE, ARRAY>& elements)
+{
+    VELM_CArrayView<TYPE, ARRAY> view = elements;
+    return ar.IsStoring() ? ar << view : ar >> view;
 }
 
 /// A field that is there since a schema of the object's class (see `VELM_CArchive::GetSchema`): for `&`, as in

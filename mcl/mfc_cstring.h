@@ -5,11 +5,13 @@
 
 #include <limits.h>
 #include <stddef.h>
+#include <string.h>
 
 #include <string>
 #if __cplusplus >= 201703L
 #include <string_view>
 #endif
+#include <type_traits>
 
 #include "mcl/mfc_base.h"
 #include "mcl/mfc_memory.h"
@@ -19,8 +21,8 @@
 
 /// An owned, NUL-terminated byte string with an explicit length.
 ///
-/// Each string owns one buffer of exactly `m_len` + 1 bytes, never shared and never NULL. The text may contain NUL
-/// bytes when it came from an operation with a length; operations that take a plain pointer, and copies of strings,
+/// Each string owns one buffer of exactly `m_len` + 1 bytes, never shared and never NULL; only one that was moved from
+/// has, until it gets a text, an empty one that is not its own. The text may contain NUL bytes when it came from an operation with a length; operations that take a plain pointer, and copies of strings,
 /// measure with `strlen`. A source may lie inside the string's own buffer. Exhausted memory: see
 /// `AfxMemoryExhausted`.
 class VELM_API VELM_CString {
@@ -42,9 +44,8 @@ public:
     VELM_CString(const unsigned char* p);
     /// A copy of the text up to the first NUL.
     VELM_CString(const VELM_CString& src);
-    /// The text of `src` up to its first NUL, without a copy; `src` is empty then. Exhausted memory leaves it as it
-    /// was.
-    VELM_CString(VELM_CString&& src);
+    /// The text of `src` up to its first NUL, without a copy; `src` is empty then. Takes no memory.
+    VELM_CString(VELM_CString&& src) noexcept;
     /// The whole text, NUL bytes included. A template, so that nothing converts to its argument.
     template <class TRAITS, class ALLOC> explicit VELM_CString(const std::basic_string<char, TRAITS, ALLOC>& src)
     {
@@ -103,6 +104,21 @@ public:
     const VELM_CString& operator=(char* p);
     /// \copydoc operator=(const char*)
     const VELM_CString& operator=(const unsigned char* p);
+    /// Replaces the text by the whole one of `src`, NUL bytes included.
+    template <class TRAITS, class ALLOC>
+    const VELM_CString& operator=(const std::basic_string<char, TRAITS, ALLOC>& src)
+    {
+        Set(src.data(), CheckLength(src.size()));
+        return *this;
+    }
+#if __cplusplus >= 201703L
+    /// \copydoc operator=(const std::basic_string<char, TRAITS, ALLOC>&)
+    template <class TRAITS> const VELM_CString& operator=(const std::basic_string_view<char, TRAITS>& src)
+    {
+        Set(src.data(), CheckLength(src.size()));
+        return *this;
+    }
+#endif
     /// Appends the text of `src` up to its first NUL.
     const VELM_CString& operator+=(const VELM_CString& src);
     /// Appends a text; NULL and the empty text change nothing.
@@ -135,6 +151,44 @@ VELM_API int operator>(const VELM_CString& a, const VELM_CString& b);
 VELM_API int operator<=(const VELM_CString& a, const VELM_CString& b);
 /// 1 when `a` does not sort before `b`, as by `strcmp`, else 0.
 VELM_API int operator>=(const VELM_CString& a, const VELM_CString& b);
+
+/// \cond
+// A std::string or a std::string_view.
+template <class TEXT> struct VELM_CIsText : std::false_type {
+};
+template <class TRAITS, class ALLOC> struct VELM_CIsText<std::basic_string<char, TRAITS, ALLOC>> : std::true_type {
+};
+#if __cplusplus >= 201703L
+template <class TRAITS> struct VELM_CIsText<std::basic_string_view<char, TRAITS>> : std::true_type {
+};
+#endif
+/// \endcond
+
+/// Whether the whole texts are equal, NUL bytes included: of a string and a `std::string` or `std::string_view`.
+template <class TEXT>
+typename std::enable_if<VELM_CIsText<TEXT>::value, bool>::type operator==(const VELM_CString& a, const TEXT& b)
+{
+    const size_t nLength = static_cast<size_t>(a.m_len);
+    return nLength == b.size() && (nLength == 0 || memcmp(a.m_data, b.data(), nLength) == 0);
+}
+/// \copydoc operator==(const VELM_CString&, const TEXT&)
+template <class TEXT>
+typename std::enable_if<VELM_CIsText<TEXT>::value, bool>::type operator==(const TEXT& a, const VELM_CString& b)
+{
+    return operator==(b, a);
+}
+/// Whether the whole texts differ.
+template <class TEXT>
+typename std::enable_if<VELM_CIsText<TEXT>::value, bool>::type operator!=(const VELM_CString& a, const TEXT& b)
+{
+    return !operator==(a, b);
+}
+/// \copydoc operator!=(const VELM_CString&, const TEXT&)
+template <class TEXT>
+typename std::enable_if<VELM_CIsText<TEXT>::value, bool>::type operator!=(const TEXT& a, const VELM_CString& b)
+{
+    return !operator==(b, a);
+}
 
 /// Prints the whole text, as that of a `std::string`. A program's own operator goes before.
 template <class TRAITS>

@@ -1,7 +1,7 @@
 /// \file
 /// The standard library's containers and smart pointers in an archive: a program that stores these includes this
-/// header. It brings the standard headers of all of them, which takes a compiler about half a second for a source file
-/// that has none of them yet; `mfc_stdvalue.h` has the types whose headers take as long again.
+/// header. It brings the standard headers of all of them: a source file that includes nothing else takes g++ about 0.6
+/// seconds, where one with `tavnomcl.h` takes 0.4. The types whose headers take longer are in `mfc_stdvalue.h`.
 ///
 /// `&`, `<<` and `>>` for `string`, `u16string`, `u32string`, `vector`, `deque`, `list`, `forward_list`, `array`,
 /// `pair`, `tuple`, `bitset`, `set`, `map`, their `unordered_` and `multi` kinds and, from C++17 on, `optional`,
