@@ -393,13 +393,17 @@ template <class CONTAINER, class ELEMENT> struct VELM_CUniqueFiller {
         elements.insert(elements.end(), std::move(rValue));
     }
 };
-// Equal ones stay in their order: a new one goes behind the last one.
+// Equal ones stay in their order: those that are ordered go to the end of theirs, others behind the last new one.
 template <class CONTAINER, class ELEMENT> struct VELM_CMultiFiller : VELM_CUniqueFiller<CONTAINER, ELEMENT> {
-    explicit VELM_CMultiFiller(CONTAINER& elements)
-        : VELM_CUniqueFiller<CONTAINER, ELEMENT>(elements), m_last(elements.end())
+    using VELM_CUniqueFiller<CONTAINER, ELEMENT>::VELM_CUniqueFiller;
+    static bool HasKeyOf(CONTAINER&, const typename ELEMENT::Value&) { return false; }
+};
+template <class CONTAINER, class ELEMENT>
+struct VELM_CUnorderedMultiFiller : VELM_CMultiFiller<CONTAINER, ELEMENT> {
+    explicit VELM_CUnorderedMultiFiller(CONTAINER& elements)
+        : VELM_CMultiFiller<CONTAINER, ELEMENT>(elements), m_last(elements.end())
     {
     }
-    static bool HasKeyOf(CONTAINER&, const typename ELEMENT::Value&) { return false; }
     void Add(CONTAINER& elements, typename ELEMENT::Value& rValue)
     {
         m_last = elements.insert(m_last, std::move(rValue));
@@ -498,8 +502,8 @@ struct VELM_CForm<std::multimap<KEY, VALUE, LESS, ALLOC>>
 };
 template <class KEY, class HASH, class EQUAL, class ALLOC>
 struct VELM_CFiller<std::unordered_multiset<KEY, HASH, EQUAL, ALLOC>>
-    : VELM_CMultiFiller<std::unordered_multiset<KEY, HASH, EQUAL, ALLOC>, VELM_CSetElement<KEY>> {
-    using VELM_CMultiFiller<std::unordered_multiset<KEY, HASH, EQUAL, ALLOC>, VELM_CSetElement<KEY>>::VELM_CMultiFiller;
+    : VELM_CUnorderedMultiFiller<std::unordered_multiset<KEY, HASH, EQUAL, ALLOC>, VELM_CSetElement<KEY>> {
+    using VELM_CUnorderedMultiFiller<std::unordered_multiset<KEY, HASH, EQUAL, ALLOC>, VELM_CSetElement<KEY>>::VELM_CUnorderedMultiFiller;
 };
 template <class KEY, class HASH, class EQUAL, class ALLOC>
 struct VELM_CForm<std::unordered_multiset<KEY, HASH, EQUAL, ALLOC>>
@@ -507,8 +511,8 @@ struct VELM_CForm<std::unordered_multiset<KEY, HASH, EQUAL, ALLOC>>
 };
 template <class KEY, class VALUE, class HASH, class EQUAL, class ALLOC>
 struct VELM_CFiller<std::unordered_multimap<KEY, VALUE, HASH, EQUAL, ALLOC>>
-    : VELM_CMultiFiller<std::unordered_multimap<KEY, VALUE, HASH, EQUAL, ALLOC>, VELM_CMapElement<KEY, VALUE>> {
-    using VELM_CMultiFiller<std::unordered_multimap<KEY, VALUE, HASH, EQUAL, ALLOC>, VELM_CMapElement<KEY, VALUE>>::VELM_CMultiFiller;
+    : VELM_CUnorderedMultiFiller<std::unordered_multimap<KEY, VALUE, HASH, EQUAL, ALLOC>, VELM_CMapElement<KEY, VALUE>> {
+    using VELM_CUnorderedMultiFiller<std::unordered_multimap<KEY, VALUE, HASH, EQUAL, ALLOC>, VELM_CMapElement<KEY, VALUE>>::VELM_CUnorderedMultiFiller;
 };
 template <class KEY, class VALUE, class HASH, class EQUAL, class ALLOC>
 struct VELM_CForm<std::unordered_multimap<KEY, VALUE, HASH, EQUAL, ALLOC>>
@@ -574,6 +578,7 @@ struct VELM_CForm<std::bitset<SIZE>>
         for (size_t nFirst = 0; nFirst < SIZE; nFirst += 8) {
             unsigned char by = 0;
             if (!ar.LoadByte(by)) {
+                bits.reset();
                 ar.RaiseDataEnded();
                 return;
             }
@@ -581,6 +586,7 @@ struct VELM_CForm<std::bitset<SIZE>>
                 if (i < SIZE) {
                     bits[i] = (by >> (i - nFirst) & 1) != 0;
                 } else {
+                    bits.reset();
                     ar.RaiseInvalid("a bitset has a bit behind its last one");
                     return;
                 }

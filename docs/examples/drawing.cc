@@ -12,10 +12,11 @@ struct Point { // a plain value
     void Serialize(VELM_CArchive& ar) { ar & x & y; }
 };
 } // namespace drawing
-using namespace drawing;
 
-template <> struct VELM_CEnumRange<Cap> : VELM_CFromTo<Cap, Cap::Flat, Cap::Square> {};
+template <> struct VELM_CEnumRange<drawing::Cap>
+    : VELM_CFromTo<drawing::Cap, drawing::Cap::Flat, drawing::Cap::Square> {};
 
+namespace drawing {
 class Style : public VELM_CObject { // which shapes share
 public:
     static VELM_CRuntimeClass classRecord;
@@ -119,6 +120,8 @@ public:
 VELM_CRuntimeClass Style::classRecord = {"Style", 0, 2}, Shape::classRecord = {"Shape", 0, 1},
                    Rect::classRecord = {"Rect", 0, 1}, RoundRect::classRecord = {"RoundRect", 0, 1},
                    Group::classRecord = {"Group", 0, 1}, Drawing::classRecord = {"Drawing", 0, 3};
+} // namespace drawing
+using namespace drawing;
 
 int main(int argc, char** argv)
 {
