@@ -624,7 +624,7 @@ int VELM_CArchive::LoadPrefixed(VELM_CString& rString)
         AfxTruncate(rString, 0);
         return 0;
     }
-    std::free(rString.m_data);
+    AfxFreeText(rString.m_data);
     rString.m_data = m_pState->TakeText();
     rString.m_len = static_cast<int>(nLength);
     return 1;

@@ -1,6 +1,6 @@
 /// \file
 /// Numbers in an archive other than the unsigned ones of `mfc_carccore.h`: `bool`, characters, signed integers, short
-/// ones and floating-point numbers.
+/// ones and floating-point numbers. Whatever has no operators at all is refused here, when it is compiled.
 #ifndef TAVNOMCL_MFC_CARCNUM_H
 #define TAVNOMCL_MFC_CARCNUM_H
 
@@ -74,10 +74,6 @@ struct VELM_CWhereMoved
     : std::enable_if<bMoved && std::is_convertible<ARCHIVE*, VELM_CArchive*>::value, VELM_CArchive&> {
 };
 template <class TYPE>
-struct VELM_CIsLongLong : std::integral_constant<bool, std::is_same<TYPE, long long>::value ||
-                                                           std::is_same<TYPE, unsigned long long>::value> {
-};
-template <class TYPE>
 struct VELM_CIsFloat
     : std::integral_constant<bool, std::is_same<TYPE, float>::value || std::is_same<TYPE, double>::value> {
 };
@@ -100,6 +96,39 @@ template <class TYPE>
 struct VELM_CLoadsByOwn<TYPE, decltype(void(std::declval<VELM_CConvertedArchive&>() >> std::declval<TYPE&>()))>
     : std::true_type {
 };
+
+// Whether `<<` and `>>` take a type. The operators that refuse one are for VELM_CArchive itself, and not for a class
+// that is derived from it, so that asking does not end in their message. An enumeration counts only when both take it:
+// some convert to a number, which is stored, and cannot be loaded.
+struct VELM_CProbe : VELM_CArchive {};
+template <class TYPE, class = void> struct VELM_CStores : std::false_type {
+};
+template <class TYPE>
+struct VELM_CStores<TYPE, decltype(void(std::declval<VELM_CProbe&>() << std::declval<const TYPE&>()))>
+    : std::true_type {
+};
+template <class TYPE, class = void> struct VELM_CLoads : std::false_type {
+};
+template <class TYPE>
+struct VELM_CLoads<TYPE, decltype(void(std::declval<VELM_CProbe&>() >> std::declval<TYPE&>()))> : std::true_type {
+};
+template <bool bLoads, class TYPE>
+struct VELM_CMoves
+    : std::conditional<std::is_enum<TYPE>::value,
+                       std::integral_constant<bool, VELM_CStores<TYPE>::value && VELM_CLoads<TYPE>::value>,
+                       typename std::conditional<bLoads, VELM_CLoads<TYPE>, VELM_CStores<TYPE>>::type>::type {
+};
+template <class ARCHIVE, bool bLoads, class TYPE> struct VELM_CWhereRefused {
+};
+template <bool bLoads, class TYPE>
+struct VELM_CWhereRefused<VELM_CArchive, bLoads, TYPE>
+    : std::enable_if<!VELM_CMoves<bLoads, TYPE>::value, VELM_CArchive&> {
+};
+// Named after what is wrong with the type in its argument, for the compiler's message; void stands for no such type.
+template <class TYPE> struct VELM_CHasForm {
+    static constexpr bool value = std::is_void<TYPE>::value;
+};
+#define VELM_NO_FORM "docs/values.md says what goes through an archive, and how a type of your own does"
 
 // Whether a type is of numbers that have the same bytes in memory as in the stream, so that many go as a block.
 template <class TYPE, bool = std::is_arithmetic<TYPE>::value> struct VELM_CIsPlainNumber : std::false_type {
@@ -188,10 +217,6 @@ typename VELM_CWhereMoved<ARCHIVE, VELM_CIsFloat<TYPE>::value>::type operator<<(
     return AfxStoreNumber(rArchive, value);
 }
 
-/// 64-bit values are stored by `VELM_CArchive::WriteInt64` and `WriteUInt64`.
-template <class ARCHIVE, class TYPE>
-typename VELM_CWhereMoved<ARCHIVE, VELM_CIsLongLong<TYPE>::value>::type operator<<(ARCHIVE&, TYPE) = delete;
-
 /// Loads what the operator for these types stores; a `bool` is whether the byte is not 0. Raises 3 when the data ends;
 /// the operand keeps its value then.
 template <class ARCHIVE, class TYPE>
@@ -222,9 +247,21 @@ typename VELM_CWhereMoved<ARCHIVE, VELM_CValueForm<TYPE>::nBytes != 0>::type ope
     return ar;
 }
 
-/// 64-bit values are loaded by `VELM_CArchive::ReadInt64` and `ReadUInt64`.
+/// \cond
+// A type without a form is refused by one sentence, and not by a list of all operators.
 template <class ARCHIVE, class TYPE>
-typename VELM_CWhereMoved<ARCHIVE, VELM_CIsLongLong<TYPE>::value>::type operator>>(ARCHIVE&, TYPE&) = delete;
+typename VELM_CWhereRefused<ARCHIVE, false, TYPE>::type operator<<(ARCHIVE& ar, const TYPE&)
+{
+    static_assert(VELM_CHasForm<TYPE>::value, VELM_NO_FORM);
+    return ar;
+}
+template <class ARCHIVE, class TYPE>
+typename VELM_CWhereRefused<ARCHIVE, true, TYPE>::type operator>>(ARCHIVE& ar, TYPE&)
+{
+    static_assert(VELM_CHasForm<TYPE>::value, VELM_NO_FORM);
+    return ar;
+}
+/// \endcond
 
 /// \}
 

@@ -70,19 +70,30 @@ template <class KEY, class VALUE> struct VELM_CMapEntry {
     VALUE& value;   ///< The value.
 };
 
-/// What steps along the entries of a map, in the order of `GetNextAssoc`, until an entry is added or removed. TABLE is
-/// the map's structure, VALUE the type of its values, const for a const map.
+/// What steps along the entries of a map, in the order of `GetNextAssoc`, until an entry is added or removed, or the
+/// map moved. TABLE is the map's structure, VALUE the type of its values, const for a const map. An entry is made as it
+/// is asked for: so these are forward iterators to C++20, and input iterators before.
 template <class TABLE, class VALUE> class VELM_CMapIterator {
 public:
     /// \cond
     typedef typename TABLE::VELM_CAssoc Assoc;
     typedef VELM_CMapEntry<decltype(Assoc::key), VALUE> value_type;
     typedef std::input_iterator_tag iterator_category;
+    typedef std::forward_iterator_tag iterator_concept;
     typedef ptrdiff_t difference_type;
-    typedef const value_type* pointer;
+    struct pointer {
+        value_type entry;
+        const value_type* operator->() const { return &entry; }
+    };
     typedef value_type reference;
+    VELM_CMapIterator() : m_pTable(NULL), m_pAssoc(NULL) {}
     VELM_CMapIterator(const TABLE* pTable, Assoc* pAssoc) : m_pTable(pTable), m_pAssoc(pAssoc) {}
+    template <class OTHER, class = typename std::enable_if<std::is_same<const OTHER, VALUE>::value>::type>
+    VELM_CMapIterator(const VELM_CMapIterator<TABLE, OTHER>& other) : m_pTable(other.m_pTable), m_pAssoc(other.m_pAssoc)
+    {
+    }
     value_type operator*() const { return value_type{m_pAssoc->key, m_pAssoc->value}; }
+    pointer operator->() const { return pointer{**this}; }
     VELM_CMapIterator& operator++()
     {
         m_pAssoc = reinterpret_cast<Assoc*>(m_pTable->PositionBehind(m_pAssoc));
@@ -94,10 +105,17 @@ public:
         ++*this;
         return before;
     }
-    bool operator==(const VELM_CMapIterator& other) const { return m_pAssoc == other.m_pAssoc; }
-    bool operator!=(const VELM_CMapIterator& other) const { return m_pAssoc != other.m_pAssoc; }
+    template <class OTHER> bool operator==(const VELM_CMapIterator<TABLE, OTHER>& other) const
+    {
+        return m_pAssoc == other.m_pAssoc;
+    }
+    template <class OTHER> bool operator!=(const VELM_CMapIterator<TABLE, OTHER>& other) const
+    {
+        return m_pAssoc != other.m_pAssoc;
+    }
 
 private:
+    template <class, class> friend class VELM_CMapIterator;
     const TABLE* m_pTable;
     Assoc* m_pAssoc;
     /// \endcond
@@ -133,6 +151,17 @@ public:
     ~VELM_CMapTable() override;
     VELM_CMapTable(const VELM_CMapTable&) = delete;
     VELM_CMapTable& operator=(const VELM_CMapTable&) = delete;
+    /// Takes the entries of `src`, which is empty then. References to values hold; iterators do not.
+    VELM_CMapTable(VELM_CMapTable&& src) : VELM_CMapTable(src.m_nBlockSize) { Exchange(src); }
+    /// \copydoc VELM_CMapTable(VELM_CMapTable&&)
+    VELM_CMapTable& operator=(VELM_CMapTable&& src)
+    {
+        if (this != &src) {
+            Exchange(src);
+            src.RemoveAll();
+        }
+        return *this;
+    }
 
     /// Number of entries.
     int GetCount() const { return m_nCount; }
@@ -217,6 +246,25 @@ private:
     {
         if (!m_bHandedOut.load(std::memory_order_relaxed))
             m_bHandedOut.store(true, std::memory_order_relaxed);
+    }
+    // Of two fields that nobody else looks at.
+    template <class FIELD> static void Exchange(std::atomic<FIELD>& a, std::atomic<FIELD>& b)
+    {
+        a.store(b.exchange(a.load(std::memory_order_relaxed), std::memory_order_relaxed), std::memory_order_relaxed);
+    }
+    void Exchange(VELM_CMapTable& other)
+    {
+        HandOut();
+        other.HandOut();
+        std::swap(m_pHashTable, other.m_pHashTable);
+        std::swap(m_nHashTableSize, other.m_nHashTableSize);
+        std::swap(m_nCount, other.m_nCount);
+        std::swap(m_pFreeList, other.m_pFreeList);
+        std::swap(m_pBlocks, other.m_pBlocks);
+        std::swap(m_nBlockSize, other.m_nBlockSize);
+        std::swap(m_nBuilt, other.m_nBuilt);
+        Exchange(m_pIndex, other.m_pIndex);
+        Exchange(m_nFirst, other.m_nFirst);
     }
     static __POSITION* BeforeFirst() { return reinterpret_cast<__POSITION*>(~uintptr_t(0)); }
     unsigned Bucket(ARG_KEY key) const
@@ -617,6 +665,10 @@ public:
     /// An empty map of 17 buckets; nodes come in blocks of `nBlockSize`. Asserts "nBlockSize > 0".
     explicit VELM_CMapPtrToPtr(int nBlockSize = 10);
     ~VELM_CMapPtrToPtr() override;
+    /// Takes the entries of the other map, which is empty then.
+    VELM_CMapPtrToPtr(VELM_CMapPtrToPtr&&) = default;
+    /// \copydoc VELM_CMapPtrToPtr(VELM_CMapPtrToPtr&&)
+    VELM_CMapPtrToPtr& operator=(VELM_CMapPtrToPtr&&) = default;
 
     /// The value of the key, in an entry that is made when there is none, with the value NULL.
     void*& operator[](void* key);
@@ -766,6 +818,10 @@ public:
     /// An empty map of 17 buckets; nodes come in blocks of `nBlockSize`. Asserts "nBlockSize > 0".
     explicit VELM_CMap(int nBlockSize = 10) : Table(nBlockSize) {}
     ~VELM_CMap() override {}
+    /// Takes the entries of the other map, which is empty then.
+    VELM_CMap(VELM_CMap&&) = default;
+    /// \copydoc VELM_CMap(VELM_CMap&&)
+    VELM_CMap& operator=(VELM_CMap&&) = default;
 
     /// The value of the key, in an entry that is made when there is none, with a new value.
     VALUE& operator[](ARG_KEY key)

@@ -58,6 +58,21 @@ VELM_CObArray::VELM_CObArray()
 {
 }
 
+VELM_CObArray::VELM_CObArray(VELM_CObArray&& src)
+{
+    Append(src);
+    src.m_list.clear();
+}
+
+VELM_CObArray& VELM_CObArray::operator=(VELM_CObArray&& src)
+{
+    if (this == &src)
+        return *this;
+    Copy(src);
+    src.m_list.clear();
+    return *this;
+}
+
 VELM_CObArray::~VELM_CObArray()
 {
 }

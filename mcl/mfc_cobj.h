@@ -58,16 +58,22 @@ public:
     ~VELM_CObArray() override;
     VELM_CObArray(const VELM_CObArray&) = delete;
     VELM_CObArray& operator=(const VELM_CObArray&) = delete;
+    /// Takes the elements of `src`, which is empty then: one by one, as the companion library's list has no other way.
+    VELM_CObArray(VELM_CObArray&& src);
+    /// \copydoc VELM_CObArray(VELM_CObArray&&)
+    VELM_CObArray& operator=(VELM_CObArray&& src);
 
     /// Iterator over the elements in their order. It remembers an index, so it survives changes of the array.
     class const_iterator {
     public:
         /// \cond
         typedef std::input_iterator_tag iterator_category;
+        typedef std::forward_iterator_tag iterator_concept;
         typedef VELM_CObject* value_type;
         typedef ptrdiff_t difference_type;
         typedef VELM_CObject* const* pointer;
         typedef VELM_CObject* reference;
+        const_iterator() : m_pArray(NULL), m_nIndex(0) {}
         const_iterator(const VELM_CObArray* pArray, int nIndex) : m_pArray(pArray), m_nIndex(nIndex) {}
         VELM_CObject* operator*() const { return (*m_pArray)[m_nIndex]; }
         const_iterator& operator++()

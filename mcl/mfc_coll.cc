@@ -316,6 +316,35 @@ VELM_CStringArray::VELM_CStringArray()
     GrowTo(nStringBlock);
 }
 
+VELM_CStringArray::VELM_CStringArray(VELM_CStringArray&& src) noexcept
+    : m_data(nullptr), m_size(0), m_max_size(0), m_pBlock(nullptr), m_nBuilt(0), m_nRoom(0), m_pLent(nullptr),
+      m_nLent(0), m_pSorting(nullptr), m_pSpare(nullptr)
+{
+    Exchange(src);
+}
+
+VELM_CStringArray& VELM_CStringArray::operator=(VELM_CStringArray&& src) noexcept
+{
+    if (this != &src) {
+        Exchange(src);
+        src.RemoveAll();
+    }
+    return *this;
+}
+
+void VELM_CStringArray::Exchange(VELM_CStringArray& other)
+{
+    std::swap(m_data, other.m_data);
+    std::swap(m_size, other.m_size);
+    std::swap(m_max_size, other.m_max_size);
+    std::swap(m_pBlock, other.m_pBlock);
+    std::swap(m_nBuilt, other.m_nBuilt);
+    std::swap(m_nRoom, other.m_nRoom);
+    std::swap(m_pLent, other.m_pLent);
+    std::swap(m_nLent, other.m_nLent);
+    std::swap(m_pSorting, other.m_pSorting);
+}
+
 VELM_CStringArray::~VELM_CStringArray()
 {
     RemoveAll();

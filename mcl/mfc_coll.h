@@ -3,6 +3,11 @@
 #ifndef TAVNOMCL_MFC_COLL_H
 #define TAVNOMCL_MFC_COLL_H
 
+#include <stddef.h>
+
+#include <iterator>
+#include <utility>
+
 #include "mcl/mfc_base.h"
 #include "mcl/mfc_cstring.h"
 
@@ -28,6 +33,24 @@ public:
     ~VELM_CPtrArray();
     VELM_CPtrArray(const VELM_CPtrArray&) = delete;
     VELM_CPtrArray& operator=(const VELM_CPtrArray&) = delete;
+    /// Takes the slots of `src`, which is empty then. Takes no memory, so that `std::swap` does not either.
+    VELM_CPtrArray(VELM_CPtrArray&& src) noexcept
+        : m_data(src.m_data), m_size(src.m_size), m_max_size(src.m_max_size), m_grow_by(src.m_grow_by)
+    {
+        src.m_data = NULL;
+        src.m_size = src.m_max_size = 0;
+    }
+    /// \copydoc VELM_CPtrArray(VELM_CPtrArray&&)
+    VELM_CPtrArray& operator=(VELM_CPtrArray&& src) noexcept
+    {
+        std::swap(m_data, src.m_data);
+        std::swap(m_size, src.m_size);
+        std::swap(m_max_size, src.m_max_size);
+        std::swap(m_grow_by, src.m_grow_by);
+        if (this != &src)
+            src.SetSize(0);
+        return *this;
+    }
 
     /// The first slot: as an iterator, until the array grows or gives back slots.
     void** begin() { return m_data; }
@@ -94,6 +117,11 @@ public:
     ~VELM_CStringArray();
     /// An array that holds copies of the strings of `src`.
     VELM_CStringArray(const VELM_CStringArray& src);
+    /// Takes the strings of `src`, which is empty then and has no block. Takes no memory, so that `std::swap` does not
+    /// either.
+    VELM_CStringArray(VELM_CStringArray&& src) noexcept;
+    /// \copydoc VELM_CStringArray(VELM_CStringArray&&)
+    VELM_CStringArray& operator=(VELM_CStringArray&& src) noexcept;
 
     /// The first element: as an iterator, until the array grows. `ElementAt` delivers elements to be changed.
     const VELM_CString* begin() const { return m_data; }
@@ -157,6 +185,7 @@ private:
     void* m_pSorting;       // the order in which Sort appends to this array; of malloc; NULL outside of Sort
     VELM_CString* m_pSpare; // what ElementAt delivers after a failed check
 
+    VELM_LOCAL void Exchange(VELM_CStringArray& other);
     VELM_LOCAL void Adopt();
     VELM_LOCAL bool TryBuildTo(int nStrings);
     VELM_LOCAL bool TryAssign(const VELM_CStringArray& src);
@@ -164,6 +193,57 @@ private:
     VELM_LOCAL void GrowTo(int nMax);
     VELM_LOCAL void Lend(int nIndex);
 };
+
+/// The elements of an array as pointers to objects of a class, which they all must be; see `AfxOf`. The array must
+/// live as long.
+template <class TYPE, class ARRAY> class VELM_CArrayView {
+public:
+    /// \cond
+    class iterator {
+    public:
+        typedef std::input_iterator_tag iterator_category;
+        typedef std::forward_iterator_tag iterator_concept;
+        typedef TYPE* value_type;
+        typedef ptrdiff_t difference_type;
+        typedef TYPE* const* pointer;
+        typedef TYPE* reference;
+        iterator() : m_at() {}
+        explicit iterator(decltype(std::declval<ARRAY&>().begin()) at) : m_at(at) {}
+        TYPE* operator*() const { return static_cast<TYPE*>(*m_at); }
+        iterator& operator++()
+        {
+            ++m_at;
+            return *this;
+        }
+        iterator operator++(int)
+        {
+            iterator before = *this;
+            ++m_at;
+            return before;
+        }
+        friend bool operator==(const iterator& a, const iterator& b) { return a.m_at == b.m_at; }
+        friend bool operator!=(const iterator& a, const iterator& b) { return a.m_at != b.m_at; }
+
+    private:
+        decltype(std::declval<ARRAY&>().begin()) m_at;
+    };
+    explicit VELM_CArrayView(ARRAY& array) : m_pArray(&array) {}
+    iterator begin() const { return iterator(m_pArray->begin()); }
+    iterator end() const { return iterator(m_pArray->end()); }
+    ARRAY& GetArray() const { return *m_pArray; }
+
+private:
+    ARRAY* m_pArray;
+    /// \endcond
+};
+
+/// The elements of a `VELM_CPtrArray` or a `VELM_CObArray` whose class the program knows, in their order:
+/// `for (Task* pTask : AfxOf<Task>(array))`. With `ar & AfxOf<Task>(array)` they go through an archive, as a count and
+/// references; loading checks that they are of the class.
+template <class TYPE, class ARRAY> VELM_CArrayView<TYPE, ARRAY> AfxOf(ARRAY& array)
+{
+    return VELM_CArrayView<TYPE, ARRAY>(array);
+}
 
 extern "C" {
 /// Compares two strings for `qsort`, as `VELM_CString::Compare` does; `a` and `b` point to pointers to `VELM_CString`.

@@ -9,6 +9,8 @@
 #include "mcl/mfc_cstring_p.h"
 #include "mcl/mfc_memory.h"
 
+char AfxMovedText[1];
+
 static int TextLength(const char* p)
 {
     const std::size_t n = p == nullptr ? 0 : std::strlen(p);
@@ -74,10 +76,11 @@ VELM_CString::VELM_CString(const VELM_CString& src)
     Init(src.m_data, TextLength(src.m_data));
 }
 
-VELM_CString::VELM_CString(VELM_CString&& src)
+VELM_CString::VELM_CString(VELM_CString&& src) noexcept : m_data(src.m_data), m_len(src.m_len)
 {
-    Init(nullptr, 0);
-    *this = static_cast<VELM_CString&&>(src);
+    src.m_data = AfxMovedText;
+    src.m_len = 0;
+    AfxTruncate(*this, static_cast<int>(std::strlen(m_data))); // what a copy has
 }
 
 VELM_CString& VELM_CString::operator=(VELM_CString&& src) noexcept
@@ -93,7 +96,7 @@ VELM_CString& VELM_CString::operator=(VELM_CString&& src) noexcept
 
 VELM_CString::~VELM_CString()
 {
-    std::free(m_data);
+    AfxFreeText(m_data);
 }
 
 char VELM_CString::GetAt(int nIndex) const
@@ -139,8 +142,8 @@ void VELM_CString::Set(const char* p, int n)
 {
     const int nText = n > 0 ? n : 0;
     if (nText > 0 && OffsetIn(*this, p) <= static_cast<std::size_t>(m_len)) {
-        char* pNew = NewText(p, nText); // before the buffer that p points into is freed
-        std::free(m_data);
+        char* pNew = NewText(p, nText); // the source goes with the old buffer
+        AfxFreeText(m_data);
         m_data = pNew;
         m_len = nText;
     } else if (!AfxTryAssign(*this, p, static_cast<std::size_t>(nText))) {
@@ -201,6 +204,8 @@ const VELM_CString& VELM_CString::Concat(const char* p, int n)
     // If p points into the string's own buffer, the source moves with it, and may include the final NUL.
     const std::size_t nOffset = OffsetIn(*this, p);
     const bool bOwn = nOffset <= static_cast<std::size_t>(m_len);
+    if (m_data == AfxMovedText)
+        Init(nullptr, 0);
     m_data = static_cast<char*>(AfxAllocate(m_data, static_cast<std::size_t>(m_len + n), 1, 1));
     std::memmove(m_data + m_len, bOwn ? m_data + nOffset : p, static_cast<std::size_t>(n));
     m_len += n;

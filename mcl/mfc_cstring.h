@@ -5,11 +5,13 @@
 
 #include <limits.h>
 #include <stddef.h>
+#include <string.h>
 
 #include <string>
 #if __cplusplus >= 201703L
 #include <string_view>
 #endif
+#include <type_traits>
 
 #include "mcl/mfc_base.h"
 #include "mcl/mfc_memory.h"
@@ -19,10 +21,10 @@
 
 /// An owned, NUL-terminated byte string with an explicit length.
 ///
-/// Each string owns one buffer of exactly `m_len` + 1 bytes, never shared and never NULL. Operations that are given a
-/// length take NUL bytes as part of the text. Operations that are given a plain pointer, and copies of strings, end at
-/// the first NUL. The source of an operation may lie inside the string's own buffer. Exhausted memory: see
-/// `AfxMemoryExhausted`.
+/// Each string owns one buffer of exactly `m_len` + 1 bytes, never shared and never NULL. Only a string that was moved
+/// from has an empty buffer that is not its own, until it gets a text again. Operations that are given a length take
+/// NUL bytes as part of the text. Operations that are given a plain pointer, and copies of strings, end at the first
+/// NUL. The source of an operation may lie inside the string's own buffer. Exhausted memory: see `AfxMemoryExhausted`.
 class VELM_API VELM_CString {
 public:
     char* m_data; ///< The buffer, of `malloc`.
@@ -42,9 +44,8 @@ public:
     VELM_CString(const unsigned char* p);
     /// A copy of the text up to the first NUL.
     VELM_CString(const VELM_CString& src);
-    /// The text of `src` up to its first NUL, without a copy; `src` is empty then. Exhausted memory leaves it as it
-    /// was.
-    VELM_CString(VELM_CString&& src);
+    /// The text of `src` up to its first NUL, without a copy; `src` is empty then. Takes no memory.
+    VELM_CString(VELM_CString&& src) noexcept;
     /// A copy of the whole text, NUL bytes included. It is a template so that no other type is converted to
     /// `std::string` for it.
     template <class TRAITS, class ALLOC> explicit VELM_CString(const std::basic_string<char, TRAITS, ALLOC>& src)
@@ -111,6 +112,21 @@ public:
     const VELM_CString& operator=(char* p);
     /// \copydoc operator=(const char*)
     const VELM_CString& operator=(const unsigned char* p);
+    /// Replaces the text by the whole one of `src`, NUL bytes included.
+    template <class TRAITS, class ALLOC>
+    const VELM_CString& operator=(const std::basic_string<char, TRAITS, ALLOC>& src)
+    {
+        Set(src.data(), CheckLength(src.size()));
+        return *this;
+    }
+#if __cplusplus >= 201703L
+    /// \copydoc operator=(const std::basic_string<char, TRAITS, ALLOC>&)
+    template <class TRAITS> const VELM_CString& operator=(const std::basic_string_view<char, TRAITS>& src)
+    {
+        Set(src.data(), CheckLength(src.size()));
+        return *this;
+    }
+#endif
     /// Appends the text of `src` up to its first NUL.
     const VELM_CString& operator+=(const VELM_CString& src);
     /// Appends a text; NULL and the empty text change nothing.
@@ -143,6 +159,44 @@ VELM_API int operator>(const VELM_CString& a, const VELM_CString& b);
 VELM_API int operator<=(const VELM_CString& a, const VELM_CString& b);
 /// 1 when `a` does not sort before `b`, as by `strcmp`, else 0.
 VELM_API int operator>=(const VELM_CString& a, const VELM_CString& b);
+
+/// \cond
+// A std::string or a std::string_view.
+template <class TEXT> struct VELM_CIsText : std::false_type {
+};
+template <class TRAITS, class ALLOC> struct VELM_CIsText<std::basic_string<char, TRAITS, ALLOC>> : std::true_type {
+};
+#if __cplusplus >= 201703L
+template <class TRAITS> struct VELM_CIsText<std::basic_string_view<char, TRAITS>> : std::true_type {
+};
+#endif
+/// \endcond
+
+/// Whether the whole texts are equal, NUL bytes included: of a string and a `std::string` or `std::string_view`.
+template <class TEXT>
+typename std::enable_if<VELM_CIsText<TEXT>::value, bool>::type operator==(const VELM_CString& a, const TEXT& b)
+{
+    const size_t nLength = static_cast<size_t>(a.m_len);
+    return nLength == b.size() && (nLength == 0 || memcmp(a.m_data, b.data(), nLength) == 0);
+}
+/// \copydoc operator==(const VELM_CString&, const TEXT&)
+template <class TEXT>
+typename std::enable_if<VELM_CIsText<TEXT>::value, bool>::type operator==(const TEXT& a, const VELM_CString& b)
+{
+    return operator==(b, a);
+}
+/// Whether the whole texts differ.
+template <class TEXT>
+typename std::enable_if<VELM_CIsText<TEXT>::value, bool>::type operator!=(const VELM_CString& a, const TEXT& b)
+{
+    return !operator==(a, b);
+}
+/// \copydoc operator!=(const VELM_CString&, const TEXT&)
+template <class TEXT>
+typename std::enable_if<VELM_CIsText<TEXT>::value, bool>::type operator!=(const TEXT& a, const VELM_CString& b)
+{
+    return !operator==(b, a);
+}
 
 /// Prints the whole text, as a `std::string` is printed. A program's own operator, which is no template, is preferred.
 template <class TRAITS>

@@ -8,6 +8,16 @@
 
 #include "mcl/mfc_cstring.h"
 
+// The text of strings that were moved from: it is no block, and never changes.
+extern VELM_LOCAL char AfxMovedText[1];
+
+// Frees the text of a string.
+inline void AfxFreeText(char* pText)
+{
+    if (pText != AfxMovedText)
+        std::free(pText);
+}
+
 // Constructs an empty string in raw memory. False when there is no memory for its buffer.
 inline bool AfxTryConstruct(VELM_CString* pRoom)
 {
@@ -26,15 +36,17 @@ inline bool AfxTryAssign(VELM_CString& rString, const char* p, std::size_t n)
 {
     if (n >= INT_MAX)
         return false;
+    if (n == 0 && rString.m_data == AfxMovedText)
+        return true;
     char* pText = rString.m_data;
     if (n != static_cast<std::size_t>(rString.m_len)) {
         // For small blocks, malloc and free are quicker than realloc: the allocator keeps freed ones ready.
-        const bool bSmall = n < 1024 && rString.m_len < 1024;
+        const bool bSmall = pText == AfxMovedText || (n < 1024 && rString.m_len < 1024);
         pText = static_cast<char*>(bSmall ? std::malloc(n + 1) : std::realloc(pText, n + 1));
         if (pText == nullptr)
             return false;
         if (bSmall)
-            std::free(rString.m_data);
+            AfxFreeText(rString.m_data);
     }
     if (n > 0)
         std::memcpy(pText, p, n);

@@ -48,12 +48,9 @@ VELM_API void AfxRefuseElement(VELM_CArchive& ar);
 
 /// \cond
 // Whether an element has operators << and >>; or else is a pointer to objects of a class with a record.
-template <class TYPE, class = void> struct VELM_CHasOperators : std::false_type {
-};
 template <class TYPE>
-struct VELM_CHasOperators<TYPE, decltype(void(std::declval<VELM_CArchive&>() << std::declval<TYPE&>()),
-                                         void(std::declval<VELM_CArchive&>() >> std::declval<TYPE&>()))>
-    : std::true_type {
+struct VELM_CHasOperators
+    : std::integral_constant<bool, VELM_CMoves<false, TYPE>::value && VELM_CMoves<true, TYPE>::value> {
 };
 template <class TYPE, class = void> struct VELM_CIsReference : std::false_type {
 };
@@ -127,7 +124,11 @@ inline unsigned HashKey(const char* key)
 /// \cond
 template <class KEY> unsigned AfxHashOf(const KEY& key)
 {
-    return static_cast<uint32_t>((uintptr_t)key) >> 4;
+    return static_cast<uint32_t>(static_cast<uintptr_t>(key)) >> 4;
+}
+template <class TYPE> unsigned AfxHashOf(TYPE* const& key)
+{
+    return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(key)) >> 4;
 }
 inline unsigned AfxHashOf(const VELM_CString& key)
 {

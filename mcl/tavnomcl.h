@@ -5,6 +5,7 @@
 
 #include "mcl/mfc_carccore.h"
 #include "mcl/mfc_carcex.h"
+#include "mcl/mfc_carcform.h"
 #include "mcl/mfc_carcnum.h"
 #include "mcl/mfc_carcown.h"
 #include "mcl/mfc_cclass.h"

@@ -9,9 +9,9 @@
 #include "tests/support/graph.h"
 #include "tests/support/watch.h"
 
-namespace guide {
+#define main MainOfGuide
 #include "docs/examples/guide.cc"
-}
+#undef main
 
 namespace {
 
@@ -60,7 +60,6 @@ TEST_F(Document, ASaveThatIsNotWholeIsNotCommitted)
     Doing surviving([&](VELM_CArchive& ar) { pfm_protect([&] { ar.WriteObject(&raising); }); });
     Doing quitting([](VELM_CArchive& ar) { ar.Flush(), ar.Abort(); });
     VELM_CRuntimeClass local = {"Local", 0, 0xFFFF}, none = {nullptr, 0, 1};
-    static const std::vector<long> wide{1, static_cast<long>(1ll << 40)}; // the second is 0 where a long has 32 bits
     using Step = std::function<void(VELM_CArchive & ar, VELM_CSaveFile & file)>;
     const struct {
         const char* lpszText; // what Commit says; NULL where all is well
@@ -71,7 +70,8 @@ TEST_F(Document, ASaveThatIsNotWholeIsNotCommitted)
         {nullptr, [](VELM_CArchive&, VELM_CSaveFile&) {}},
         {nullptr, [](VELM_CArchive& ar, VELM_CSaveFile&) { ar.Write("x", 1); }, false, 2}, // reported, and stored
 #if defined(__LP64__)
-        {"offset 9: the value does not fit into 4 bytes", [](VELM_CArchive& ar, VELM_CSaveFile&) { ar << wide; }},
+        {"offset 9: the value does not fit into 4 bytes",
+         [](VELM_CArchive& ar, VELM_CSaveFile&) { ar << 1 << 2 << (1l << 40); }},
         {"offset 0: the value does not fit into 4 bytes", [](VELM_CArchive& ar, VELM_CSaveFile&) { ar << ~0ul; }},
         {"offset 0: the count does not fit into 4 bytes",
          [](VELM_CArchive& ar, VELM_CSaveFile&) { ar.WriteCount(~0ul); }},
@@ -330,14 +330,14 @@ TEST_F(Document, SavesAndLoadsWithABody)
 TEST_F(Document, TheGuidesProgramRefusesCraftedLists)
 {
     struct Forger : VELM_CObject {
-        std::vector<guide::Task*> tasks;
-        VELM_CRuntimeClass* GetRuntimeClass() const override { return &guide::List::classRecord; }
+        std::vector<::Task*> tasks;
+        VELM_CRuntimeClass* GetRuntimeClass() const override { return &::List::classRecord; }
         void Serialize(VELM_CArchive& ar) override { ar << tasks << std::map<std::string, double>(); }
     };
-    guide::Task a("a"), b("b", guide::Now, &a), strange("c"), empty("");
-    strange.urgency = static_cast<guide::Urgency>(3);
+    ::Task a("a"), b("b", ::Now, &a), strange("c"), empty("");
+    strange.urgency = static_cast<::Urgency>(3);
     const struct {
-        std::vector<guide::Task*> tasks;
+        std::vector<::Task*> tasks;
         const char* lpszText;
     } rows[] = {{{&a, &b}, ""},
                 {{&b, &a}, ""}, // named before the list comes to it
@@ -349,16 +349,16 @@ TEST_F(Document, TheGuidesProgramRefusesCraftedLists)
         forger.tasks = row.tasks;
         std::ofstream(path) << Stored([&](VELM_CArchive& ar) { ar.WriteObject(&forger); });
         HostWatch watch;
-        const std::unique_ptr<guide::List> pList(AfxLoadDocument<guide::List>(path.c_str(), guide::Classes(), &error));
+        const std::unique_ptr<::List> pList(AfxLoadDocument<::List>(path.c_str(), ::Classes(), &error));
         EXPECT_EQ(Error(), row.lpszText);
         EXPECT_EQ(pList != nullptr, *row.lpszText == '\0');
     }
-    guide::List list;
+    ::List list;
     HostWatch watch;
-    list.tasks.emplace_back(new guide::Task(empty));
-    EXPECT_EQ(AfxSaveDocument(path.c_str(), guide::Classes(), &list, &error), 0);
+    list.tasks.emplace_back(new ::Task(empty));
+    EXPECT_EQ(AfxSaveDocument(path.c_str(), ::Classes(), &list, &error), 0);
     EXPECT_EQ(Error(), "offset 42: an entry has no text, in Task (index 4) in List (2)");
-    list.tasks[0].reset(new guide::Task(strange));
-    EXPECT_EQ(AfxSaveDocument(path.c_str(), guide::Classes(), &list, &error), 0);
+    list.tasks[0].reset(new ::Task(strange));
+    EXPECT_EQ(AfxSaveDocument(path.c_str(), ::Classes(), &list, &error), 0);
     EXPECT_EQ(Error(), "offset 47: the value 3 is not one of 0 to 2, in Task (index 4) in List (2)");
 }

@@ -9,13 +9,7 @@ public:
     unsigned x = 0, y = 0;
 
     VELM_CRuntimeClass* GetRuntimeClass() const override { return &classRecord; }
-    void Serialize(VELM_CArchive& ar) override
-    {
-        if (ar.IsStoring())
-            ar << x << y;
-        else
-            ar >> x >> y;
-    }
+    void Serialize(VELM_CArchive& ar) override { ar & x & y; }
 };
 
 VELM_CRuntimeClass Point::classRecord = {"Point", 0, 1};

@@ -12,16 +12,7 @@ public:
 
     explicit Person(const char* lpszName = "") : name(lpszName), friendOf(NULL) {}
     VELM_CRuntimeClass* GetRuntimeClass() const override { return &classRecord; }
-    void Serialize(VELM_CArchive& ar) override
-    {
-        if (ar.IsStoring()) {
-            ar << name;
-            ar.WriteObject(friendOf);
-        } else {
-            ar >> name;
-            friendOf = static_cast<Person*>(ar.ReadObject(&classRecord));
-        }
-    }
+    void Serialize(VELM_CArchive& ar) override { ar & name & friendOf; } // stores them, or loads them
 };
 
 class Club : public VELM_CObject {
@@ -30,13 +21,7 @@ public:
     std::vector<std::unique_ptr<Person>> members; // each is here once, and none is NULL
 
     VELM_CRuntimeClass* GetRuntimeClass() const override { return &classRecord; }
-    void Serialize(VELM_CArchive& ar) override
-    {
-        if (ar.IsStoring())
-            ar << AfxOwned(members);
-        else
-            ar >> AfxOwned(members);
-    }
+    void Serialize(VELM_CArchive& ar) override { ar & AfxOwned(members); }
 };
 
 VELM_CRuntimeClass Person::classRecord = {"Person", 0, 1}; // the name and the version of what is stored

@@ -5,6 +5,8 @@
 #include <mcl/tavnomcl.h>
 
 enum Urgency { Whenever, Soon, Now };
+template <> struct VELM_CEnumRange<Urgency> : VELM_CFromTo<Urgency, Whenever, Now> {
+};
 
 // What tasks have in common with other entries.
 class Entry : public VELM_CObject {
@@ -16,13 +18,7 @@ public:
     void Serialize(VELM_CArchive& ar) override
     {
         const unsigned nVersion = ar.SerializeVersion("Entry", 2);
-        if (ar.IsStoring()) {
-            ar << text << done;
-        } else {
-            ar >> text;
-            if (nVersion >= 2)
-                ar >> done;
-        }
+        ar & text & AfxSince(2, nVersion, done);
         if (text.empty())
             ar.RaiseInvalid("an entry has no text");
     }
@@ -42,14 +38,7 @@ public:
     void Serialize(VELM_CArchive& ar) override
     {
         Entry::Serialize(ar);
-        if (ar.IsStoring()) {
-            ar.WriteObject(after);
-            ar.WriteEnum(urgency, Whenever, Now);
-        } else {
-            after = static_cast<Task*>(ar.ReadObject(&classRecord));
-            if (ar.GetSchema() >= 2)
-                ar.ReadEnum(urgency, Whenever, Now);
-        }
+        ar & after & AfxSince(2, urgency);
     }
 };
 
@@ -60,13 +49,7 @@ public:
     std::map<std::string, double> hours;
 
     VELM_CRuntimeClass* GetRuntimeClass() const override { return &classRecord; }
-    void Serialize(VELM_CArchive& ar) override
-    {
-        if (ar.IsStoring())
-            ar << AfxOwned(tasks) << hours;
-        else
-            ar >> AfxOwned(tasks) >> hours;
-    }
+    void Serialize(VELM_CArchive& ar) override { ar & AfxOwned(tasks) & hours; }
 };
 
 VELM_CRuntimeClass Task::classRecord = {"Task", 0, 2}; // name, a number that the library does not use, schema

@@ -11,13 +11,7 @@ public:
     std::string name;
 
     virtual double GetArea() const = 0;
-    void Serialize(VELM_CArchive& ar) override
-    {
-        if (ar.IsStoring())
-            ar << name;
-        else
-            ar >> name;
-    }
+    void Serialize(VELM_CArchive& ar) override { ar & name; }
 };
 
 class Circle : public Shape {
@@ -31,10 +25,7 @@ public:
     void Serialize(VELM_CArchive& ar) override
     {
         Shape::Serialize(ar); // the base first, in both directions
-        if (ar.IsStoring())
-            ar << radius;
-        else
-            ar >> radius;
+        ar & radius;
     }
 };
 
@@ -49,10 +40,7 @@ public:
     void Serialize(VELM_CArchive& ar) override
     {
         Shape::Serialize(ar);
-        if (ar.IsStoring())
-            ar << width << height;
-        else
-            ar >> width >> height;
+        ar & width & height;
     }
 };
 

@@ -8,8 +8,8 @@
 
 Graph::~Graph()
 {
-    for (int i = 0; i < GetCount(); ++i)
-        delete GetAt(i);
+    for (Package* pPackage : AfxOf<Package>(m_packages))
+        delete pPackage;
 }
 
 void Graph::IndexNames()
@@ -57,9 +57,7 @@ bool Graph::Store(const char* lpszFile, unsigned long long& rBytes) const
     VELM_CProgressFile counter(&file, 0, [](void*, unsigned long long, unsigned long long) {});
     VELM_CArchive ar(&counter, VELM_CArchive::store);
     const int nRaised = pfm_protect([&] {
-        ar.WriteCount(static_cast<unsigned long>(GetCount()));
-        for (int i = 0; i < GetCount(); ++i)
-            ar.WriteObject(GetAt(i));
+        ar << AfxOf<Package>(m_packages);
         ar.Close();
     });
     rBytes = counter.GetDone();
@@ -82,10 +80,7 @@ bool Graph::Load(const char* lpszFile, unsigned long long& rBytes)
     ar.SetClassTable(&table);
 
     // A raise leaves the body without running destructors, so the body has no object that needs one.
-    const int nRaised = pfm_protect([&] {
-        for (unsigned long n = ar.ReadCount(); n > 0 && !ar.IsDataEnded(); --n)
-            Append(m_packages, ar.ReadObject(&Package::classRecord));
-    });
+    const int nRaised = pfm_protect([&] { ar & AfxOf<Package>(m_packages); });
     unsigned char surplus;
     const bool bSurplus = nRaised == 0 && ar.Read(&surplus, 1) == 1;
     const char* lpszError = TakeFileError();

@@ -6,14 +6,5 @@ VELM_CRuntimeClass Package::classRecord = {"Package", 0, 1};
 // is only an index. So a cycle of dependencies ends, and a chain of them is nested as deeply as it is long.
 void Package::Serialize(VELM_CArchive& ar)
 {
-    if (ar.IsStoring()) {
-        ar << m_strName << m_strVersion << m_nInstalledSize;
-        ar.WriteCount(static_cast<unsigned long>(m_dependencies.GetSize()));
-        for (int i = 0; i < m_dependencies.GetSize(); ++i)
-            ar.WriteObject(PackageAt(m_dependencies, i));
-    } else {
-        ar >> m_strName >> m_strVersion >> m_nInstalledSize;
-        for (unsigned long n = ar.ReadCount(); n > 0 && !ar.IsDataEnded(); --n)
-            Append(m_dependencies, ar.ReadObject(&classRecord));
-    }
+    ar & m_strName & m_strVersion & m_nInstalledSize & AfxOf<Package>(m_dependencies);
 }

@@ -5,6 +5,7 @@ It is stricter than a reader needs to be, and refuses every form that the page d
 """
 
 import collections
+import struct
 import sys
 
 NESTING = 4096  # objects within objects
@@ -40,6 +41,38 @@ class Archive:
 
     def u32(self):
         return int.from_bytes(self.bytes(4), "little")
+
+    def integer(self, size):
+        return int.from_bytes(self.bytes(size), "little", signed=True)
+
+    def number(self, size):
+        return struct.unpack("<f" if size == 4 else "<d", self.bytes(size))[0]
+
+    def boolean(self):
+        value = self.bytes(1)[0]
+        self.check(value <= 1, "%d is neither true nor false" % value)
+        return value == 1
+
+    def sequence(self, read):
+        return [read(self) for _ in range(self.count())]
+
+    def ascending(self, read, key=lambda element: element):
+        elements = self.sequence(read)
+        self.check(elements == sorted(elements, key=key), "the elements are not in ascending order")
+        return elements
+
+    def text(self, size):
+        return self.bytes(size * self.count()).decode("utf-16-le" if size == 2 else "utf-32-le")
+
+    def bits(self, size):
+        value = int.from_bytes(self.bytes((size + 7) // 8), "little")
+        self.check(value < 1 << size, "there is a bit behind the last one")
+        return [bit for bit in range(size) if value >> bit & 1]
+
+    def variant(self, *alternatives):
+        number = self.count()
+        self.check(number < len(alternatives), "there is no alternative %d" % number)
+        return number, alternatives[number](self)
 
     def at_least(self, least):
         value = self.u32()
