@@ -170,61 +170,6 @@ TEST(Hidden, ChangesByHandCountOnceTheMapIsTold)
     CheckChangesByHand<VELM_CMap<unsigned, unsigned, int, int>>(numbers, nOther);
 }
 
-TEST(Hidden, StringArraysGrowAndCutAsWithoutRoom)
-{
-    std::mt19937 random(11);
-    VELM_CStringArray array;
-    std::vector<std::string> strings(16); // the block, each with what its m_len says
-    size_t nSize = 0;
-    const auto grow = [&](size_t nMax) { // to a new block, to which the elements are assigned
-        strings.resize(nSize), strings.resize(nMax);
-        for (std::string& string : strings)
-            string = string.c_str();
-    };
-    for (int nStep = 0; nStep < 20000; ++nStep) {
-        const size_t nAt = nSize == 0 ? 0 : random() % nSize;
-        switch (random() % 8) {
-        case 0: // a NUL inside, through a reference
-            if (nSize > 0)
-                array.ElementAt(static_cast<int>(nAt)).Set("x\0y", 3), strings[nAt] = std::string("x\0y", 3);
-            break;
-        case 1:
-            if (nStep % 29 == 0) {
-                const size_t nNew = random() % 80;
-                array.SetSize(static_cast<int>(nNew));
-                if (nNew == 0) {
-                    strings.clear();
-                } else if (nNew > strings.size()) {
-                    const size_t nStep8 = std::max<size_t>(nSize / 8, 4);
-                    grow(strings.empty() ? nNew : nNew + nStep8);
-                }
-                nSize = nNew;
-            }
-            break;
-        case 2:
-            if (nStep % 97 == 0) {
-                const VELM_CStringArray copy(array);
-                array = copy;
-                grow(nSize);
-            }
-            break;
-        default: {
-            const VELM_CString text(std::to_string(nStep).c_str());
-            array.Add(text);
-            if (nSize == strings.size())
-                grow(nSize + 16);
-            strings[nSize++] = text.m_data;
-        }
-        }
-        ASSERT_EQ(std::make_pair(array.m_size, array.m_max_size),
-                  std::make_pair(static_cast<int>(nSize), static_cast<int>(strings.size())))
-            << nStep;
-        for (size_t i = 0; i < strings.size() && nStep % 20 == 0; ++i)
-            ASSERT_EQ(std::string(array.m_data[i].m_data, static_cast<size_t>(array.m_data[i].m_len)), strings[i])
-                << nStep;
-    }
-}
-
 template <class MAP> static void FillEmptyAndLoad(const char* name)
 {
     std::vector<std::array<char, 12>> keys(nMany);
