@@ -19,44 +19,6 @@ static __POSITION* const start = reinterpret_cast<__POSITION*>(~uintptr_t{0});
 
 static unsigned words[] = {5 * 16 + 15, 0, 5 * 16, 16 * 16, 0xFFFFFFFF}; // select the buckets 5, 0, 5, 16, 15
 
-TEST(PtrMap, NodesArePooledAndIteratedByBucket)
-{
-    VELM_CMapPtrToPtr map(3);
-    VELM_CMapPtrToPtr::VELM_CAssoc* nodes[4];
-    unsigned nHash = 9, nValue = 9;
-    EXPECT_EQ(Row() << !map.GetAssocAt(&words[4], nHash) << nHash, "1 15"); // no table, a bucket all the same
-    EXPECT_EQ(Row() << !map.GetAssocAt(nullptr, nHash) << nHash << !map.GetStartPosition(), "1 0 1");
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(map[&words[i]], nullptr);
-        nodes[i] = map.GetAssocAt(&words[i], nHash);
-        nodes[i]->nValue = 7;
-        map.SetAt(&words[i], &words[3 - i]); // finds it again
-    }
-    EXPECT_EQ(Row() << map.m_nCount << nodes[1] - nodes[0] << nodes[2] - nodes[1], "4 1 1");
-    EXPECT_EQ(map.GetStartPosition(), start);
-    VELM_CPlex *pNewest = map.m_pBlocks, *pOldest = pNewest->pNext;
-    EXPECT_EQ(static_cast<void*>(nodes[3]), pNewest + 1);
-    EXPECT_EQ(pOldest->data(), nodes[0]);
-    EXPECT_EQ(pOldest->pNext, nullptr);
-    std::string order;
-    __POSITION* position = start;
-    for (void *pKey, *pValue; position != nullptr; order += std::to_string(static_cast<unsigned*>(pKey) - words)) {
-        map.GetNextAssoc(position, pKey, pValue);
-        EXPECT_EQ(static_cast<unsigned*>(pKey) - words, &words[3] - static_cast<unsigned*>(pValue));
-    }
-    EXPECT_EQ(order, "1203"); // buckets upward, the last inserted first
-    EXPECT_EQ(map.RemoveKey(&words[1]) + map.RemoveKey(&words[0]) + map.RemoveKey(&words[0]), 2);
-    map[&words[4]] = words;
-    EXPECT_EQ(map.GetAssocAt(&words[4], nHash), nodes[0]);
-    EXPECT_EQ(map.m_pFreeList, nodes[1]);
-    EXPECT_EQ(Row() << map.LookupUINT(&words[4], nValue) << nValue << map.LookupUINT(&words[0], nHash), "1 0 0");
-    void* pValue = &map;
-    EXPECT_EQ(map.Lookup(&words[0], pValue), 0);
-    EXPECT_EQ(pValue, &map);
-    EXPECT_EQ(map.Lookup(&words[4], pValue), 1);
-    EXPECT_EQ(pValue, words);
-}
-
 // What every map makes of a check that fails. `other` is a key that is not in the map.
 template <class MAP, class KEY> static void CheckFailures(KEY key, KEY other)
 {
