@@ -1,0 +1,216 @@
+// What must take linear time: sixteen times as much takes sixteen times as long, or some forty times where the memory
+// is slower. Quadratic work would take 256 times as long.
+#include <gtest/gtest.h>
+
+#include <ctime>
+#include <memory>
+
+#include "mcl/mfc_std.h"
+#include "tests/support/graph.h"
+#include "tests/support/watch.h"
+
+enum class Kind : int {};
+
+// Fills a map, looks for all keys and for as many others, and takes one after the other out again.
+template <class MAP, class MAKE> static void FillAndEmpty(unsigned n, MAKE make)
+{
+    MAP map;
+    unsigned nWrong = 0, nBucket;
+    typedef decltype(map.GetAssocAt(make(0), nBucket)->value) Value;
+    for (unsigned i = 0; i < n; ++i)
+        map[make(i)] = (Value)(uintptr_t)i;
+    for (unsigned i = 0; i < 2 * n; ++i) {
+        const auto* const pAssoc = map.GetAssocAt(make(i), nBucket);
+        nWrong += (pAssoc != nullptr) != (i < n) || (i < n && pAssoc->value != (Value)(uintptr_t)i);
+    }
+    for (unsigned i = 0; i < n; ++i) // one goes and another one comes, in its node
+        nWrong += map.RemoveKey(make(i * 7919 % n)) != 1, map[make(i * 7919 % n)] = (Value)(uintptr_t)i;
+    for (unsigned i = 0; i < n; ++i)
+        nWrong += map.RemoveKey(make(i * 7919 % n)) != 1;
+    EXPECT_EQ(nWrong, 0u);
+    EXPECT_EQ(map.m_pBlocks, nullptr);
+}
+
+template <class KEY, class ARG_KEY = KEY, class MAKE> static auto MapOf(MAKE make)
+{
+    return [=](unsigned n) { FillAndEmpty<VELM_CMap<KEY, ARG_KEY, int, int>>(n, make); };
+}
+
+static std::string text; // what the keys of the maps of texts are
+
+static const char* Text(unsigned i)
+{
+    return (text = "a key of many characters, number " + std::to_string(i)).c_str();
+}
+
+// Through an archive and back.
+static void StoreAndLoad(const std::function<void(VELM_CArchive&)>& store,
+                         const std::function<void(VELM_CArchive&)>& load)
+{
+    MemoryFile file(Stored(store));
+    VELM_CArchive from(&file, VELM_CArchive::load);
+    from.SetClassTable(&GraphClasses());
+    load(from);
+    from.DeleteLoadedObjects();
+}
+
+static void TextMapThroughAnArchive(unsigned n)
+{
+    VELM_CMap<fxStr, char*, int, int> map, loaded;
+    for (unsigned i = 0; i < n; ++i)
+        map[const_cast<char*>(Text(i))] = 1;
+    StoreAndLoad([&](VELM_CArchive& to) { map.Serialize(to); }, [&](VELM_CArchive& from) { loaded.Serialize(from); });
+    EXPECT_EQ(loaded.GetCount(), static_cast<int>(n));
+}
+
+static void FirstEntriesOfManyBuckets(unsigned n)
+{
+    VELM_CMap<unsigned, unsigned, int, int> map;
+    map.InitHashTable(5 * n);
+    for (unsigned i = 0; i < n; ++i)
+        map[i * 80]; // five buckets from one to the next
+    unsigned nWrong = 0;
+    for (unsigned i = 0; i < n; ++i) {
+        if (i % 100 == 99) { // an entry that was taken comes back
+            map[(i - 50) * 80];
+            nWrong += (*map.begin()).key != (i - 50) * 80 || map.RemoveKey((i - 50) * 80) != 1;
+        }
+        nWrong += (*map.begin()).key != i * 80 || map.RemoveKey(i * 80) != 1;
+    }
+    EXPECT_EQ(Row() << nWrong << map.GetCount(), "0 0");
+}
+
+static void Graph(unsigned n)
+{
+    std::vector<std::unique_ptr<Node>> nodes;
+    for (unsigned i = 0; i < n; ++i) {
+        nodes.push_back(std::make_unique<Node>(i));
+        if (i > 0)
+            nodes[i]->links.push_back(nodes[(i * 31u + 7) % i].get());
+    }
+    const auto store = [&](VELM_CArchive& to) {
+        for (const auto& node : nodes)
+            to.WriteObject(node.get());
+    };
+    unsigned nWrong = 0;
+    StoreAndLoad(store, [&](VELM_CArchive& from) {
+        for (unsigned i = 0; i < n; ++i)
+            nWrong += static_cast<Node*>(from.ReadObject(&Node::record))->value != i;
+    });
+    EXPECT_EQ(nWrong, 0u);
+}
+
+static void StringArrayThatGrowsAndIsSorted(unsigned n)
+{
+    VELM_CStringArray strings, sorted;
+    for (unsigned i = 0; i < n; ++i)
+        strings.Add(std::to_string(100000 + i * 7919 % n).c_str()), strings.ElementAt(0);
+    strings.Sort(sorted);
+    EXPECT_EQ(sorted.GetAt(int(n) - 1), VELM_CString(std::to_string(100000 + n - 1)));
+}
+
+static void ObjectArrayThatChangesInFront(unsigned n)
+{
+    const int nCount = static_cast<int>(n);
+    VELM_CObject first, second;
+    VELM_CObArray array, other;
+    for (unsigned i = 0; i < n; ++i)
+        array.InsertAt(0, &first);
+    other.InsertAt(0, &second, nCount), other.InsertAt(0, &array), other.InsertAt(1, &other);
+    for (unsigned i = 0; i < n; ++i)
+        other.RemoveAt(0);
+    other.RemoveAt(0, 2 * nCount); // all of other but the last
+    EXPECT_EQ(std::count(other.begin(), other.end(), &second), other.GetSize());
+    EXPECT_EQ(other.GetSize(), nCount);
+}
+
+static void ClassTable(unsigned n)
+{
+    std::vector<std::string> names(n);
+    std::vector<VELM_CRuntimeClass> records(n); // each derived from the one before
+    VELM_CClassTable table;
+    unsigned nWrong = 0;
+    for (unsigned i = 0; i < n; ++i) {
+        names[i] = "class " + std::to_string(i);
+        records[i] = {names[i].c_str(), 0, 1};
+        nWrong += table.Add<Node>(&records[i], i > 0 ? &records[i - 1] : nullptr) != 1;
+    }
+    for (unsigned i = n; i-- > 0;)
+        nWrong += table.IsDerivedFrom(&records[i], &records[0]) != 1;
+    EXPECT_EQ(nWrong, 0u);
+    const auto isDerived = [&](unsigned i, unsigned nBase) {
+        return table.IsDerivedFrom(&records[i], &records[nBase]);
+    };
+    EXPECT_EQ(Row() << isDerived(9, 10) << isDerived(n / 2 + 9, 1) << isDerived(n / 2 + 9, n / 2), "0 1 1");
+    table.Add<Node>(&records[n / 2], &records[n / 2 + 1]); // in a circle, and no longer with those before
+    EXPECT_EQ(Row() << isDerived(n / 2 + 9, 1) << isDerived(n / 2 + 9, n / 2) << isDerived(n / 2 - 1, 1), "0 1 1");
+}
+
+static void LinesThatEndInACarriageReturn(unsigned n)
+{
+    std::string bytes;
+    for (unsigned i = 0; i < n; ++i)
+        bytes += "a\ra";
+    MemoryFile file(bytes);
+    VELM_CArchive ar(&file, VELM_CArchive::load, int(3 * n)); // all of them are read ahead
+    VELM_CString line;
+    std::vector<char> room(3 * n + 1);
+    unsigned nWrong = 0;
+    for (unsigned i = 0; i < n; i += 2) {
+        nWrong += ar.ReadString(line) != 1 || line != "aa"; // the byte behind is kept
+        nWrong += ar.ReadString(room.data(), 3 * n) == nullptr || VELM_CString(room.data()) != "a";
+    }
+    EXPECT_EQ(nWrong, 0u);
+}
+
+static void MemoryFileOfSmallWrites(unsigned n)
+{
+    VELM_CMemoryFile file;
+    for (unsigned i = 0; i < n; ++i)
+        file.Write("abc", 3);
+    EXPECT_EQ(file.GetSize(), 3 * n);
+}
+
+// The processor's time that it takes, at best.
+static double Seconds(const std::function<void(unsigned)>& work, unsigned n)
+{
+    double best = 1e9;
+    for (int i = 0; i < 3; ++i) {
+        const clock_t start = clock();
+        work(n);
+        best = std::min(best, double(clock() - start) / CLOCKS_PER_SEC);
+    }
+    return best;
+}
+
+TEST(Cost, IsLinear)
+{
+    static uint32_t words[128000]; // all in one bucket
+    const struct {
+        const char* what;
+        unsigned n;
+        std::function<void(unsigned)> work;
+    } rows[] = {{"a map of int", 1000, MapOf<int>([](unsigned i) { return int(i) * 272; })},
+                {"a map of 64 bits", 1000, MapOf<long long>([](unsigned i) { return i * (1LL << 32); })},
+                {"a map of an enumeration", 1000, MapOf<Kind>([](unsigned i) { return Kind(i); })},
+                {"a map of std::string", 1000, MapOf<std::string, const std::string&>([](unsigned i) {
+                     return std::string("\0\0", 2) + std::to_string(i);
+                 })},
+                {"a map of VELM_CString", 1000, MapOf<VELM_CString, const char*>(Text)},
+                {"a map of pointers", 1000,
+                 [](unsigned n) { FillAndEmpty<VELM_CMapPtrToPtr>(n, [](unsigned i) { return &words[i]; }); }},
+                {"a map of fxStr in an archive", 1000, TextMapThroughAnArchive},
+                {"the first entries of many buckets", 1000, FirstEntriesOfManyBuckets},
+                {"a graph", 1000, Graph},
+                {"an array of strings", 1000, StringArrayThatGrowsAndIsSorted},
+                {"an array of objects", 1000, ObjectArrayThatChangesInFront},
+                {"a class table", 1000, ClassTable},
+                {"lines that end in a carriage return", 20000, LinesThatEndInACarriageReturn},
+                {"a file in memory", 20000, MemoryFileOfSmallWrites}};
+    AfxSetNotices(0);
+    for (const auto& row : rows) {
+        const double once = Seconds(row.work, row.n), much = Seconds(row.work, 16 * row.n);
+        ASSERT_LT(much, 80 * once + 0.002) << row.what << " is not linear: takes " << once << " s for " << row.n;
+    }
+    AfxSetNotices(1);
+}
