@@ -27,19 +27,6 @@ struct PlainPointer { // neither
     bool operator==(void* pKey) const { return p == pKey; }
 };
 
-long nCompared = 0;
-
-struct Counted { // counts comparisons
-    std::string text;
-
-    bool operator==(const Counted& other) const { return ++nCompared, text == other.text; }
-};
-
-unsigned HashKey(const Counted&)
-{
-    return 5; // all in one bucket
-}
-
 } // namespace
 
 template <> struct VELM_CMapKey<PlainPointer, void*> {
@@ -47,13 +34,6 @@ template <> struct VELM_CMapKey<PlainPointer, void*> {
     static void* Given(void* key) { return key; }
     static void* Argument(const PlainPointer& key) { return key.p; }
 };
-template <> struct VELM_CKeyIndex<Counted> {
-    static unsigned Hash(const VELM_CKeyHasher& hasher, const Counted& key)
-    {
-        return hasher(key.text.data(), key.text.size());
-    }
-};
-
 // The key, value and place (block and node, the oldest first) of each node by bucket; then the free nodes.
 template <class MAP> static std::string Shape(const MAP& map)
 {
@@ -181,25 +161,6 @@ TEST(Index, MapsAreAsWithoutIt)
     CheckAgainstPlain<VELM_CMap<fxStr, const char*, int, int>, VELM_CMap<PlainText, const char*, unsigned, unsigned>,
                       const char*>("hashed by address");
     CheckAgainstPlain<VELM_CMapPtrToPtr, VELM_CMap<PlainPointer, void*, unsigned, unsigned>, void*>("of pointers");
-}
-
-TEST(Index, FewKeysAreCompared)
-{
-    VELM_CMap<Counted, const Counted&, int, int> map;
-    const int nKeys = 3000;
-    const auto key = [](int i) { // three times eight bytes and some, that differ in one of the parts
-        std::string text = "--------========++++++++~~~";
-        return Counted{text.replace(size_t(i % 4) * 8, 3, std::to_string(i + 1000).substr(1) + char('A' + i / 1000))};
-    };
-    for (int i = 0; i < nKeys; ++i)
-        map[key(i)] = i;
-    int nWrong = 0, nValue = 0;
-    for (int i = 0; i < 2 * nKeys; ++i)
-        nWrong += map.Lookup(key(i), nValue) != (i < nKeys) || (i < nKeys && nValue != i);
-    for (int i = 0; i < nKeys; ++i)
-        nWrong += map.RemoveKey(key(i * 7919 % nKeys)) != 1;
-    EXPECT_EQ(Row() << nWrong << map.GetCount(), "0 0");
-    EXPECT_LT(nCompared, 4 * nKeys) << "keys are found by walking chains, or many have one hash value";
 }
 
 TEST(Index, HashesAllBytesAndNoMore)
