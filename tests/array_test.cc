@@ -194,6 +194,8 @@ TEST(StringArray, HoldsWhatAVectorHoldsAfterTheSameChanges)
                  ASSERT_EQ(&(array = copy), &array);
                  grow(nSize);
              }},
+            {"RemoveAll", [&] { array.RemoveAll(), block.clear(), nSize = 0; }},
+            {"= an empty array", [&] { array = VELM_CStringArray(), block.clear(), nSize = 0; }},
             {"= itself", [&] { array = static_cast<VELM_CStringArray&>(array); }},
             {"Sort",
              [&] {
@@ -214,7 +216,8 @@ TEST(StringArray, HoldsWhatAVectorHoldsAfterTheSameChanges)
             {"SetAt", [&] { array.SetAt(i, lpsz), block[nAt] = text; }},
             {"[]", [&] { array[i].Set(nul.data(), 4), block[nAt] = nul.substr(0, 4); }},
             {"Add of an element", [&] { array.Add(array.m_data[i].m_data), add(std::string(block[nAt])); }}};
-        const auto& change = changes[nStep % 40 == 0 ? random() % 5 : 5 + random() % (nSize == 0 ? 3 : 6)];
+        const auto& change =
+            changes[random() % (nSize == 0 ? 2 : 40) == 0 ? random() % 7 : 7 + random() % (nSize == 0 ? 3 : 6)];
         ASSERT_NO_FATAL_FAILURE(change.second());
         ASSERT_EQ(Row() << array.GetSize() << array.m_max_size, (Row() << nSize << block.size()).Text())
             << "wrong size or capacity after " << change.first << ", step " << nStep;
@@ -238,14 +241,25 @@ TEST(ObArray, StreamHoldsACountAndImages)
     VELM_CObArray source;
     source.InsertAt(0, p, 2), source.InsertAt(1, static_cast<VELM_CObject*>(nullptr));
     EXPECT_EQ(Stored([&](VELM_CArchive& ar) { source.Serialize(ar); }), Bytes("03000000") + std::string(24, '\0'));
-    const std::pair<const char*, int> counts[] = {{"00000000", 0}, {"02000000", 2}, {"FFFFFFFF", 0}, {"FFFFFF7F", 3}};
-    for (int n = 0; n < 4 * 32; ++n) { // each count with each number of bytes, of which 8 are an element
-        Objects array;
-        MemoryFile file((Bytes(counts[n / 32].first) + std::string(27, 'x')).substr(0, static_cast<size_t>(n % 32)));
+    for (const auto& [hex, nCount] :
+         {std::make_pair("00000000", 0), {"02000000", 2}, {"FFFFFFFF", 0}, {"FFFFFF7F", 3}}) {
+        for (int n = 0; n < 32; ++n) { // bytes, of which 8 are an element
+            Objects array;
+            MemoryFile file((Bytes(hex) + std::string(27, 'x')).substr(0, size_t(n)));
+            VELM_CArchive ar(&file, VELM_CArchive::load);
+            EXPECT_EQ(Outcome([&] { array.Serialize(ar); }), "");
+            EXPECT_EQ(array.GetSize(), 3 + std::min((n - 4) / 8, nCount)) << hex << " and " << n << " bytes in all";
+            for (int i = 3; i < array.GetSize(); ++i)
+                delete array[i];
+        }
+    }
+    for (const int n : {0, 8, 9, 26}) { // more than a few need memory
+        const size_t nBytes = 8 * size_t(n);
+        EXPECT_EQ(Stored([&](VELM_CArchive& ar) { SerializeElements(ar, objects, n); }), std::string(nBytes, '\0'));
+        MemoryFile file(std::string(nBytes, 'x') + "end");
         VELM_CArchive ar(&file, VELM_CArchive::load);
-        EXPECT_EQ(Printed([&] { EXPECT_EQ(Outcome([&] { array.Serialize(ar); }), ""); }), "");
-        EXPECT_EQ(array.GetSize(), 3 + std::min((n % 32 - 4) / 8, counts[n / 32].second));
-        for (int i = 3; i < array.GetSize(); ++i)
-            delete array[i];
+        unsigned char byNext;
+        SerializeElements(ar, objects, n), ar >> byNext;
+        EXPECT_EQ(byNext, 'e') << n << " images";
     }
 }
