@@ -73,7 +73,7 @@ def main(depgraph, status, directory, example):
     expect("worked example: bytes", [text.decode().lower() for text in printed], [data.hex()])
     cities, (oslo, bergen), table = read_list(data, b"City", "string", "u32")
     expect("worked example", cities, [[b"Oslo", 709000, [1]], [b"Bergen", 294000, [0, None]]])
-    expect("worked example: indexes", table, [None, oslo.cls, oslo, bergen])
+    expect("worked example: indexes", table, [None, (b"City", 1), oslo, bergen])
 
     path = os.path.join(directory, "archive")
     with open(path, "wb"):
