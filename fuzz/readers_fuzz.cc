@@ -23,16 +23,8 @@ template <class BODY> static std::string Stored(BODY body)
 {
     VELM_CMemoryFile file;
     VELM_CArchive ar(&file, VELM_CArchive::store);
-    body(ar);
-    ar.Close();
+    body(ar), ar.Close();
     return std::string(static_cast<const char*>(file.GetBytes()), file.GetSize());
-}
-
-static void StoreGraph(VELM_CArchive& ar, const std::vector<VELM_CObject*>& roots)
-{
-    ar.WriteCount(roots.size());
-    for (const VELM_CObject* pRoot : roots)
-        ar.WriteObject(pRoot);
 }
 
 // What the loaded graph looks like; "" when it could not be loaded.
@@ -51,13 +43,19 @@ static void Graphs(VELM_CArchive& ar)
     Node a(1), b(2);
     Leaf c(3, "leaf");
     a.links = {&b, &c, nullptr, &a}, c.links = {&b, &a};
-    std::vector<VELM_CObject*> roots, again;
+    std::vector<VELM_CObject*> roots = {&a, &c}, loaded, again;
+    const auto store = [&](VELM_CArchive& to) {
+        to.WriteCount(roots.size());
+        for (const VELM_CObject* pRoot : roots)
+            to.WriteObject(pRoot);
+    };
     if (ar.IsStoring())
-        return StoreGraph(ar, {&a, &c});
-    const std::string description = LoadGraph(ar, roots);
+        return store(ar);
+    const std::string description = LoadGraph(ar, loaded);
     if (description.empty())
         return;
-    const std::string bytes = Stored([&](VELM_CArchive& to) { StoreGraph(to, roots); });
+    roots = loaded;
+    const std::string bytes = Stored(store);
     VELM_CMemoryFile file(bytes.data(), bytes.size());
     VELM_CArchive from(&file, VELM_CArchive::load);
     from.SetClassTable(&GraphClasses());
@@ -95,22 +93,21 @@ static void Values(VELM_CArchive& ar)
     unsigned n = 8;
     unsigned long nLong = 9;
     VELM_CString text(std::string(300, 'x').c_str());
-    bool b = true;
-    char c = 'c';
     short s = -1;
-    long l = -2;
-    float f = 1.5;
     double d = 2.5;
     Colour colour = Blue;
     if (ar.IsStoring()) {
-        ar << by << n << nLong << text << b << c << s << l << f << d;
+        ar << by << n << nLong << text << true << 'c' << s << -2l << 1.5f << d;
         ar.WriteCount(70000), ar.WriteEnum(colour), ar.WriteInt64(-3);
+        return;
     }
     pfm_protect([&] {
-        while (!ar.IsStoring() && !ar.IsAtEnd()) {
+        for (bool b; !ar.IsAtEnd(); Require(colour >= Red && colour <= Blue)) {
+            char c;
+            long l;
+            float f;
             ar >> by >> n >> nLong >> text >> b >> c >> s >> l >> f >> d;
             ar.ReadCount(), ar.ReadEnum(colour, Red, Blue), ar.ReadInt64();
-            Require(colour >= Red && colour <= Blue);
         }
     });
 }

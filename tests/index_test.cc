@@ -131,6 +131,7 @@ template <class MAP, class KEY> static int Do(MAP& map, unsigned nOperation, KEY
 
 template <class MAP, class PLAIN, class KEY> static void CheckAgainstPlain(const char* name)
 {
+    const char* const operations[] = {"adding", "removing", "adding or moving by hand", "adding or removing by hand"};
     static char texts[400][40]; // each twice, of up to 20 characters: a map that hashes addresses may have both
     std::mt19937 random(5);
     std::generate_n(texts[0], sizeof texts, [&] { return static_cast<char>(random()); }); // also behind their ends
@@ -145,10 +146,10 @@ template <class MAP, class PLAIN, class KEY> static void CheckAgainstPlain(const
             const unsigned nOperation = (bByHand ? 2u : 0u) + (random() % 3 == 0);
             const KEY key = texts[random() % 400], other = texts[random() % 400];
             ASSERT_EQ(Do(map, nOperation, key, nStep, other), Do(plain, nOperation, key, nStep, other))
-                << name << ", round " << nRound << ", step " << nStep << ", operation " << nOperation;
+                << name << ": another result of " << operations[nOperation] << ", step " << nStep << " of " << nSteps;
             if (nSteps - nStep < nRound % 40 || nStep % 40 == 0) {
-                ASSERT_EQ(Shape(map), Shape(plain))
-                    << name << ", round " << nRound << ", step " << nStep << ", operation " << nOperation;
+                ASSERT_EQ(Shape(map), Shape(plain)) << name << ": other chains after " << operations[nOperation]
+                                                    << ", step " << nStep << " of " << nSteps;
             }
         }
     }
