@@ -41,7 +41,7 @@ TEST(File, FlagsSelectTheMode)
             seen << Error() << "; " << file.Open(path.c_str(), nFlags, nullptr) << file.Read(bytes, 9) << bytes << "; ";
             file.Write("new", 3);
             seen << Error() << " " << file.GetLength() << " " << std::ifstream(path).rdbuf();
-            EXPECT_EQ(seen.str(), mode.second) << nFlags;
+            EXPECT_EQ(seen.str(), mode.second) << "flags " << nFlags << ": opening a missing file; an old one; writing";
         }
     }
 }

@@ -106,7 +106,7 @@ TEST(FxStr, IsCopiedWithItsText)
     fxStr text("abc"), empty, blanks(3u);
     const fxStr copy(text), copyOfEmpty(empty);
     EXPECT_NE(static_cast<char*>(copy), static_cast<char*>(text)) << "a copy has a text of its own";
-    empty = text, blanks = blanks, text = text + 1;
+    empty = text, blanks = static_cast<const fxStr&>(blanks), text = text + 1;
     EXPECT_EQ(Row() << copy << copy.length() << copyOfEmpty.length() << empty << text << text.length(),
               "abc 3 0 abc bc 2");
     EXPECT_EQ(Row() << (text == "bc") << (text == "b") << (copyOfEmpty == nullptr) << (blanks == "   "), "1 0 1 1");
