@@ -38,7 +38,7 @@ int main()
     for (const std::string& seed : seeds) {
         for (size_t n = 0; n <= seed.size(); ++n)
             Feed(seed.substr(0, n));
-        for (size_t i = 0; i < 40000 / seeds.size(); ++i) {
+        for (size_t i = 0; i < 16000 / seeds.size(); ++i) {
             std::string damaged = seed;
             for (unsigned n = random() % 4 + 1; n > 0; --n) // the first byte chooses the reader
                 damaged[1 + random() % (seed.size() - 1)] = "\0\1\x7F\x80\xFF"[random() % 5];

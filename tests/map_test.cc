@@ -100,7 +100,12 @@ TEST(Maps, Streams)
     fxStr elements[] = {"", "abc"};
     int ints[] = {258, -2};
     const auto store = [&](VELM_CArchive& ar) { SerializeElements(ar, ints, 2), SerializeElements(ar, elements, 2); };
-    EXPECT_EQ(Stored(store), Bytes("02010000 FEFFFFFF 00 03616263"));
+    MemoryFile file(Stored(store));
+    EXPECT_EQ(file.data, Bytes("02010000 FEFFFFFF 00 03616263"));
+    VELM_CArchive from(&file, VELM_CArchive::load);
+    elements[0] = "x", elements[1] = nullptr, ints[0] = ints[1] = 0;
+    SerializeElements(from, ints, 2), SerializeElements(from, elements, 2);
+    EXPECT_EQ(Row() << ints[0] << ints[1] << elements[0].length() << elements[1], "258 -2 0 abc");
     VELM_CObject object;
     VELM_CMapPtrToPtr pointers;
     TextMap byText, merged;
