@@ -217,7 +217,7 @@ TEST(StringArray, HoldsWhatAVectorHoldsAfterTheSameChanges)
              }},
             {"Add of an element", [&] { array.Add(array.m_data[i].m_data), add(std::string(block[nAt])); }}};
         const auto& change =
-            changes[random() % (nSize == 0 ? 2 : 40) == 0 ? random() % 6 : 6 + random() % (nSize == 0 ? 3 : 7)];
+            changes[random() % (nSize == 0 ? 2 : 12) == 0 ? random() % 6 : 6 + random() % (nSize == 0 ? 3 : 7)];
         ASSERT_NO_FATAL_FAILURE(change.second());
         ASSERT_EQ(Row() << array.GetSize() << array.m_max_size, (Row() << nSize << block.size()).Text())
             << "wrong size or capacity after " << change.first << ", step " << nStep;

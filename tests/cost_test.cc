@@ -178,7 +178,7 @@ TEST(Cost, IsLinear)
         const char* what;
         unsigned n;
         std::function<void(unsigned)> work;
-    } rows[] = {{"a map of int", 1000, MapOf<int>([](unsigned i) { return int(i) * 272; })},
+    } rows[] = {{"a map of int", 2000, MapOf<int>([](unsigned i) { return int(i) * 272; })},
                 {"a map of 64 bits", 1000, MapOf<long long>([](unsigned i) { return i * (1LL << 32); })},
                 {"a map of an enumeration", 1000, MapOf<Kind>([](unsigned i) { return Kind(i); })},
                 {"a map of std::string", 1000, MapOf<std::string, const std::string&>([](unsigned i) {
@@ -202,6 +202,6 @@ TEST(Cost, IsLinear)
         AfxSetNotices(0);
         const double once = Seconds(row.work, row.n), much = Seconds(row.work, 16 * row.n);
         AfxSetNotices(1);
-        ASSERT_LT(much, 80 * once + 0.002) << row.what << " is not linear: takes " << once << " s for " << row.n;
+        ASSERT_LT(much, 100 * once + 0.002) << row.what << " is not linear: takes " << once << " s for " << row.n;
     }
 }
