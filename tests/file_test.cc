@@ -41,7 +41,7 @@ TEST(File, FlagsSelectTheMode)
             seen << Error() << "; " << file.Open(path.c_str(), nFlags, nullptr) << file.Read(bytes, 9) << bytes << "; ";
             file.Write("new", 3);
             seen << Error() << " " << file.GetLength() << " " << std::ifstream(path).rdbuf();
-            EXPECT_EQ(seen.str(), mode.second) << nFlags;
+            EXPECT_EQ(seen.str(), mode.second) << "flags " << nFlags << ": opening a missing file; an old one; writing";
         }
     }
 }
@@ -94,4 +94,41 @@ TEST(File, TellsStatus)
     }
     EXPECT_EQ(Row() << file.GetStatus("/missing", status) << file.GetStatus(nullptr, status) << status.m_size, "0 0 5");
     EXPECT_EQ(Row() << VELM_CFile::GetStatus("/", status) << int{status.m_attribute}, "1 16");
+}
+
+TEST(ProgressFile, HandsEveryOperationOn)
+{
+    struct Inner : MemoryFile {
+        int Open(const char* lpszFileName, unsigned nOpenFlags, VELM_CFileException*) override
+        {
+            calls.push_back("Open " + std::string(lpszFileName) + " " + std::to_string(nOpenFlags));
+            return 7;
+        }
+        void SetLength(unsigned long n) override { calls.push_back("SetLength " + std::to_string(n)); }
+        unsigned long GetLength() const override { return 9; }
+        void Close() override { calls.push_back("Close"); }
+    } inner;
+    const auto progress = [](void* pReports, unsigned long long nDone, unsigned long long nTotal) {
+        *static_cast<Row*>(pReports) << nDone << nTotal;
+    };
+    Row reports;
+    VELM_CProgressFile file(&inner, 100, progress, &reports);
+    char byte;
+    EXPECT_STREQ(file.GetFilePath().m_data, "memory");
+    EXPECT_EQ(Row() << file.Open("name", 5) << file.GetFileName().m_data << file.Seek(-1, 2) << file.GetLength(),
+              "7 name 0 9");
+    inner.nPosition = 0, file.SetLength(8), file.Write("abc", 3), file.Read(&byte, 1), file.Write("", 0), file.Close();
+    Row calls;
+    for (const std::string& call : inner.calls)
+        calls << call;
+    EXPECT_EQ(calls, "GetFilePath Open name 5 Seek -1 2 SetLength 8 Write 3 Read 1 Write 0 Close");
+    EXPECT_EQ(Row() << reports << file.GetDone(), "3 100 4 100 4");
+}
+
+TEST(MemoryFile, IsNotOpened)
+{
+    VELM_CMemoryFile file;
+    VELM_CFileException e(7, 8, "none");
+    EXPECT_EQ(Row() << file.Open("/dev/null", 0, &e) << e.m_strMessage.m_data << file.Open("/dev/null"),
+              "0 Can't open file 0");
 }

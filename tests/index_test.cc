@@ -7,7 +7,6 @@
 #include <random>
 #include <thread>
 
-#include "mcl/mfc_std.h"
 #include "tests/support/watch.h"
 
 namespace {
@@ -20,22 +19,21 @@ struct PlainText { // has no index
     template <class CHAR> bool operator==(CHAR* lpsz) const { return text == lpsz; }
 };
 
-struct Point {
-    int x, y;
-    bool operator==(const Point& other) const { return x == other.x && y == other.y; }
-};
+struct PlainPointer { // neither
+    void* p;
 
-unsigned HashKey(Point key)
-{
-    return static_cast<unsigned>(key.x); // many in one bucket
-}
+    void operator=(void* pKey) { p = pKey; }
+    operator char*() const { return static_cast<char*>(p); }
+    bool operator==(void* pKey) const { return p == pKey; }
+};
 
 } // namespace
 
-template <> struct VELM_CKeyIndex<Point> {
-    static unsigned Hash(const VELM_CKeyHasher& hasher, Point key) { return hasher(&key, sizeof key); }
+template <> struct VELM_CMapKey<PlainPointer, void*> {
+    static unsigned Hash(void* key) { return VELM_CPtrAssoc::Hash(key); }
+    static void* Given(void* key) { return key; }
+    static void* Argument(const PlainPointer& key) { return key.p; }
 };
-
 // The key, value and place (block and node, the oldest first) of each node by bucket; then the free nodes.
 template <class MAP> static std::string Shape(const MAP& map)
 {
@@ -45,17 +43,51 @@ template <class MAP> static std::string Shape(const MAP& map)
         for (int i = 0; i < map.m_nBlockSize; ++i)
             places[static_cast<typename MAP::VELM_CAssoc*>(pBlock->data()) + i] = i - nBlocks * map.m_nBlockSize;
     }
-    Row row;
-    row << map.m_nCount << nBlocks;
+    std::ostringstream text;
+    text << map.m_nCount << " in " << nBlocks;
     for (unsigned i = 0; map.m_pHashTable != nullptr && i < map.m_nHashTableSize; ++i) {
-        row << "\n" << i;
         for (const auto* p = map.m_pHashTable[i]; p != nullptr; p = p->pNext)
-            row << static_cast<const char*>(p->key) << p->value << p->nHashValue << places.at(p);
+            text << "\n"
+                 << i << ":" << p->nHashValue << " " << static_cast<const char*>(p->key) << "=" << (uintptr_t)p->value
+                 << " " << places.at(p);
     }
-    row << "\nfree";
+    text << "\nfree";
     for (const auto* p = map.m_pFreeList; p != nullptr; p = p->pNext)
-        row << places.at(p);
-    return row.Text();
+        text << " " << places.at(p);
+    return text.str();
+}
+
+TEST(PtrMap, NodesComeInBlocksAndEntriesByBucket)
+{
+    alignas(unsigned) static char keys[][4] = {"Q", "A", "R", "AA", "B"}; // their first words select 5, 4, 5, 7, 4
+    VELM_CMapPtrToPtr map(3);
+    unsigned nBucket = 9, nValue = 9;
+    void *pKey, *pValue = keys;
+    EXPECT_EQ(Row() << !map.GetAssocAt(keys[4], nBucket) << nBucket, "1 4") << "a bucket, also without a table";
+    EXPECT_EQ(Row() << !map.GetAssocAt(nullptr, nBucket) << nBucket << !map.GetStartPosition(), "1 0 1");
+    for (uintptr_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(map[keys[i]], nullptr);
+        map.SetAt(keys[i], reinterpret_cast<void*>(i + 1)); // finds it again
+    }
+    EXPECT_EQ(Shape(map), "4 in 2\n4:4 A=2 -2\n5:5 R=3 -1\n5:5 Q=1 -3\n7:7 AA=4 0\nfree 1 2");
+    std::string order;
+    for (__POSITION* position = map.GetStartPosition(); position != nullptr;) {
+        map.GetNextAssoc(position, pKey, pValue);
+        order += std::to_string(static_cast<char(*)[4]>(pKey) - keys) + std::to_string(uintptr_t(pValue)) + " ";
+    }
+    EXPECT_EQ(order, "12 23 01 34 ");
+    map.GetAssocAt(keys[3], nBucket)->nValue = 7;
+    EXPECT_EQ(map.RemoveKey(keys[1]) + map.RemoveKey(keys[0]) + map.RemoveKey(keys[0]), 2);
+    map[keys[4]] = &map;
+    EXPECT_EQ(Row() << map.LookupUINT(keys[3], nValue) << nValue << map.LookupUINT(keys[0], nValue) << nValue,
+              "1 7 0 7");
+    EXPECT_EQ(Row() << map.Lookup(keys[0], pValue) << uintptr_t(pValue), "0 4") << "what is not found changes nothing";
+    EXPECT_EQ(Row() << map.Lookup(keys[4], pValue) << (pValue == &map) << map.GetAssocAt(keys[4], nBucket)->nValue,
+              "1 1 0");
+    map[keys[4]] = nullptr;
+    EXPECT_EQ(Shape(map), "3 in 2\n4:4 B=0 -3\n5:5 R=3 -1\n7:7 AA=4 0\nfree -2 1 2") << "freed last, taken first";
+    map.RemoveKey(keys[2]), map.RemoveKey(keys[3]), map.RemoveKey(keys[4]);
+    EXPECT_EQ(Row() << Shape(map) << map.m_pHashTable, "0 in 0\nfree 0") << "memory stays when the last entry goes";
 }
 
 // Does it, and tells what came of it.
@@ -63,99 +95,91 @@ template <class MAP, class KEY> static int Do(MAP& map, unsigned nOperation, KEY
 {
     unsigned nBucket;
     auto* const pAssoc = map.GetAssocAt(key, nBucket);
-    const auto value = static_cast<decltype(pAssoc->value)>(nValue);
-    switch (nOperation) {
-    case 0:
-        map[key] = value;
-        break;
-    case 1:
+    typedef decltype(pAssoc->value) Value;
+    auto** ppLink = map.m_pHashTable == nullptr ? nullptr : &map.m_pHashTable[nBucket];
+    if (nOperation == 0) {
+        map[key] = (Value)(uintptr_t)nValue;
+    } else if (nOperation == 1) {
         return map.RemoveKey(key);
-    case 2: // link a new node at some place of the key's chain; an operation may come between
-        if (pAssoc == nullptr && map.m_pHashTable != nullptr) {
-            auto* const pNew = map.NewAssoc();
-            pNew->key = key, pNew->value = value, pNew->nHashValue = nBucket;
-            if (nValue % 2 != 0)
-                map[other] = 0;
-            auto** ppLink = &map.m_pHashTable[nBucket];
-            for (unsigned i = 0; i < nValue % 3 && *ppLink != nullptr; ++i)
-                ppLink = &(*ppLink)->pNext;
-            pNew->pNext = *ppLink, *ppLink = pNew;
-        }
-        break;
-    default: // unlink the key's node; operations may come before it is freed
-        if (pAssoc != nullptr) {
-            auto** ppLink = &map.m_pHashTable[nBucket];
-            while (*ppLink != pAssoc)
-                ppLink = &(*ppLink)->pNext;
-            *ppLink = pAssoc->pNext;
-            map.WalkChains();
-            int nFound = 2 * (map.GetAssocAt(key, nBucket) != nullptr);
-            // The copy of a text is at another address in each map.
-            if (std::is_same<KEY, char*>::value && pAssoc->pNext != nullptr && nValue % 2 != 0)
-                nFound += map.RemoveKey(const_cast<KEY>(static_cast<const char*>(pAssoc->pNext->key)));
-            map.FreeAssoc(pAssoc);
+    } else if (pAssoc == nullptr && ppLink != nullptr) { // a new node; an operation may come before it is linked
+        auto* const pNew = map.NewAssoc();
+        pNew->key = key, pNew->value = (Value)(uintptr_t)nValue, pNew->nHashValue = nBucket;
+        if (nValue % 2 != 0)
+            map[other] = 0;
+        for (unsigned i = 0; i < nValue % 3 && *ppLink != nullptr; ++i)
+            ppLink = &(*ppLink)->pNext;
+        pNew->pNext = *ppLink, *ppLink = pNew;
+    } else if (pAssoc != nullptr) { // the node is unlinked; operations may come before it is freed
+        while (*ppLink != pAssoc)
+            ppLink = &(*ppLink)->pNext;
+        *ppLink = pAssoc->pNext;
+        map.WalkChains();
+        int nFound = 2 * (map.GetAssocAt(key, nBucket) != nullptr);
+        if (nOperation == 2) { // or moved to another chain, where it is not found
+            pAssoc->nHashValue = nValue % 17, pAssoc->pNext = map.m_pHashTable[nValue % 17];
+            map.m_pHashTable[nValue % 17] = pAssoc;
             return nFound;
         }
+        // The copy of a text is at another address in each map.
+        if (!std::is_same<KEY, const char*>::value && pAssoc->pNext != nullptr && nValue % 2 != 0)
+            nFound += map.RemoveKey(static_cast<char*>(pAssoc->pNext->key));
+        map.FreeAssoc(pAssoc);
+        return nFound;
     }
     return pAssoc != nullptr;
 }
 
-template <class KEY> static void CheckAgainstPlain(const char* name)
+template <class MAP, class PLAIN, class KEY> static void CheckAgainstPlain(const char* name)
 {
-    static char texts[400][16]; // each text twice: a map that hashes addresses may have both
-    for (unsigned i = 0; i < 400; ++i)
-        snprintf(texts[i], sizeof texts[i], "k%u", i / 2);
+    const char* const operations[] = {"adding", "removing", "adding or moving by hand", "adding or removing by hand"};
+    static char texts[400][40]; // each twice, of up to 20 characters: a map that hashes addresses may have both
     std::mt19937 random(5);
+    std::generate_n(texts[0], sizeof texts, [&] { return static_cast<char>(random()); }); // also behind their ends
+    for (unsigned i = 0; i < 400; ++i)
+        snprintf(texts[i], sizeof texts[i], "%.*s%u", int(i % 3 * 8), "abcdefghijklmnop", i / 2);
     for (unsigned nRound = 0; nRound < 60; ++nRound) { // each until the maps are emptied, as an index is lost by hand
-        VELM_CMap<fxStr, KEY, int, int> map(7);
-        VELM_CMap<PlainText, KEY, unsigned, unsigned> plain(7);
+        MAP map(7);
+        PLAIN plain(7);
         const unsigned nSteps = 100 + nRound * 7;
         for (unsigned nStep = 0; nStep < nSteps; ++nStep) {
             const bool bByHand = nSteps - nStep < nRound % 40 && random() % 3 != 0;
             const unsigned nOperation = (bByHand ? 2u : 0u) + (random() % 3 == 0);
             const KEY key = texts[random() % 400], other = texts[random() % 400];
             ASSERT_EQ(Do(map, nOperation, key, nStep, other), Do(plain, nOperation, key, nStep, other))
-                << name << ", round " << nRound << ", step " << nStep << ", operation " << nOperation;
+                << name << ": another result of " << operations[nOperation] << ", step " << nStep << " of " << nSteps;
             if (nSteps - nStep < nRound % 40 || nStep % 40 == 0) {
-                ASSERT_EQ(Shape(map), Shape(plain))
-                    << name << ", round " << nRound << ", step " << nStep << ", operation " << nOperation;
+                ASSERT_EQ(Shape(map), Shape(plain)) << name << ": other chains after " << operations[nOperation]
+                                                    << ", step " << nStep << " of " << nSteps;
             }
         }
     }
 }
 
-// Fills a map of 17 buckets, looks for all and for others, and takes one after the other out again.
-template <class MAP, class MAKE> static void FillAndEmpty(const char* name, MAKE make)
+TEST(Index, MapsAreAsWithoutIt)
 {
-    const int nKeys = 60000; // far too many to walk chains for
-    MAP map;
-    unsigned nWrong = 0;
-    int nValue = 0;
-    for (int i = 0; i < nKeys; ++i)
-        map[make(i)] = i;
-    for (int i = 0; i < 2 * nKeys; ++i)
-        nWrong += map.Lookup(make(i), nValue) != (i < nKeys) || (i < nKeys && nValue != i);
-    for (int i = 0; i < nKeys; ++i) // one goes and another one comes, in its node
-        nWrong += map.RemoveKey(make(i * 7919 % nKeys)) != 1, map[make(i * 7919 % nKeys)] = i;
-    for (int i = 0; i < nKeys; ++i)
-        nWrong += map.RemoveKey(make(i * 7919 % nKeys)) != 1 || map.GetCount() != nKeys - 1 - i;
-    EXPECT_EQ(nWrong, 0u) << name;
+    CheckAgainstPlain<VELM_CMap<fxStr, char*, int, int>, VELM_CMap<PlainText, char*, unsigned, unsigned>, char*>(
+        "hashed by text");
+    CheckAgainstPlain<VELM_CMap<fxStr, const char*, int, int>, VELM_CMap<PlainText, const char*, unsigned, unsigned>,
+                      const char*>("hashed by address");
+    CheckAgainstPlain<VELM_CMapPtrToPtr, VELM_CMap<PlainPointer, void*, unsigned, unsigned>, void*>("of pointers");
 }
 
-TEST(Index, MapsOfAProgramsTypesAreFast)
+TEST(Index, HashesAllBytesAndNoMore)
 {
-    enum class Kind : int {};
-    static std::string text;
-    FillAndEmpty<VELM_CMap<int, int, int, int>>("int", [](int i) { return i * 272; });
-    FillAndEmpty<VELM_CMap<long long, long long, int, int>>("64 bits", [](int i) { return i * (1LL << 32); });
-    FillAndEmpty<VELM_CMap<Kind, Kind, int, int>>("enumeration", [](int i) { return Kind(i); });
-    FillAndEmpty<VELM_CMap<void*, void*, int, int>>("pointer",
-                                                    [](int i) { return reinterpret_cast<void*>(intptr_t{i}); });
-    FillAndEmpty<VELM_CMap<std::string, const std::string&, int, int>>(
-        "text", [](int i) { return std::string("\0\0", 2) + std::to_string(i); });
-    FillAndEmpty<VELM_CMap<VELM_CString, const char*, int, int>>(
-        "text by its characters", [](int i) { return (text = std::to_string(i)).c_str(); });
-    FillAndEmpty<VELM_CMap<Point, Point, int, int>>("the program's", [](int i) { return Point{i % 3, i}; });
+    const VELM_CKeyHasher hasher, other;
+    char bytes[64], same[64] = "other bytes behind the end, and an odd address of the same ones";
+    for (unsigned n = 0; n < 40; ++n) {
+        std::generate_n(bytes, sizeof bytes, [&] { return static_cast<char>(n * n + 7); });
+        memcpy(same + 1, bytes, n);
+        EXPECT_EQ(hasher(bytes, n), hasher(same + 1, n)) << n << " bytes: more than these are hashed";
+        EXPECT_NE(hasher(bytes, n), other(bytes, n)) << n << " bytes: every map hashes alike";
+        EXPECT_NE(hasher(bytes, n), hasher(bytes, n + 1)) << n << " bytes: one more has the same hash value";
+        for (unsigned i = 0; i < n; ++i) {
+            same[i + 1] ^= 1;
+            EXPECT_NE(hasher(bytes, n), hasher(same + 1, n)) << "byte " << i << " of " << n << " is not hashed";
+            same[i + 1] ^= 1;
+        }
+    }
 }
 
 TEST(Index, TwoThreadsMayLookAtTheSameTime)
@@ -176,10 +200,4 @@ TEST(Index, TwoThreadsMayLookAtTheSameTime)
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(nFound, 2000);
-}
-
-TEST(Index, TextMapsAreAsWithoutIt)
-{
-    CheckAgainstPlain<char*>("hashed by text");
-    CheckAgainstPlain<const char*>("hashed by address");
 }

@@ -3,6 +3,7 @@
 
 #include <climits>
 #include <cstdlib>
+#include <random>
 
 #include "tests/support/watch.h"
 
@@ -22,46 +23,95 @@ template <class A, class B> static std::string Orders(const A& a, const B& b)
     return all == "1 1 0 0 0 1" ? "<" : all == "0 1 1 1 0 0" ? "=" : all == "0 0 0 1 1 1" ? ">" : all;
 }
 
-static const String inner("x\0y", 3);
-static char* const pNull = nullptr;
-
-TEST(String, ConstructorsAndChanges)
+TEST(String, IsTheTextThatTheSameChangesMakeOfAnother)
 {
-    char abc[] = "abc";
-    unsigned char *pBytes = reinterpret_cast<unsigned char*>(abc), *pNoBytes = nullptr;
-    EXPECT_EQ(Text(String()) + Text(String("abc", 0)) + Text(String(abc, -5)) + Text(String(pNull)), "");
-    EXPECT_EQ(Text(String(const_cast<const char*>(pNull))) + Text(String(pNoBytes)) + Text(String(pBytes)), "abc");
-    EXPECT_EQ(Text(String(abc, 2)) + Text(String(abc)) + Text(inner) + Text(String(inner)),
-              "ababc" + Text(inner) + "x");
-    const std::pair<void (*)(String&), std::string> cases[] = {
-        {[](String& s) { s = static_cast<const String&>(s), s = s.m_data + 1; }, "bc"},
-        {[](String& s) { s.Set(s.m_data + 1, 2), s.Set(s.m_data, 1); }, "b"},
-        {[](String& s) { s.Set("xyz", -1), s += "abc", s = pNull, s += "x", s.Empty(); }, ""},
-        {[](String& s) { s = inner, s += inner, s.Concat("xyz", 2); }, "xxxy"},
-        {[](String& s) { s.Set("x\0y", 3), s.Concat("x\0y", 3), s += "z"; }, Text(inner) + Text(inner) + "z"},
-        {[](String& s) { s += s, s.Concat(s.m_data + 1, 2); }, "abcabcbc"},
-        {[](String& s) { s.Concat(s.m_data, 4); }, std::string("abcabc\0", 7)}}; // with its own final NUL
-    for (const auto& c : cases) {
-        String string("abc");
-        c.first(string);
-        EXPECT_EQ(Text(string), c.second);
+    std::mt19937 random(1);
+    String s;
+    std::string model;
+    for (int nStep = 0; nStep < 20000; ++nStep) {
+        std::string bytes(random() % 64 == 0 ? 900 + random() % 300 : random() % 5, 'a');
+        for (char& c : bytes)
+            c = "aab\0\xFF"[random() % 5];
+        char* const p = bytes.data();
+        const char* const pConst = p;
+        const unsigned char* const pUnsigned = reinterpret_cast<unsigned char*>(p);
+        const int n = bytes.empty() ? -static_cast<int>(random() % 2) : static_cast<int>(bytes.size());
+        const String other(p, n);
+        const std::string text = p, before = model.c_str();
+        for (const String& made : {String(p), String(pConst), String(pUnsigned), String(other)})
+            ASSERT_EQ(Text(made), text) << "a new string is not the text that it is made of";
+        for (const String& made : {String(p, n), String(pConst, n)})
+            ASSERT_EQ(Text(made), bytes) << "a new string is not the bytes that it is made of";
+        // A source within the string itself, without its final NUL, and with it.
+        const size_t nAt = random() % (model.size() + 1);
+        const std::string own = model.substr(nAt), nul(own.c_str(), own.size() + 1);
+        const char* const pOwn = s.m_data + nAt;
+        const int nOwn = static_cast<int>(own.size());
+        const std::pair<const char*, std::function<const String&()>> changes[] = {
+            {"Empty", [&]() -> const String& { return model = "", s.Empty(), s; }},
+            {"= char*", [&]() -> const String& { return model = text, s = p; }},
+            {"= const char*", [&]() -> const String& { return model = text, s = pConst; }},
+            {"= unsigned char*", [&]() -> const String& { return model = text, s = pUnsigned; }},
+            {"= string", [&]() -> const String& { return model = text, s = other; }},
+            {"= itself", [&]() -> const String& { return s = static_cast<const String&>(s); }},
+            {"= within", [&]() -> const String& { return model = nAt == 0 ? model : own.c_str(), s = pOwn; }},
+            {"Set", [&]() -> const String& { return model = bytes, s.Set(p, n), s; }},
+            {"Set within", [&]() -> const String& { return model = own, s.Set(pOwn, nOwn), s; }},
+            {"+= char*", [&]() -> const String& { return model += text, s += p; }},
+            {"+= const char*", [&]() -> const String& { return model += text, s += pConst; }},
+            {"+= string", [&]() -> const String& { return model += text, s += other; }},
+            {"+= itself", [&]() -> const String& { return model += before, s += s; }},
+            {"Concat", [&]() -> const String& { return model += text, s.Concat(p); }},
+            {"Concat bytes", [&]() -> const String& { return model += bytes, s.Concat(p, n); }},
+            {"Concat within", [&]() -> const String& { return model += nul, s.Concat(pOwn, nOwn + 1); }}};
+        const auto& change = changes[model.size() > 5000 ? 0 : random() % std::size(changes)];
+        ASSERT_EQ(&change.second(), &s) << change.first << " does not deliver the string";
+        ASSERT_EQ(Text(s), model) << change.first;
+
+        const std::string now = model.c_str();
+        const int nOrder = now.compare(text) < 0 ? 0 : now == text ? 1 : 2; // of unsigned characters
+        ASSERT_EQ(Orders(s.Compare(p), 0) + Orders(s.Compare(other), 0) + Orders(s, other),
+                  std::string(3, "<=>"[nOrder]))
+            << now << " and " << text;
+        const char ch = "abc\0\xFF"[nStep % 5];
+        const size_t nFound = model.empty() ? model.npos : ch == '\0' ? now.size() : now.find(ch);
+        ASSERT_EQ(s.Find(ch), static_cast<int>(nFound)) << int{ch} << " in " << now;
+        ASSERT_EQ(s.Find(p), text.empty() ? -1 : static_cast<int>(now.find(text))) << text << " in " << now;
+        ASSERT_EQ(s.GetLength() - s.IsEmpty(), static_cast<int>(model.size()) - model.empty()) << now;
+        if (nAt < model.size()) {
+            const int i = static_cast<int>(nAt);
+            ASSERT_EQ(std::string({s[i], s.GetAt(i)}), std::string(2, model[nAt])) << i;
+        }
     }
 }
 
-TEST(String, Queries)
+TEST(String, NullIsTheEmptyTextAndFailuresChangeNothing)
 {
-    String abc("abc"), empty;
+    char* const pNull = nullptr;
+    const char* const pNoText = nullptr;
+    const unsigned char* const pNoBytes = nullptr;
+    String abc("abc"), empty(pNull), assigned("x");
     const char* pBuffer = abc.m_data;
-    abc += "", abc += pNull, abc.Concat(pNull, 3), abc.Concat("xyz", 0), abc.Concat("xyz", -1); // none touches it
-    EXPECT_EQ(static_cast<const void*>(abc.m_data), pBuffer);
-    EXPECT_EQ(&(abc += ""), &abc);
-    EXPECT_EQ(Row() << abc.Find('c') << abc.Find('\0') << abc.Find('x') << empty.Find('\0'), "2 3 -1 -1");
-    EXPECT_EQ(Row() << abc.Find("bc") << abc.Find("bd") << abc.Find("") << abc.Find(pNull), "1 -1 -1 -1");
-    EXPECT_EQ(Row() << abc.Compare(pNull) << empty.Compare(pNull) << abc[2] << (inner == String("x\0z", 3)), "3 0 c 1");
-    EXPECT_EQ(Orders(abc, "b") + Orders(abc, "abc") + Orders(abc, "ab") + Orders(abc, "\xFF"), "<=><");
-    EXPECT_EQ(Orders("b", abc) + Orders("abc", abc) + Orders("ab", abc) + Orders("\xFF", abc), ">=<>");
+    abc += "", abc += pNull, abc.Concat(pNull, 3), abc.Concat("xyz", 0), abc.Concat("xyz", -1);
+    EXPECT_EQ(static_cast<const void*>(abc.m_data), pBuffer) << "to append nothing moves the buffer";
+    EXPECT_EQ(Text(assigned = pNull) + Text(String(pNoText)) + Text(String(pNoBytes)) + Text(empty), "");
+    EXPECT_EQ(Row() << abc.Compare(pNull) << empty.Compare(pNull) << abc.Find(pNull), "3 0 -1");
     const auto fail = [&] { abc.Concat(abc.GetAt(-1) == '\0' && abc[3] == '\0' ? "xyz" : "", INT_MAX - 3); };
     EXPECT_EQ(Outcome(fail), "nIndex >= 0; nIndex < m_len; raise 1"); // the length is more than an int can say
+    EXPECT_EQ(Text(abc), "abc");
+}
+
+TEST(FxStr, IsCopiedWithItsText)
+{
+    fxStr text("abc"), empty, blanks(3u);
+    const fxStr copy(text), copyOfEmpty(empty);
+    EXPECT_NE(static_cast<char*>(copy), static_cast<char*>(text)) << "a copy has a text of its own";
+    empty = text, blanks = static_cast<const fxStr&>(blanks), text = text + 1;
+    EXPECT_EQ(Row() << copy << copy.length() << copyOfEmpty.length() << empty << text << text.length(),
+              "abc 3 0 abc bc 2");
+    EXPECT_EQ(Row() << (text == "bc") << (text == "b") << (copyOfEmpty == nullptr) << (blanks == "   "), "1 0 1 1");
+    text = nullptr;
+    EXPECT_EQ(Row() << text.length() << (text == ""), "0 1");
 }
 
 TEST(Time, SpansOrderAndCalendarOfTheZoneInForce)

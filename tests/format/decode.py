@@ -4,14 +4,10 @@ Nothing here may come from the library's sources: what this module cannot read, 
 It is stricter than a reader needs to be, and refuses every form that the page does not give for a value.
 """
 
-import collections
 import struct
 import sys
 
-NESTING = 4096  # objects within objects
-sys.setrecursionlimit(max(sys.getrecursionlimit(), 2 * NESTING + 1000))  # two calls for each object
-
-Class = collections.namedtuple("Class", "name schema")
+sys.setrecursionlimit(10000)  # two calls for each object within an object
 
 
 class FormatError(Exception):
@@ -19,28 +15,28 @@ class FormatError(Exception):
 
 
 class Object:
-    def __init__(self, cls):
-        self.cls = cls
+    pass
 
 
 class Archive:
     """The values of `data`; readers[name, schema](archive, object) reads the data of an object of that class."""
 
     def __init__(self, data, readers):
-        self.data, self.readers = data, readers
-        self.offset, self.depth, self.table = 0, 0, [None]
+        self.data, self.readers, self.offset, self.table = data, readers, 0, [None]
 
-    def check(self, condition, message):
+    def check(self, condition, message, *operands):
         if not condition:
-            raise FormatError("offset %d: %s" % (self.offset, message))
+            raise FormatError("offset %d: %s" % (self.offset, message % operands))
 
     def bytes(self, size):
         self.check(size <= len(self.data) - self.offset, "the data ends inside a value")
         self.offset += size
         return self.data[self.offset - size:self.offset]
 
-    def u32(self):
-        return int.from_bytes(self.bytes(4), "little")
+    def u32(self, least=0):
+        value = int.from_bytes(self.bytes(4), "little")
+        self.check(value >= least, "%d is too small for the long form", value)
+        return value
 
     def integer(self, size):
         return int.from_bytes(self.bytes(size), "little", signed=True)
@@ -74,50 +70,39 @@ class Archive:
         self.check(number < len(alternatives), "there is no alternative %d" % number)
         return number, alternatives[number](self)
 
-    def at_least(self, least):
-        value = self.u32()
-        self.check(value >= least, "%d is too small for the long form" % value)
-        return value
-
     def count(self):
         value = self.u32()
-        self.check(value <= 0xFFFF, "count %X" % value)
-        return self.at_least(0xFFFF) if value == 0xFFFF else value
+        self.check(value <= 0xFFFF, "count %X", value)
+        return self.u32(0xFFFF) if value == 0xFFFF else value
 
     def string(self):
         size = self.bytes(1)[0]
         if size == 0xFF:
-            size = self.at_least(255)
-            self.check(size < 65534 or size == 0xFFFF, "string length %X" % size)
-            size = self.at_least(65534) if size == 0xFFFF else size
+            size = self.u32(255)
+            self.check(size < 65534 or size == 0xFFFF, "string length %X", size)
+            size = self.u32(65534) if size == 0xFFFF else size
         return self.bytes(size)
 
     def reference(self):
         tag = self.u32()
         if tag == 0:
             return None
-        self.check(tag <= 0xFFFF and tag != 0x8000, "tag %X" % tag)
+        self.check(tag <= 0xFFFF and tag != 0x8000, "tag %X", tag)
         if tag == 0xFFFF:
             schema = self.u32()
-            cls = Class(self.bytes(self.u32()), schema)
-            self.check(cls in self.readers and cls not in self.table, "unknown or known already: %r" % (cls,))
-            self.table.append(cls)
+            entry = (self.bytes(self.u32()), schema)  # a class
+            self.check(entry in self.readers and entry not in self.table, "unknown or known already: %r %d", *entry)
+            self.table.append(entry)
         else:
-            is_class, index = tag > 0x8000, tag & 0x7FFF
-            if tag == 0x7FFF:
-                word = self.u32()
-                is_class, index = word >= 0x80000000, word & 0x7FFFFFFF
-                self.check(index >= 0x7FFF, "index %X in the long form" % index)
-            self.check(index < len(self.table), "index %d has not been given out" % index)
+            word = self.u32() if tag == 0x7FFF else (tag & 0x8000) << 16 | tag & 0x7FFF
+            index = word & 0x7FFFFFFF
+            self.check(tag != 0x7FFF or index >= 0x7FFF, "index %X in the long form", index)
+            self.check(index < len(self.table), "index %d has not been given out", index)
             entry = self.table[index]
-            self.check(isinstance(entry, Class if is_class else Object), "index %d is of the wrong kind" % index)
-            if not is_class:
+            self.check(isinstance(entry, tuple if word >> 31 else Object), "index %d is of the wrong kind", index)
+            if not word >> 31:
                 return entry
-            cls = entry
-        self.check(self.depth < NESTING, "objects are nested too deep")
-        obj = Object(cls)
+        obj = Object()
         self.table.append(obj)
-        self.depth += 1
-        self.readers[cls](self, obj)
-        self.depth -= 1
+        self.readers[entry](self, obj)
         return obj

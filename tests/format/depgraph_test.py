@@ -1,8 +1,8 @@
-"""depgraph_test.py DEPGRAPH STATUS WORKDIR [EXAMPLE]
+"""depgraph_test.py DEPGRAPH STATUS WORKDIR EXAMPLE
 
 Holds docs/archive-format.md against what the programs write. The archive that DEPGRAPH stores of STATUS, read by
-decode.py, must be the graph that STATUS describes. With EXAMPLE, the page's worked example must be what that program
-prints, and must mean what the page says.
+decode.py, must be the graph that STATUS describes. The page's worked example must be what EXAMPLE prints, and must mean
+what the page says.
 """
 
 import os
@@ -16,20 +16,16 @@ import decode
 PAGE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "docs", "archive-format.md")
 
 
-class Failure(Exception):
-    pass
-
-
 def expect(what, found, wanted):
     if found != wanted:
-        raise Failure("%s: %r, expected %r" % (what, found, wanted))
+        sys.exit("%s: %r, expected %r" % (what, found, wanted))
 
 
-def run(command, directory):
+def run(command, directory, wanted=(0, b"")):
+    """What the command prints; it must end with that status, and say that on standard error."""
     emulator = os.environ.get("TAVNOMCL_EMULATOR", "").split()
     done = subprocess.run(emulator + command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, cwd=directory)
-    if done.returncode != 0:
-        raise Failure("%s: exit status %d: %r" % (" ".join(command), done.returncode, done.stderr))
+    expect(" ".join(command), (done.returncode, done.stderr), wanted)
     return done.stdout
 
 
@@ -41,74 +37,31 @@ def read_status(status):
     places = {}
     for place, fields in enumerate(installed):
         places.setdefault(fields[b"Package"], place)
-    packages = []
     for fields in installed:
         clauses = b",".join(fields[key] for key in fields if key in (b"Depends", b"Pre-Depends")).split(b",")
         needed = []
         for clause in clauses:
             names = [re.match(rb"[^\s:(]*", choice.strip())[0] for choice in clause.split(b"|")]
-            met = [places[name] for name in names if name in places]
-            if met and met[0] not in needed:
-                needed.append(met[0])
-        packages.append((fields[b"Package"], fields[b"Version"], int(fields.get(b"Installed-Size", 0)), needed))
-    return packages
+            needed += [place for place in [places[name] for name in names if name in places][:1] if place not in needed]
+        yield [fields[b"Package"], fields[b"Version"], int(fields.get(b"Installed-Size", 0)), needed]
 
 
-def read_package(archive, package):
-    package.name = archive.string()
-    package.version = archive.string()
-    package.size = archive.u32()
-    package.needed = []
-    for _ in range(archive.count()):
-        package.needed.append(archive.reference())
+def read_list(data, name, *kinds):
+    """An archive that is a count and that many references to objects of one class of schema 1, each of some values and
+    references: the values of each with the places of the others, and the table of indexes."""
+    def read(archive, obj):
+        obj.values = [getattr(archive, kind)() for kind in kinds]
+        obj.links = [archive.reference() for _ in range(archive.count())]
 
-
-def read_city(archive, city):
-    city.name = archive.string()
-    city.population = archive.u32()
-    city.roads = []
-    for _ in range(archive.count()):
-        city.roads.append(archive.reference())
-
-
-def read_list(data, name, reader):
-    """An archive that is a count and that many references to objects of one class of schema 1."""
-    archive = decode.Archive(data, {(name, 1): reader})
-    listed = []
-    for _ in range(archive.count()):
-        listed.append(archive.reference())
+    archive = decode.Archive(data, {(name, 1): read})
+    listed = [archive.reference() for _ in range(archive.count())]
     expect("bytes behind the last reference", len(data) - archive.offset, 0)
-    return listed, archive.table
+    places = {obj: place for place, obj in enumerate(listed)}
+    return [obj.values + [[places.get(link) for link in obj.links]] for obj in listed], listed, archive.table
 
 
-def test_depgraph(depgraph, status, directory):
-    path = os.path.join(directory, "archive")
-    if os.path.exists(path):
-        os.remove(path)
-    run([depgraph, "store", status, path], directory)
-    with open(status, "rb") as file:
-        wanted = read_status(file.read())
-    with open(path, "rb") as file:
-        found, table = read_list(file.read(), b"Package", read_package)
-
-    dependencies = sum(len(needed) for *_, needed in wanted)
-    if dependencies == 0:
-        raise Failure("%s: the graph is empty" % status)
-    expect("number of packages", len(found), len(wanted))
-    expect("number of objects", len(table) - 2, len(wanted))  # besides null and the class
-    places = {package: place for place, package in enumerate(found)}
-    for number, (package, (name, version, size, needed)) in enumerate(zip(found, wanted)):
-        what = "package %d, %s" % (number, name.decode(errors="replace"))
-        if package is None or places[package] != number:
-            raise Failure("%s: null, or listed twice" % what)
-        expect(what + ": name", package.name, name)
-        expect(what + ": version", package.version, version)
-        expect(what + ": size", package.size, size)
-        expect(what + ": dependencies", [places.get(other) for other in package.needed], needed)
-    return "%d packages, %d dependencies: equal" % (len(found), dependencies)
-
-
-def test_example(example, directory):
+def main(depgraph, status, directory, example):
+    os.makedirs(directory, exist_ok=True)
     with open(PAGE, encoding="utf-8") as file:
         block = re.search(r"^```archive-example\n(.*?)^```$", file.read(), re.M | re.S)[1]
     data = b""
@@ -118,24 +71,28 @@ def test_example(example, directory):
         data += bytes.fromhex(rest.split("  ")[0])
     printed = re.findall(rb"\b(?:[0-9A-Fa-f]{2}){16,}\b", run([example], directory))
     expect("worked example: bytes", [text.decode().lower() for text in printed], [data.hex()])
+    cities, (oslo, bergen), table = read_list(data, b"City", "string", "u32")
+    expect("worked example", cities, [[b"Oslo", 709000, [1]], [b"Bergen", 294000, [0, None]]])
+    expect("worked example: indexes", table, [None, (b"City", 1), oslo, bergen])
 
-    (oslo, bergen), table = read_list(data, b"City", read_city)
-    expect("Oslo", (oslo.name, oslo.population, oslo.roads), (b"Oslo", 709000, [bergen]))
-    expect("Bergen", (bergen.name, bergen.population, bergen.roads), (b"Bergen", 294000, [oslo, None]))
-    expect("worked example: indexes", table, [None, oslo.cls, oslo, bergen])
+    path = os.path.join(directory, "archive")
+    with open(path, "wb"):
+        run([depgraph, "store", status, path], directory)  # in place of another one
+    with open(status, "rb") as file:
+        wanted = list(read_status(file.read()))
+    with open(path, "rb") as file:
+        found, listed, table = read_list(file.read(), b"Package", "string", "string", "u32")
+    for number, (package, expected) in enumerate(zip(found, wanted)):
+        expect("package %d" % number, package, expected)
+    expect("packages, different ones, objects beside NULL and the class",
+           (len(found), len(set(listed)), len(table) - 2), (len(wanted),) * 3)
+    dependencies = sum(len(package[-1]) for package in wanted)
+    expect("a graph with dependencies", dependencies > 0, True)
+    run([depgraph, "store", status, "/dev/full"], directory, (1, b"depgraph: /dev/full: No space left on device\n"))
+    print("%d packages, %d dependencies: equal" % (len(found), dependencies))
 
 
-def main(arguments):
-    if len(arguments) not in (3, 4):
-        sys.exit(__doc__)
-    depgraph, status, directory = map(os.path.abspath, arguments[:3])
-    os.makedirs(directory, exist_ok=True)
-    try:
-        if len(arguments) == 4:
-            test_example(os.path.abspath(arguments[3]), directory)
-        print(test_depgraph(depgraph, status, directory))
-    except (Failure, decode.FormatError, OSError) as problem:
-        sys.exit("depgraph_test: %s" % problem)
-
-
-main(sys.argv[1:])
+try:
+    main(*map(os.path.abspath, sys.argv[1:]))
+except decode.FormatError as problem:
+    sys.exit(str(problem))
