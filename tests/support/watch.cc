@@ -6,10 +6,25 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
 static HostWatch* pWatch = nullptr;
+
+// A process that ends while it tests fails, with whatever status.
+static bool bTesting = false;
+struct EndListener : testing::EmptyTestEventListener {
+    void OnTestProgramStart(const testing::UnitTest&) override { bTesting = true; }
+    void OnTestProgramEnd(const testing::UnitTest&) override { bTesting = false; }
+    static void AtExit()
+    {
+        if (bTesting)
+            std::fputs("a test has ended the process\n", stderr), _exit(1);
+    }
+};
+static const bool bListening =
+    (testing::UnitTest::GetInstance()->listeners().Append(new EndListener), std::atexit(EndListener::AtExit) == 0);
 
 HostWatch::HostWatch(bool bReturns) : bRaiseReturns(bReturns)
 {
