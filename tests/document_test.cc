@@ -34,21 +34,6 @@ protected:
 
 enum Colour : int { Red = -1, Green, Blue };
 
-// Does something with the archive while it is stored, and while it is loaded.
-struct Doing : VELM_CObject {
-    static VELM_CRuntimeClass record;
-    std::function<void(VELM_CArchive&)> body;
-
-    explicit Doing(std::function<void(VELM_CArchive&)> what = nullptr) : body(std::move(what)) {}
-    VELM_CRuntimeClass* GetRuntimeClass() const override { return &record; }
-    void Serialize(VELM_CArchive& ar) override
-    {
-        if (body != nullptr)
-            body(ar);
-    }
-};
-VELM_CRuntimeClass Doing::record = {"Doing", 0, 3};
-
 struct Nameless : VELM_CObject {};
 
 } // namespace
