@@ -1,17 +1,13 @@
-// Documents: what is said to be saved can be loaded, and the program of the guide.
+// Documents: what is said to be saved can be loaded.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <fstream>
 #include <sstream>
 
-#include "mcl/mfc_std.h"
 #include "tests/support/graph.h"
+#include "tests/support/owners.h"
 #include "tests/support/watch.h"
-
-namespace guide {
-#include "docs/examples/guide.cc"
-}
 
 namespace {
 
@@ -312,38 +308,15 @@ TEST_F(Document, SavesAndLoadsWithABody)
     EXPECT_EQ(Error(), "offset 44: the archive was closed or aborted");
 }
 
-TEST_F(Document, TheGuidesProgramRefusesCraftedLists)
+TEST_F(Document, WhatNobodyOwnsIsRefusedInBothDirections)
 {
-    struct Forger : VELM_CObject {
-        std::vector<guide::Task*> tasks;
-        VELM_CRuntimeClass* GetRuntimeClass() const override { return &guide::List::classRecord; }
-        void Serialize(VELM_CArchive& ar) override { ar << tasks << std::map<std::string, double>(); }
-    };
-    guide::Task a("a"), b("b", guide::Now, &a), strange("c"), empty("");
-    strange.urgency = static_cast<guide::Urgency>(3);
-    const struct {
-        std::vector<guide::Task*> tasks;
-        const char* lpszText;
-    } rows[] = {{{&a, &b}, ""},
-                {{&b, &a}, ""}, // named before the list comes to it
-                {{&a, &b, &a}, "offset 70: object 4, a Task, has an owner already, in List (index 2)"},
-                {{&a, nullptr}, "offset 51: an object that is owned is NULL, in List (index 2)"},
-                {{&b}, "offset 70: object 5, a Task, has no owner"}};
-    for (const auto& row : rows) {
-        Forger forger;
-        forger.tasks = row.tasks;
-        std::ofstream(path) << Stored([&](VELM_CArchive& ar) { ar.WriteObject(&forger); });
-        HostWatch watch;
-        const std::unique_ptr<guide::List> pList(AfxLoadDocument<guide::List>(path.c_str(), guide::Classes(), &error));
-        EXPECT_EQ(Error(), row.lpszText);
-        EXPECT_EQ(pList != nullptr, *row.lpszText == '\0');
-    }
-    guide::List list;
+    Part root, stray;
+    root.pReferred = &stray;
     HostWatch watch;
-    list.tasks.emplace_back(new guide::Task(empty));
-    EXPECT_EQ(AfxSaveDocument(path.c_str(), guide::Classes(), &list, &error), 0);
-    EXPECT_EQ(Error(), "offset 42: an entry has no text, in Task (index 4) in List (2)");
-    list.tasks[0].reset(new guide::Task(strange));
-    EXPECT_EQ(AfxSaveDocument(path.c_str(), guide::Classes(), &list, &error), 0);
-    EXPECT_EQ(Error(), "offset 47: the value 3 is not one of 0 to 2, in Task (index 4) in List (2)");
+    EXPECT_EQ(AfxSaveDocument(path.c_str(), OwnerClasses(), &root, &error), 0);
+    EXPECT_EQ(Error(), "offset 176: object 3, a Part, has no owner");
+    EXPECT_EQ(Contents(), "old");
+    std::ofstream(path) << Stored([&](VELM_CArchive& ar) { ar.WriteObject(&root); });
+    EXPECT_EQ(AfxLoadDocument<Part>(path.c_str(), OwnerClasses(), &error), nullptr);
+    EXPECT_EQ(Error(), "offset 176: object 3, a Part, has no owner");
 }

@@ -2,6 +2,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <thread>
 
@@ -27,14 +28,8 @@ TEST(Library, GivesNoticeWhenAskedForAndItsVersion)
     reinterpret_cast<int (*)(char*)>(dlsym(pLibrary, "libtavnomcl_sprintf_verid"))(commented);
     const std::string line = plain, upToDate = line.substr(0, line.find('('));
     EXPECT_EQ(upToDate.substr(0, 34) + line.substr(line.find(')')), "libtavnomcl" + std::string(23, ' ') + ")\n");
+    EXPECT_EQ(line.find_first_of("0123456789"), 34u) << line;
     EXPECT_EQ(commented, upToDate + "\"a \"b\"; c\\n 5%s #$@d@\" (today)\n");
-}
-
-TEST(Library, TheVersionStandsBehindTheNameAndBlanksAtColumn34)
-{
-    char line[256];
-    libtavnomcl_sprintf_verid(line);
-    EXPECT_EQ(std::string(line).find_first_of("0123456789"), 34u) << line;
 }
 
 TEST(Diagnostics, ReportsNameTheFileThatHoldsTheCheck)
@@ -59,6 +54,10 @@ TEST(Diagnostics, ReportsNameTheFileThatHoldsTheCheck)
 TEST(Exceptions, RecordsAndRaises)
 {
     VELM_CArchiveException named(3, "a.dat"), nameless(5, nullptr);
+    VELM_CException plain, flagged(7);
+    EXPECT_EQ(Row() << plain.m_nFlag << flagged.m_nFlag << plain.GetErrorMessage(nullptr, 9, nullptr)
+                    << plain.ReportError(0, 0),
+              "1 7 1 0");
     EXPECT_EQ(Row() << nameless.m_strFileName.m_len << nameless.m_cause << nameless.m_nFlag, "0 5 1");
     EXPECT_EQ(Row() << named.m_strFileName.m_data << named.GetErrorMessage(nullptr, 9, nullptr)
                     << named.ReportError(1, 2),
@@ -67,7 +66,8 @@ TEST(Exceptions, RecordsAndRaises)
     EXPECT_EQ(Outcome([] { AfxThrowNotSupportedException(), AfxThrowMemoryException(); }, true), "raise 1; raise 1");
     EXPECT_EQ(Outcome([] { AfxAllocate(nullptr, SIZE_MAX, 1, 1); }), "raise 1");
     EXPECT_EQ(Outcome([] { AfxNewArray<int>(SIZE_MAX / 4 + 2); }), "raise 1");
-    EXPECT_DEATH(Outcome([] { AfxAllocate(nullptr, SIZE_MAX / 2 + 1, 2); }, true), "libtavnomcl: memory is exhausted");
+    EXPECT_EXIT(Outcome([] { AfxAllocate(nullptr, SIZE_MAX / 2 + 1, 2); }, true), testing::KilledBySignal(SIGABRT),
+                "libtavnomcl: memory is exhausted");
 }
 
 TEST(CleanupBlocks, RaiseEntersTheInnermostOfItsThread)
