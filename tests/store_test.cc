@@ -49,46 +49,55 @@ static void Take(VELM_CArchive& ar, const char* steps)
 
 TEST(Store, StoresEachObjectOnceAndStopsHarmlessly)
 {
-    const struct {
+    struct Case {
         unsigned nMode, nIndex;              // 0, or the next index to be given
         const char *steps, *outcome, *bytes; // what is stored; what is left of FFFF0000 00
-    } cases[] = {
-        {store, 0, "Oc Oa Od Ob Oc", "", DISC "63 " SHAPE "61 01800000 64 03800000 62 02000000"},
-        {store, 0, "Of Og", "", SHAPE "66 01800000 67 02000000 00000000 03000000 03000000"},
-        {store, 0, "O0 Oe Ca Sc Oc", "", "00000000" SHAPE "65 02000000 01800000" DISC "03800000 63"},
-        {store, 0, "Ca Xa Oa Cc Ob", "", SHAPE SHAPE "61 " DISC "02800000 62"},
-        {store, 0, "Oa Oc Xa Ob Od", "", SHAPE "61 " DISC "63 " SHAPE "62 03800000 64"},
-        {store, 0, "Oa Za Oa Oa", "", SHAPE "61 01800000 61 03000000"},
-        {store, 0, "Ma Oa Ma Oa", "", "01000000 02000000"},
-        {store, 0x7FFE, "Ma Mb Oa Ob", "", "FE7F0000 FF7F0000 FF7F0000"},
-        {store, 0x7FFE, "Ca Cc Ca Cc", "", SHAPE DISC "FEFF0000 FF7F0000 FF7F0080"},
-        {store, 0x3FFFFFFD, "K0 Ma Oa Mb", "raise 5", "FF7F0000 FDFFFF3F"},
-        {store, 0x3FFFFFFD, "Ca Oa", "raise 5", SHAPE "FF7F0000 FDFFFFBF"},
-        {store, 0x3FFFFFFE, "O0 M0 Oa", "raise 5", "00000000" SHAPE},
-        {load, 0xFFFFFFFF, "M0 Ma", "raise 5", "FFFF0000 00"},
-        {store, 0, "Oh", "raise 1", ""},
-        {store, 0, "C0 Oi O0", "pClassRef != NULL; pClassRef != NULL", "00000000"},
-        {store, 0, "Cj Oj Tj", "pClassRef->m_pszName != NULL; pClassRef->m_pszName != NULL; m_pszName != NULL", ""},
-        {load | VELM_CArchive::noFlushOnDestroy, 0, "R0 R0",
-         "IsLoading(); IsLoading(); IsLoading(); IsLoading(); IsLoading(); IsLoading(); raise 3", ""},
-        {store, 0, "Ra", "IsLoading(); IsLoading()", ""},
-        {load, 0, "Oa Ca C0", "IsStoring(); IsStoring(); pClassRef != NULL; IsStoring()", "FFFF0000 00"},
-        {load, 0, "Sa", "raise 5", "00"},
-        {load, 0, "Sh", "raise 1", "FFFF0000 00"},
-        {load, 0, "R0 S0", "raise 3", ""},
-        {load, 0, "L0", "raise 3", ""}};
-    for (size_t i = 0; i < 2 * std::size(cases); ++i) {
-        const auto& c = cases[i / 2];
-        MemoryFile file(Bytes((c.nMode & load) != 0 ? "FFFF0000 00" : ""));
-        VELM_CArchive ar(&file, c.nMode);
-        const std::string printed = Printed([&] {
-            if (c.nIndex != 0)
-                ar.MapObject(nullptr), ar.m_nIndexCount = c.nIndex;
-            EXPECT_EQ(Outcome([&] { Take(ar, c.steps); }, i % 2 != 0), c.outcome) << c.steps;
-        });
-        EXPECT_EQ(printed, (c.nMode & load) != 0 || ar.m_pStoreMap == nullptr ? "" : "SetAt NYI\n") << c.steps;
-        ar.Flush();
-        EXPECT_EQ(file.data.substr(file.nPosition), Bytes(c.bytes)) << c.steps;
+    };
+    const std::pair<const char*, std::vector<Case>> promises[] = {
+        {"an object is stored once, behind its class where that is new",
+         {{store, 0, "Oc Oa Od Ob Oc", "", DISC "63 " SHAPE "61 01800000 64 03800000 62 02000000"},
+          {store, 0, "Of Og", "", SHAPE "66 01800000 67 02000000 00000000 03000000 03000000"},
+          {store, 0, "O0 Oe Ca Sc Oc", "", "00000000" SHAPE "65 02000000 01800000" DISC "03800000 63"}}},
+        {"what a program changes in the store map holds",
+         {{store, 0, "Ca Xa Oa Cc Ob", "", SHAPE SHAPE "61 " DISC "02800000 62"},
+          {store, 0, "Oa Oc Xa Ob Od", "", SHAPE "61 " DISC "63 " SHAPE "62 03800000 64"},
+          {store, 0, "Oa Za Oa Oa", "", SHAPE "61 01800000 61 03000000"}}},
+        {"what is mapped has an index; references are long from 0x7FFF on, up to the limit",
+         {{store, 0, "Ma Oa Ma Oa", "", "01000000 02000000"},
+          {store, 0x7FFE, "Ma Mb Oa Ob", "", "FE7F0000 FF7F0000 FF7F0000"},
+          {store, 0x7FFE, "Ca Cc Ca Cc", "", SHAPE DISC "FEFF0000 FF7F0000 FF7F0080"},
+          {store, 0x3FFFFFFD, "K0 Ma Oa Mb", "raise 5", "FF7F0000 FDFFFF3F"},
+          {store, 0x3FFFFFFD, "Ca Oa", "raise 5", SHAPE "FF7F0000 FDFFFFBF"},
+          {store, 0x3FFFFFFE, "O0 M0 Oa", "raise 5", "00000000" SHAPE},
+          {load, 0xFFFFFFFF, "M0 Ma", "raise 5", "FFFF0000 00"}}},
+        {"what cannot be stored is raised or reported, and nothing of it is stored",
+         {{store, 0, "Oh", "raise 1", ""},
+          {store, 0, "C0 Oi O0", "pClassRef != NULL; pClassRef != NULL", "00000000"},
+          {store, 0, "Cj Oj Tj", "pClassRef->m_pszName != NULL; pClassRef->m_pszName != NULL; m_pszName != NULL", ""},
+          {load | VELM_CArchive::noFlushOnDestroy, 0, "R0 R0",
+           "IsLoading(); IsLoading(); IsLoading(); IsLoading(); IsLoading(); IsLoading(); raise 3", ""},
+          {store, 0, "Ra", "IsLoading(); IsLoading()", ""},
+          {load, 0, "Oa Ca C0", "IsStoring(); IsStoring(); pClassRef != NULL; IsStoring()", "FFFF0000 00"}}},
+        {"nothing is loaded without a class table",
+         {{load, 0, "Sa", "raise 5", "00"},
+          {load, 0, "Sh", "raise 1", "FFFF0000 00"},
+          {load, 0, "R0 S0", "raise 3", ""},
+          {load, 0, "L0", "raise 3", ""}}}};
+    for (const auto& promise : promises) {
+        for (size_t i = 0; i < 2 * promise.second.size(); ++i) {
+            const Case& c = promise.second[i / 2];
+            SCOPED_TRACE(promise.first + std::string("; not so by the steps ") + c.steps);
+            MemoryFile file(Bytes((c.nMode & load) != 0 ? "FFFF0000 00" : ""));
+            VELM_CArchive ar(&file, c.nMode);
+            const std::string printed = Printed([&] {
+                if (c.nIndex != 0)
+                    ar.MapObject(nullptr), ar.m_nIndexCount = c.nIndex;
+                EXPECT_EQ(Outcome([&] { Take(ar, c.steps); }, i % 2 != 0), c.outcome);
+            });
+            EXPECT_EQ(printed, (c.nMode & load) != 0 || ar.m_pStoreMap == nullptr ? "" : "SetAt NYI\n");
+            ar.Flush();
+            EXPECT_EQ(file.data.substr(file.nPosition), Bytes(c.bytes));
+        }
     }
 }
 
