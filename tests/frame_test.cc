@@ -32,6 +32,20 @@ TEST(Library, GivesNoticeWhenAskedForAndItsVersion)
     EXPECT_EQ(commented, upToDate + "\"a \"b\"; c\\n 5%s #$@d@\" (today)\n");
 }
 
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST(Library, CanBeUnloaded)
+{
+    Dl_info library;
+    ASSERT_NE(dladdr(reinterpret_cast<void*>(&libtavnomcl_print_verid), &library), 0);
+    void* pSecond = dlmopen(LM_ID_NEWLM, library.dli_fname, RTLD_NOW);
+    ASSERT_NE(pSecond, nullptr) << dlerror();
+    const void* const pInside = dlsym(pSecond, "libtavnomcl_print_verid");
+    EXPECT_NE(dladdr(pInside, &library), 0);
+    dlclose(pSecond);
+    EXPECT_EQ(dladdr(pInside, &library), 0);
+}
+#endif
+
 TEST(Diagnostics, ReportsNameTheFileThatHoldsTheCheck)
 {
     static VELM_CPlex* pHead;

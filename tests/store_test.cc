@@ -3,6 +3,7 @@
 
 #include <random>
 
+#include "tests/support/graph.h"
 #include "tests/support/watch.h"
 
 const unsigned store = VELM_CArchive::store, load = VELM_CArchive::load;
@@ -101,10 +102,9 @@ TEST(Store, StoresEachObjectOnceAndStopsHarmlessly)
     }
 }
 
-// An object that stores others; the countdown raises.
-struct LifeNode : VELM_CObject {
+// The countdown raises.
+struct LifeNode : Node {
     VELM_CRuntimeClass* m_pClass = nullptr;
-    std::vector<const VELM_CObject*> m_links;
 
     static unsigned s_nUntilRaise;
     VELM_CRuntimeClass* GetRuntimeClass() const override { return m_pClass; }
@@ -112,8 +112,7 @@ struct LifeNode : VELM_CObject {
     {
         if (--s_nUntilRaise == 0)
             pfm_raise(7);
-        for (const VELM_CObject* pLink : m_links)
-            ar.WriteObject(pLink);
+        Node::Serialize(ar);
     }
 };
 unsigned LifeNode::s_nUntilRaise;
@@ -145,7 +144,7 @@ TEST(Store, LivesAreTheSameWithoutTheTable)
         for (size_t i = 0; i < objects.size(); ++i) {
             objects[i].m_pClass = &classes[random() % 40 == 0 ? 3 + random() % 2 : random() % 3];
             for (unsigned n = random() % 3; n > 0; --n)
-                objects[i].m_links.push_back(&objects[random() % objects.size()]);
+                objects[i].links.push_back(&objects[random() % objects.size()]);
         }
         classes[0].m_pszName = "A";
         MemoryFile files[2];

@@ -115,24 +115,16 @@ extern "C" __attribute__((visibility("default"))) int fcntl(int fd, int command,
 }
 
 // What fails to be closed is closed all the same.
-extern "C" __attribute__((visibility("default"))) int close(int fd)
-{
-    NEXT(close);
-    const bool bFails = Fails("close");
-    const int nError = errno;
-    const int nResult = next(fd);
-    if (bFails)
-        errno = nError;
-    return bFails ? -1 : nResult;
-}
-
-extern "C" __attribute__((visibility("default"))) int fclose(FILE* stream)
-{
-    NEXT(fclose);
-    const bool bFails = Fails("fclose");
-    const int nResult = next(stream);
-    return bFails ? EOF : nResult;
-}
+#define CLOSING(name, parameter, argument)                                                                             \
+    extern "C" __attribute__((visibility("default"))) int name parameter                                               \
+    {                                                                                                                  \
+        NEXT(name);                                                                                                    \
+        const bool bFails = Fails(#name);                                                                              \
+        const int nError = errno, nResult = next argument;                                                             \
+        return bFails ? errno = nError, -1 : nResult;                                                                  \
+    }
+CLOSING(close, (int fd), (fd))
+CLOSING(fclose, (FILE * stream), (stream))
 
 extern "C" __attribute__((visibility("default"))) ssize_t write(int fd, const void* from, size_t size)
 {
