@@ -153,24 +153,22 @@ TEST_F(Document, WithATableWhatCouldNotBeLoadedIsRefused)
     VELM_CRuntimeClass otherNode = {"Node", 0, 1};
     Node node;
     Doing doing;
-    const struct {
-        const VELM_CObject* pOb;
-        const char* lpszText;
-    } rows[] = {{&node, ""},
-                {&doing, "offset 0: class \"Doing\" is not in the class table"},
-                {&derived, "offset 0: an object of a class derived from \"Node\" has no class record of its own"},
-                {&abstract, "offset 0: class \"Abstract\" is abstract"}};
+    const std::pair<const VELM_CObject*, const char*> rows[] = {
+        {&node, ""},
+        {&doing, "offset 0: class \"Doing\" is not in the class table"},
+        {&derived, "offset 0: an object of a class derived from \"Node\" has no class record of its own"},
+        {&abstract, "offset 0: class \"Abstract\" is abstract"}};
     for (const auto& row : rows) {
         MemoryFile file;
         VELM_CArchive ar(&file, VELM_CArchive::store), free(&file, VELM_CArchive::store);
         HostWatch watch;
         ar.SetClassTable(&GraphClasses());
-        EXPECT_EQ(pfm_protect([&] { ar.WriteObject(row.pOb); }), *row.lpszText != '\0');
-        EXPECT_STREQ(ar.GetErrorText(), row.lpszText);
-        EXPECT_EQ(ar.GetOffset() == 0, *row.lpszText != '\0');
+        EXPECT_EQ(pfm_protect([&] { ar.WriteObject(row.first); }), *row.second != '\0');
+        EXPECT_STREQ(ar.GetErrorText(), row.second);
+        EXPECT_EQ(ar.GetOffset() == 0, *row.second != '\0');
         EXPECT_EQ(pfm_protect([&] { ar.WriteClass(&otherNode); }), 1);
         ar.WriteClass(&Node::record);
-        if (row.pOb == &node) {
+        if (row.first == &node) {
             EXPECT_EQ(pfm_protect([&] { ar.WriteObject(&derived); }), 1); // of a class that was stored before
         }
         ar.DeleteLoadedObjects(); // nothing: there are none
@@ -266,32 +264,27 @@ TEST_F(Document, SavesAndLoadsWithABody)
     delete pFirst, delete pSecond;
 
     const std::string good = Contents();
-    const struct {
-        std::function<void(VELM_CArchive&)> body;
-        const char* lpszText;
-    } saves[] = {{[](VELM_CArchive&) { pfm_raise(42); }, "raise 42"},
-                 {[](VELM_CArchive&) { AfxMemoryExhausted(); }, "raise 1: memory is exhausted"},
-                 {[](VELM_CArchive& ar) { ar.Abort(); }, "offset 0: the archive was closed or aborted"},
-                 {[](VELM_CArchive& ar) { ar.WriteOwned(nullptr); }, "offset 0: an object that is owned is NULL"}};
-    for (const auto& save : saves) {
-        EXPECT_EQ(AfxSaveDocument(path.c_str(), GraphClasses(), save.body, &error), 0);
-        EXPECT_EQ(Error(), save.lpszText);
+    const std::pair<std::function<void(VELM_CArchive&)>, const char*> saves[] = {
+        {[](VELM_CArchive&) { pfm_raise(42); }, "raise 42"},
+        {[](VELM_CArchive&) { AfxMemoryExhausted(); }, "raise 1: memory is exhausted"},
+        {[](VELM_CArchive& ar) { ar.Abort(); }, "offset 0: the archive was closed or aborted"},
+        {[](VELM_CArchive& ar) { ar.WriteOwned(nullptr); }, "offset 0: an object that is owned is NULL"}};
+    for (const auto& [body, lpszText] : saves) {
+        EXPECT_EQ(AfxSaveDocument(path.c_str(), GraphClasses(), body, &error), 0);
+        EXPECT_EQ(Error(), lpszText);
         EXPECT_EQ(Contents(), good);
     }
     EXPECT_EQ(AfxSaveDocument("/no/such/file", GraphClasses(), &a, &error), 0);
     EXPECT_STREQ(error.m_data, "/no/such/file: No such file or directory");
     EXPECT_EQ(AfxSaveDocument(nullptr, GraphClasses(), &a), 0);
 
-    const struct {
-        std::string bytes;
-        const char* lpszText;
-    } loads[] = {{good + "x", "offset 44: more follows behind the document"},
-                 {good.substr(0, good.size() - 1), "offset 43: the data ends"},
-                 {"", "offset 0: the data ends"}};
-    for (const auto& row : loads) {
-        std::ofstream(path) << row.bytes;
+    const std::pair<std::string, const char*> loads[] = {{good + "x", "offset 44: more follows behind the document"},
+                                                         {good.substr(0, good.size() - 1), "offset 43: the data ends"},
+                                                         {"", "offset 0: the data ends"}};
+    for (const auto& [bytes, lpszText] : loads) {
+        std::ofstream(path) << bytes;
         EXPECT_EQ(AfxLoadDocument(path.c_str(), GraphClasses(), load, &error), 0);
-        EXPECT_EQ(Error().substr(0, Error().find(", in")), row.lpszText);
+        EXPECT_EQ(Error().substr(0, Error().find(", in")), lpszText);
     }
     std::ofstream(path) << good << "x";
     const auto close = [&](VELM_CArchive& ar) { load(ar), ar.Close(); };

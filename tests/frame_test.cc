@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <stdexcept>
 #include <thread>
 
 #include "tests/support/watch.h"
@@ -84,23 +85,28 @@ TEST(Exceptions, RecordsAndRaises)
                 "libtavnomcl: memory is exhausted");
 }
 
-TEST(CleanupBlocks, RaiseEntersTheInnermostOfItsThread)
+TEST(CleanupBlocks, ARaiseEntersTheInnermostOfItsThreadThatIsNotReleased)
 {
     HostWatch watch;
     std::string log;
+    pfm_cleanup_block blocks[3];
     const int nOuter = pfm_protect([&] {
         log += std::to_string(pfm_protect([] { pfm_raise(5); }));
         std::thread([&] { log += std::to_string(pfm_protect([] { pfm_raise(3); })); }).join();
-        pfm_cleanup_block block;
-        block.nJumped = sigsetjmp(block.jump, 1);
-        if (pfm_cleanup_start(&block, 0)) {
-            pfm_cleanup_reset(&block);
+        blocks[0].nJumped = sigsetjmp(blocks[0].jump, 1);
+        if (pfm_cleanup_start(&blocks[0], 0)) {
+            pfm_cleanup_reset(&blocks[0]);
             log += "s";
             pfm_raise(3);
         }
         log += "j";
-        pfm_cleanup_rls(&block); // the raise has released it already
-        pfm_raise(1);
+        pfm_cleanup_rls(&blocks[0]); // the raise has released it already
+        EXPECT_THROW(pfm_protect([] { throw std::runtime_error("a body's own"); }), std::runtime_error);
+        for (pfm_cleanup_block& block : blocks)
+            block.nJumped = 0, pfm_cleanup_start(&block, 0), pfm_cleanup_reset(&block);
+        pfm_cleanup_rls(&blocks[0]);
+        pfm_cleanup_rls(&blocks[2]), pfm_cleanup_rls(&blocks[1]); // neither brings an outer one back
+        pfm_raise(1);                                             // comes to none of those that are gone
     });
     EXPECT_EQ(log + std::to_string(nOuter), "53sj1");
     EXPECT_DEATH(pfm_raise(3), "raise 3 outside every cleanup block");

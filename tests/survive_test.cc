@@ -282,7 +282,7 @@ TEST(Exhausted, ArchivesLoseNothingAndGoOn)
 TEST(Exhausted, OwnersAndDocumentsLoseNothing)
 {
     const std::unique_ptr<Part> root = MakeParts(7, 30);
-    const std::string whole = bytes = StoredParts(*root);
+    bytes = StoredParts(*root);
     FailEach<LoadingGraph>("load owners", false, [](LoadingGraph& from) {
         from.ar.SetClassTable(&OwnerClasses());
         from.pRoot = from.ar.ReadObject(&Part::classRecord);
@@ -496,23 +496,4 @@ TEST(Survived, WhatEndedStaysEnded)
     VELM_CString elements[3];
     EXPECT_EQ(Outcome([&] { from.Read(nullptr, 1), SerializeElements(from, elements, 3); }), "lpBuf != NULL");
     EXPECT_EQ(Row() << elements[0] << elements[1] << elements[2], "b c");
-}
-
-TEST(Survived, BlocksAreReleasedByExceptionsAndWithTheirOuterOne)
-{
-    HostWatch watch;
-    EXPECT_EQ(pfm_protect([] {
-                  EXPECT_THROW(pfm_protect([] { throw std::runtime_error("a body's own"); }), std::runtime_error);
-                  pfm_raise(4); // comes here, and not to the frame that is gone
-              }),
-              4);
-    pfm_cleanup_block blocks[3];
-    EXPECT_EQ(pfm_protect([&] {
-                  for (pfm_cleanup_block& block : blocks)
-                      block.nJumped = 0, pfm_cleanup_start(&block, 0), pfm_cleanup_reset(&block);
-                  pfm_cleanup_rls(&blocks[0]);
-                  pfm_cleanup_rls(&blocks[2]), pfm_cleanup_rls(&blocks[1]); // neither brings an outer one back
-                  pfm_raise(6);
-              }),
-              6);
 }
