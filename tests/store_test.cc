@@ -158,7 +158,7 @@ TEST(Store, LivesAreTheSameWithoutTheTable)
                 outcome[p == &plain] = (Row() << pfm_protect([&] { step(*p); }) << watch.Texts() << p->m_nIndexCount
                                               << p->IsWhole() << p->GetErrorText())
                                            .Text();
-                watch.reports.clear();
+                watch.reports.clear(), watch.raises.clear();
             }
             ASSERT_EQ(outcome[0], outcome[1]) << nLife;
         };

@@ -19,13 +19,15 @@ public:
     std::vector<int> raises;     // raised codes
     bool bRaiseReturns;          // whether pfm_raise comes back to the raising operation
 
-    explicit HostWatch(bool bReturns = false);
-    ~HostWatch();
-    // The texts of the reports, one a line.
+    static HostWatch* s_pCurrent; // NULL outside
+
+    explicit HostWatch(bool bReturns = false) : bRaiseReturns(bReturns) { s_pCurrent = this; }
+    ~HostWatch() { s_pCurrent = nullptr; }
+    // Both, as in "nIndex >= 0; raise 3"; "" for nothing.
     std::string Texts() const;
 };
 
-// Runs body and returns what it reported and raised, as in "nIndex >= 0; raise 3"; "" for nothing.
+// Runs body and returns what it reported and raised.
 // With bRaiseReturns, a raise comes back to the raising operation, else it ends the body.
 std::string Outcome(const std::function<void()>& body, bool bRaiseReturns = false);
 
