@@ -35,7 +35,7 @@ static std::string StoredRoots(const Roots& roots)
     });
 }
 
-TEST(Load, GraphsKeepTheirShape)
+TEST(Load, GraphsKeepTheirShapeAndDamageDoesNoHarm)
 {
     Node a(1), b(2), c(3), d(4), self(5), left(6), right(7);
     Leaf leaf(8, "leaf"), last(9, "last");
