@@ -149,8 +149,7 @@ TEST(ArchiveEncoding, IsByteExactAndReadBackAndEveryPrefixRaisesOnce)
         EXPECT_TRUE(string(text.m_data, content.size() + 1) == content + '\0') << kind << nStored;
         EXPECT_EQ(Row() << from.Read(&colon, 1) << colon, "1 z") << kind << nStored;
         for (size_t i = 0; i < 2 * bytes.size(); i += i < 40 || i + 2000 > 2 * bytes.size() ? 1 : 1953) {
-            MemoryFile cut(bytes.substr(0, i / 2));
-            VELM_CArchive ar(&cut, load, 128);
+            LoadingArchive ar(bytes.substr(0, i / 2), nullptr, 128);
             text = "old", n = 0x77;
             ASSERT_EQ(Outcome([&] { Transfer(ar, kind, n, text); }, i % 2 != 0), "raise 3") << kind << nStored;
             ASSERT_EQ(n, i % 2 != 0 && kind == 'c' ? 0 : 0x77u) << kind << nStored << " cut to " << i / 2;
@@ -162,8 +161,8 @@ TEST(ArchiveEncoding, IsByteExactAndReadBackAndEveryPrefixRaisesOnce)
 TEST(ArchiveEncoding, AHostileLengthCostsNoMoreThanTheDataEarns)
 {
     for (const char* length : {"FF FFFFFFFF", "FF FFFF0000 FFFFFFFF", "FF FFFFFF7F", "FF 00000080"}) {
-        MemoryFile file(Bytes(length) + Pattern(20000));
-        VELM_CArchive ar(&file, load, 128);
+        LoadingArchive ar(Bytes(length) + Pattern(20000), nullptr, 128);
+        const MemoryFile& file = ar.file;
         VELM_CString text;
         EXPECT_EQ(Outcome([&] { ar >> text; }), "raise 3");
         for (size_t i = 1, nCame = 0; i < file.calls.size(); ++i) {

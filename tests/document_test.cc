@@ -207,8 +207,7 @@ TEST_F(Document, TextsSayWhereAndInWhichObjects)
     EXPECT_EQ(ar.IsWhole(), 0);
 
     for (const unsigned nVersion : {1u, 2u, 3u}) {
-        MemoryFile versions(Stored([&](VELM_CArchive& to) { to.SerializeVersion("Base", nVersion); }));
-        VELM_CArchive from(&versions, VELM_CArchive::load);
+        LoadingArchive from(Stored([&](VELM_CArchive& to) { to.SerializeVersion("Base", nVersion); }));
         unsigned nLoaded = 0;
         const std::string outcome = Outcome([&] { nLoaded = from.SerializeVersion("Base", 2); });
         EXPECT_EQ(Row() << nLoaded << outcome << from.GetErrorText(),

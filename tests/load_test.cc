@@ -11,9 +11,7 @@ using Roots = std::vector<VELM_CObject*>;
 // Loads n references to a Node from the bytes. What was raised, and the error text; or what the graph looks like.
 static std::string Loaded(const std::string& bytes, size_t n, bool bRaiseReturns = false)
 {
-    MemoryFile file(bytes);
-    VELM_CArchive ar(&file, VELM_CArchive::load, 128);
-    ar.SetClassTable(&GraphClasses());
+    LoadingArchive ar(bytes, &GraphClasses(), 128);
     Roots roots(n);
     std::string outcome = Outcome(
         [&] {
@@ -101,18 +99,19 @@ TEST(Load, AnyNumberOfClassesAndOfIndexes)
         list[i].number = i, list[i].pBack = &list[i / 2];
         list[i].pNext = i + 1 < list.size() ? &list[i + 1] : nullptr;
     }
-    const auto Map = [&](VELM_CArchive& ar) { // so that the border is met amid the classes
-        for (unsigned i = 0; i < 0x7FFF - names.size(); ++i)
-            ar.MapObject(&mapped);
-    };
-    MemoryFile file(Stored([&](VELM_CArchive& ar) { Map(ar), ar.WriteObject(&list[0]); }));
-    VELM_CArchive ar(&file, VELM_CArchive::load);
-    ar.SetClassTable(&table), Map(ar);
-    unsigned n = 0;
-    for (const Numbered* p = static_cast<Numbered*>(ar.ReadObject(nullptr)); p != nullptr; p = p->pNext, ++n)
-        ASSERT_EQ(Row() << p->number << p->pBack->number, (Row() << n << n / 2).Text());
-    EXPECT_EQ(Row() << n << (ar.GetObjectSchema() == 0xFFFFFFFF), "1500 1"); // outside of all objects, as before
-    ar.DeleteLoadedObjects();
+    for (const size_t nMapped : {size_t{0}, 0x7FFF - names.size()}) { // the latter meets the border amid the classes
+        const auto Map = [&](VELM_CArchive& to) {
+            for (size_t i = 0; i < nMapped; ++i)
+                to.MapObject(&mapped);
+        };
+        LoadingArchive ar(Stored([&](VELM_CArchive& to) { Map(to), to.WriteObject(&list[0]); }), &table);
+        unsigned n = 0;
+        Map(ar);
+        for (const Numbered* p = static_cast<Numbered*>(ar.ReadObject(nullptr)); p != nullptr; p = p->pNext, ++n)
+            ASSERT_EQ(Row() << p->number << p->pBack->number, (Row() << n << n / 2).Text());
+        EXPECT_EQ(Row() << n << (ar.GetObjectSchema() == 0xFFFFFFFF), "1500 1"); // outside of all objects, as before
+        ar.DeleteLoadedObjects();
+    }
 }
 
 TEST(Load, EarlierObjectsAreMappedOnesAsWellAndOfTheClassAskedFor)
@@ -120,16 +119,12 @@ TEST(Load, EarlierObjectsAreMappedOnesAsWellAndOfTheClassAskedFor)
     Node outer(1), inner(2), notTheOuter(10);
     Other other, mapped;
     inner.links = {&outer, &inner};
-    MemoryFile file(Stored([&](VELM_CArchive& ar) {
-        ar.MapObject(&outer);
-        ar.MapObject(&mapped);
-        for (const VELM_CObject* pOb : std::initializer_list<const VELM_CObject*>{&inner, &other, &other, &mapped})
-            ar.WriteObject(pOb);
-    }));
-    VELM_CArchive ar(&file, VELM_CArchive::load);
-    ar.SetClassTable(&GraphClasses());
-    ar.MapObject(&notTheOuter);
-    ar.MapObject(&mapped);
+    const std::string bytes = Stored([&](VELM_CArchive& to) {
+        to.MapObject(&outer), to.MapObject(&mapped), to.WriteObject(&inner);
+        to.WriteObject(&other), to.WriteObject(&other), to.WriteObject(&mapped);
+    });
+    LoadingArchive ar(bytes, &GraphClasses());
+    ar.MapObject(&notTheOuter), ar.MapObject(&mapped);
     VELM_CObject* pInner = ar.ReadObject(&Node::record);
     EXPECT_EQ(static_cast<Node*>(pInner)->links, (std::vector<VELM_CObject*>{&notTheOuter, pInner}));
     EXPECT_NE(ar.ReadObject(&Other::record), nullptr);
@@ -193,12 +188,11 @@ TEST(Load, WhatIsWrongIsRaisedAndExplained)
 TEST(Load, ClassReferencesAndTheIndexLimit)
 {
     Other other;
-    MemoryFile file(Stored([&](VELM_CArchive& ar) {
-        ar.WriteClass(&Node::record), ar.SerializeClass(&Leaf::record), ar.SerializeClass(&Node::record);
-        ar.WriteObject(nullptr), ar.WriteObject(nullptr), Leaf::record.Store(ar), ar.WriteObject(&other);
-    }));
-    VELM_CArchive ar(&file, VELM_CArchive::load);
-    ar.SetClassTable(&GraphClasses());
+    const std::string bytes = Stored([&](VELM_CArchive& to) {
+        to.WriteClass(&Node::record), to.SerializeClass(&Leaf::record), to.SerializeClass(&Node::record);
+        to.WriteObject(nullptr), to.WriteObject(nullptr), Leaf::record.Store(to), to.WriteObject(&other);
+    });
+    LoadingArchive ar(bytes, &GraphClasses());
     unsigned nSchema = 99;
     unsigned long nTag = 99;
     EXPECT_EQ(Row() << (ar.ReadClass(nullptr, &nSchema, &nTag) == &Node::record) << nSchema << nTag, "1 1 0");
@@ -221,8 +215,7 @@ TEST(Load, AnObjectMayAbortTheArchiveThatLoadsIt)
     VELM_CClassTable table;
     table.Add<Node>(&Node::record), table.Add<Doing>(&Doing::record, &Node::record);
     for (const bool bReads : {false, true}) {
-        MemoryFile file(StoredRoots({bReads ? static_cast<VELM_CObject*>(&inner) : &outer}));
-        VELM_CArchive ar(&file, VELM_CArchive::load);
+        LoadingArchive ar(StoredRoots({bReads ? static_cast<VELM_CObject*>(&inner) : &outer}));
         VELM_CObject *pInner = nullptr, *pOuter = nullptr;
         ar.SetClassTable(&table);
         Doing::loading = [&](Doing& ob, VELM_CArchive& from) {

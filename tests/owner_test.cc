@@ -185,20 +185,18 @@ TEST(Owners, WhatIsMappedOrReadAtTheTopIsTheCallers)
         const auto Store = [&](VELM_CArchive& ar) { ar.MapObject(&scripts[1]), ar.WriteObject(&scripts[0]); };
         EXPECT_EQ(Outcome([&] { Stored(Store); }), "raise 1");
         Scripted::bForges = true;
-        MemoryFile file(Stored(Store));
+        LoadingArchive ar(Stored(Store), &ScriptedClasses());
         Scripted::bForges = false;
-        VELM_CArchive ar(&file, VELM_CArchive::load);
-        ar.SetClassTable(&ScriptedClasses()), ar.MapObject(&mapped);
+        ar.MapObject(&mapped);
         EXPECT_EQ(Outcome([&] { ar.ReadObject(nullptr); }), "raise 5");
         EXPECT_STREQ(ar.GetErrorText(), "offset 23: object 1, a Scripted, is the program's own, in Scripted (index 3)");
         ar.DeleteLoadedObjects();
     }
-    MemoryFile file(Stored([&](VELM_CArchive& ar) {
-        ar.WriteObject(&scripts[1]), ar.WriteObject(&scripts[1]), ar.WriteObject(&scripts[0]);
-    }));
-    VELM_CArchive ar(&file, VELM_CArchive::load);
+    const std::string bytes = Stored([&](VELM_CArchive& to) {
+        to.WriteObject(&scripts[1]), to.WriteObject(&scripts[1]), to.WriteObject(&scripts[0]);
+    });
+    LoadingArchive ar(bytes, &ScriptedClasses());
     std::unique_ptr<Scripted> smart;
-    ar.SetClassTable(&ScriptedClasses());
     EXPECT_EQ(Outcome([&] { ar.ReadOwned(pFirst), ar.ReadOwned(pSecond); }), "raise 5");
     EXPECT_TRUE(pFirst != nullptr && pSecond == nullptr);
     EXPECT_EQ(Outcome([&] { ar >> smart; }), "raise 5"); // which owns the first again
@@ -216,9 +214,7 @@ TEST(Owners, WhatAFileMayReferToStaysAliveWhereARaiseReturns)
     std::map<int, std::unique_ptr<Scripted>> byNumber;
     std::vector<std::pair<std::unique_ptr<Scripted>, std::unique_ptr<Scripted>>> pairs;
     {
-        MemoryFile file(bytes);
-        VELM_CArchive ar(&file, VELM_CArchive::load);
-        ar.SetClassTable(&ScriptedClasses());
+        LoadingArchive ar(bytes, &ScriptedClasses());
         EXPECT_EQ(Outcome([&] { ar >> byNumber >> pairs; }, true), "raise 5; raise 5");
         EXPECT_EQ(Scripted::nAlive, 6);
     }
@@ -229,10 +225,8 @@ TEST(Owners, WhatIsSharedOutlivesAnAbortAmidIt)
 {
     std::vector<Scripted> scripts{Scripted("s1"), Scripted("u2"), Scripted("w1 a-")};
     Scripted::pAll = &scripts;
-    MemoryFile file(Stored([&](VELM_CArchive& ar) { ar.WriteObject(&scripts[0]); }));
     {
-        VELM_CArchive ar(&file, VELM_CArchive::load);
-        ar.SetClassTable(&ScriptedClasses());
+        LoadingArchive ar(Stored([&](VELM_CArchive& to) { to.WriteObject(&scripts[0]); }), &ScriptedClasses());
         const std::unique_ptr<VELM_CObject> pRoot(ar.ReadObject(nullptr));
         const auto& pShared = static_cast<Scripted*>(pRoot.get())->shared[0];
         EXPECT_EQ(pShared->unique[0]->weak.lock(), pShared);
@@ -254,9 +248,7 @@ TEST(Owners, WhatAClassLetsGoOfIsDeletedByTheArchive)
     const std::string bytes = Stored([&](VELM_CArchive& ar) { ar.WriteObject(&scripts[0]); });
     for (size_t n = 0; n < bytes.size(); ++n) {
         {
-            MemoryFile file(bytes.substr(0, n));
-            VELM_CArchive ar(&file, VELM_CArchive::load);
-            ar.SetClassTable(&table);
+            LoadingArchive ar(bytes.substr(0, n), &table);
             EXPECT_EQ(Outcome([&] { ar.ReadObject(nullptr); }), "raise 3");
             ar.DeleteLoadedObjects();
         }

@@ -200,8 +200,7 @@ TEST(Store, LivesAreTheSameWithoutTheTable)
 
 TEST(Store, LoadsNothingWithoutAClassTable)
 {
-    MemoryFile file(Bytes("FFFF0000 01000000 05000000 00000000"));
-    VELM_CArchive ar(&file, load);
+    LoadingArchive ar(Bytes("FFFF0000 01000000 05000000 00000000"));
     unsigned nSchema = 77;
     unsigned long nObTag = 77;
     EXPECT_EQ(Row() << !ar.ReadClass(&shape, &nSchema, &nObTag) << nSchema << nObTag, "1 77 0");

@@ -253,8 +253,8 @@ TEST(Exhausted, ArchivesLoseNothingAndGoOn)
     FailEach<Storing>("map an object", true, [](Storing& to) { to.ar.MapObject(&b); });
     FailEach<Storing>("store a class", true, [](Storing& to) { to.ar.WriteClass(&longRecord); });
     FailEach<Storing>("store a graph", false, [](Storing& to) { to.ar.WriteObject(&a); });
-    FailEach<Storing>("store images", true,
-                      [](Storing& to) { SerializeElements(to.ar, static_cast<VELM_CObject*>(&a), 20); });
+    const auto images = [](auto& of) { SerializeElements(of.ar, static_cast<VELM_CObject*>(&a), 20); };
+    FailEach<Storing>("store images", true, images);
     FailEach<Classes>("add a class", true, [](Classes& classes) { classes.Add<Node>(&longRecord); });
     bytes = Stored([](VELM_CArchive& ar) { ar.WriteObject(&a); });
     FailEach<LoadingGraph>("load a graph", false, [](LoadingGraph& from) {
@@ -272,10 +272,9 @@ TEST(Exhausted, ArchivesLoseNothingAndGoOn)
     FailEach<LoadingInto<OwnMap, 4096>>("load an own map, read ahead", false, load);
     bytes = Bytes("03000000") + std::string(24, '\0');
     FailEach<LoadingInto<Objects>>("load objects", false, load);
-    bytes = std::string(160, '\0');
-    FailEach<LoadingInto<Objects>>("load images", false, [](auto& from) {
-        SerializeElements(from.ar, static_cast<VELM_CObject*>(&from.object), 20);
-    });
+    bytes = Stored([](VELM_CArchive& ar) { SerializeElements(ar, static_cast<VELM_CObject*>(&a), 20); });
+    EXPECT_EQ(bytes, std::string(160, '\0'));
+    FailEach<LoadingInto<Objects>>("load images", false, images);
     AfxSetNotices(1);
 }
 
@@ -450,9 +449,7 @@ TEST(Survived, ConstructorsThatReadFurtherObjectsAndBlocksOfTheClassItself)
     });
     const int nLast = 3;
     for (int i = 0; i < 2 * (nLast + 2); ++i) {
-        MemoryFile file(bytes);
-        VELM_CArchive ar(&file, VELM_CArchive::load);
-        ar.SetClassTable(&table);
+        LoadingArchive ar(bytes, &table);
         pReading = &ar, nToMake = nLast + 1, nCatching = i / 2 - 1, bThrows = i % 2 != 0;
         const auto read = [&] { ar.ReadObject(nullptr); };
         if (bThrows && nCatching < 0) {
@@ -491,8 +488,7 @@ TEST(Survived, WhatEndedStaysEnded)
     EXPECT_EQ(Outcome([&] { ar >> by; }), "");
     EXPECT_EQ(by, 8);
     // A broken precondition ends nothing; an offset is one of the stream.
-    MemoryFile strings(Bytes("00 0162 0163"));
-    VELM_CArchive from(&strings, VELM_CArchive::load);
+    LoadingArchive from(Bytes("00 0162 0163"));
     VELM_CString elements[3];
     EXPECT_EQ(Outcome([&] { from.Read(nullptr, 1), SerializeElements(from, elements, 3); }), "lpBuf != NULL");
     EXPECT_EQ(Row() << elements[0] << elements[1] << elements[2], "b c");

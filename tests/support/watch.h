@@ -67,6 +67,20 @@ public:
     long Seek(long lOff, unsigned nFrom) override;
 };
 
+struct FileOfArchive {
+    MemoryFile file;
+};
+// An archive that loads the bytes, with a class table where one is given.
+class LoadingArchive : public FileOfArchive, public VELM_CArchive {
+public:
+    explicit LoadingArchive(std::string bytes, const VELM_CClassTable* pTable = nullptr, int nBufSize = 4096)
+        : FileOfArchive{MemoryFile(std::move(bytes))}, VELM_CArchive(&file, load, nBufSize)
+    {
+        if (pTable != nullptr)
+            SetClassTable(pTable);
+    }
+};
+
 // The bytes that body stores through an archive with a buffer of that size.
 std::string Stored(const std::function<void(VELM_CArchive&)>& body, int nBufSize = 4096);
 // Bytes written as "01 61 FF", blanks optional.
