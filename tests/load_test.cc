@@ -1,7 +1,7 @@
 // Loading of objects and classes with a class table: round trips, and data that is not what it should be.
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <cstring>
 
 #include "tests/support/graph.h"
 #include "tests/support/watch.h"
@@ -181,7 +181,9 @@ TEST(Load, WhatIsWrongIsRaisedAndExplained)
     for (const auto& test : cases) {
         const std::string bytes = Bytes(test.hex.c_str()), outcome = Loaded(bytes, test.n);
         EXPECT_EQ(outcome, test.outcome) << test.hex;
-        EXPECT_EQ(Loaded(bytes, test.n, true).substr(0, 7), outcome.substr(0, 7)) << test.hex; // where a raise returns
+        // Where a raise returns nothing follows, but inside an object, whose Serialize goes on.
+        const size_t nSame = outcome.find(", in ") == std::string::npos ? outcome.size() : std::strlen("raise 1");
+        EXPECT_EQ(Loaded(bytes, test.n, true).substr(0, nSame), outcome.substr(0, nSame)) << test.hex;
     }
 }
 
