@@ -105,16 +105,19 @@ TEST_F(Document, ASaveThatIsNotWholeIsNotCommitted)
 
 TEST_F(Document, AnArchiveMadeBeforeTheFileIsOpenedCounts)
 {
-    VELM_CSaveFile file;
-    VELM_CArchive ar(&file, VELM_CArchive::store, 128);
-    Nameless noClass;
-    EXPECT_EQ(Outcome([&] { ar.WriteObject(&noClass); }), "pClassRef != NULL");
-    ASSERT_EQ(file.Open(path.c_str()), 1);
-    for (unsigned i = 0; i < 100; ++i)
-        ar << i;
-    ar.Close();
-    EXPECT_EQ(file.Commit(), 0);
-    EXPECT_EQ(Contents(), "old");
+    for (const bool bWhole : {false, true}) {
+        VELM_CSaveFile file;
+        VELM_CArchive ar(&file, VELM_CArchive::store, 128);
+        Nameless noClass;
+        EXPECT_EQ(Outcome([&] { bWhole ? ar.WriteObject(nullptr) : ar.WriteObject(&noClass); }),
+                  bWhole ? "" : "pClassRef != NULL");
+        ASSERT_EQ(file.Open(path.c_str()), 1);
+        for (unsigned i = 0; i < 100; ++i)
+            ar << i;
+        ar.Close();
+        EXPECT_EQ(file.Commit(), bWhole);
+        EXPECT_EQ(Contents() == "old", !bWhole);
+    }
 }
 
 TEST_F(Document, NothingGoesOnAfterAbort)

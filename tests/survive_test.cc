@@ -443,13 +443,13 @@ template <class BLOCKS> void AddAndStore(VELM_CClassTable& rTable, VELM_CArchive
 TEST(Survived, ConstructorsThatReadFurtherObjectsAndBlocksOfTheClassItself)
 {
     VELM_CClassTable table;
-    const std::string bytes = Stored([&](VELM_CArchive& ar) {
+    const std::string stored = Stored([&](VELM_CArchive& ar) {
         AddAndStore<Plain>(table, ar), AddAndStore<Sized>(table, ar);
         AddAndStore<Global>(table, ar), AddAndStore<Aligned>(table, ar);
     });
     const int nLast = 3;
     for (int i = 0; i < 2 * (nLast + 2); ++i) {
-        LoadingArchive ar(bytes, &table);
+        LoadingArchive ar(stored, &table);
         pReading = &ar, nToMake = nLast + 1, nCatching = i / 2 - 1, bThrows = i % 2 != 0;
         const auto read = [&] { ar.ReadObject(nullptr); };
         if (bThrows && nCatching < 0) {
