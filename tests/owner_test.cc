@@ -183,7 +183,9 @@ TEST(Owners, WhatIsMappedOrReadAtTheTopIsTheCallers)
     Scripted mapped, *pFirst = nullptr, *pSecond = nullptr;
     {
         const auto Store = [&](VELM_CArchive& ar) { ar.MapObject(&scripts[1]), ar.WriteObject(&scripts[0]); };
-        EXPECT_EQ(Outcome([&] { Stored(Store); }), "raise 1");
+        MemoryFile none;
+        VELM_CArchive refused(&none, VELM_CArchive::store);
+        EXPECT_EQ(Outcome([&] { Store(refused); }), "raise 1");
         Scripted::bForges = true;
         LoadingArchive ar(Stored(Store), &ScriptedClasses());
         Scripted::bForges = false;

@@ -155,10 +155,11 @@ TEST(Store, LivesAreTheSameWithoutTheTable)
             std::string outcome[2];
             for (VELM_CArchive* p : {&fast, &plain}) {
                 LifeNode::s_nUntilRaise = nLife % 3 == 0 ? 40 : ~0u;
-                outcome[p == &plain] = (Row() << pfm_protect([&] { step(*p); }) << watch.Texts() << p->m_nIndexCount
-                                              << p->IsWhole() << p->GetErrorText())
-                                           .Text();
-                watch.reports.clear(), watch.raises.clear();
+                const int nRaised = pfm_protect([&] { step(*p); });
+                watch.raises.clear(); // one that comes from a segment of the archive is raised again below
+                outcome[p == &plain] =
+                    (Row() << nRaised << watch.Texts() << p->m_nIndexCount << p->IsWhole() << p->GetErrorText()).Text();
+                watch.reports.clear();
             }
             ASSERT_EQ(outcome[0], outcome[1]) << nLife;
         };
