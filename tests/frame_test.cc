@@ -2,7 +2,9 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdlib>
+#include <stdexcept>
 #include <thread>
 
 #include "tests/support/watch.h"
@@ -27,15 +29,23 @@ TEST(Library, GivesNoticeWhenAskedForAndItsVersion)
     reinterpret_cast<int (*)(char*)>(dlsym(pLibrary, "libtavnomcl_sprintf_verid"))(commented);
     const std::string line = plain, upToDate = line.substr(0, line.find('('));
     EXPECT_EQ(upToDate.substr(0, 34) + line.substr(line.find(')')), "libtavnomcl" + std::string(23, ' ') + ")\n");
+    EXPECT_EQ(line.find_first_of("0123456789"), 34u) << line;
     EXPECT_EQ(commented, upToDate + "\"a \"b\"; c\\n 5%s #$@d@\" (today)\n");
 }
 
-TEST(Library, TheVersionStandsBehindTheNameAndBlanksAtColumn34)
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST(Library, CanBeUnloaded)
 {
-    char line[256];
-    libtavnomcl_sprintf_verid(line);
-    EXPECT_EQ(std::string(line).find_first_of("0123456789"), 34u) << line;
+    Dl_info library;
+    ASSERT_NE(dladdr(reinterpret_cast<void*>(&libtavnomcl_print_verid), &library), 0);
+    void* pSecond = dlmopen(LM_ID_NEWLM, library.dli_fname, RTLD_NOW);
+    ASSERT_NE(pSecond, nullptr) << dlerror();
+    const void* const pInside = dlsym(pSecond, "libtavnomcl_print_verid");
+    EXPECT_NE(dladdr(pInside, &library), 0);
+    dlclose(pSecond);
+    EXPECT_EQ(dladdr(pInside, &library), 0);
 }
+#endif
 
 TEST(Diagnostics, ReportsNameTheFileThatHoldsTheCheck)
 {
@@ -59,6 +69,10 @@ TEST(Diagnostics, ReportsNameTheFileThatHoldsTheCheck)
 TEST(Exceptions, RecordsAndRaises)
 {
     VELM_CArchiveException named(3, "a.dat"), nameless(5, nullptr);
+    VELM_CException plain, flagged(7);
+    EXPECT_EQ(Row() << plain.m_nFlag << flagged.m_nFlag << plain.GetErrorMessage(nullptr, 9, nullptr)
+                    << plain.ReportError(0, 0),
+              "1 7 1 0");
     EXPECT_EQ(Row() << nameless.m_strFileName.m_len << nameless.m_cause << nameless.m_nFlag, "0 5 1");
     EXPECT_EQ(Row() << named.m_strFileName.m_data << named.GetErrorMessage(nullptr, 9, nullptr)
                     << named.ReportError(1, 2),
@@ -67,26 +81,32 @@ TEST(Exceptions, RecordsAndRaises)
     EXPECT_EQ(Outcome([] { AfxThrowNotSupportedException(), AfxThrowMemoryException(); }, true), "raise 1; raise 1");
     EXPECT_EQ(Outcome([] { AfxAllocate(nullptr, SIZE_MAX, 1, 1); }), "raise 1");
     EXPECT_EQ(Outcome([] { AfxNewArray<int>(SIZE_MAX / 4 + 2); }), "raise 1");
-    EXPECT_DEATH(Outcome([] { AfxAllocate(nullptr, SIZE_MAX / 2 + 1, 2); }, true), "libtavnomcl: memory is exhausted");
+    EXPECT_EXIT(Outcome([] { AfxAllocate(nullptr, SIZE_MAX / 2 + 1, 2); }, true), testing::KilledBySignal(SIGABRT),
+                "libtavnomcl: memory is exhausted");
 }
 
-TEST(CleanupBlocks, RaiseEntersTheInnermostOfItsThread)
+TEST(CleanupBlocks, ARaiseEntersTheInnermostOfItsThreadThatIsNotReleased)
 {
     HostWatch watch;
     std::string log;
+    pfm_cleanup_block blocks[3];
     const int nOuter = pfm_protect([&] {
         log += std::to_string(pfm_protect([] { pfm_raise(5); }));
         std::thread([&] { log += std::to_string(pfm_protect([] { pfm_raise(3); })); }).join();
-        pfm_cleanup_block block;
-        block.nJumped = sigsetjmp(block.jump, 1);
-        if (pfm_cleanup_start(&block, 0)) {
-            pfm_cleanup_reset(&block);
+        blocks[0].nJumped = sigsetjmp(blocks[0].jump, 1);
+        if (pfm_cleanup_start(&blocks[0], 0)) {
+            pfm_cleanup_reset(&blocks[0]);
             log += "s";
             pfm_raise(3);
         }
         log += "j";
-        pfm_cleanup_rls(&block); // the raise has released it already
-        pfm_raise(1);
+        pfm_cleanup_rls(&blocks[0]); // the raise has released it already
+        EXPECT_THROW(pfm_protect([] { throw std::runtime_error("a body's own"); }), std::runtime_error);
+        for (pfm_cleanup_block& block : blocks)
+            block.nJumped = 0, pfm_cleanup_start(&block, 0), pfm_cleanup_reset(&block);
+        pfm_cleanup_rls(&blocks[0]);
+        pfm_cleanup_rls(&blocks[2]), pfm_cleanup_rls(&blocks[1]); // neither brings an outer one back
+        pfm_raise(1);                                             // comes to none of those that are gone
     });
     EXPECT_EQ(log + std::to_string(nOuter), "53sj1");
     EXPECT_DEATH(pfm_raise(3), "raise 3 outside every cleanup block");

@@ -1,48 +1,40 @@
-// Stands before the system's calls: linked into the tests, or preloaded into a program. There the environment variable
-// FAULT ("7 28": the seventh call fails with errno 28) says what fails, and FAULT_LOG names a file that gets the names
-// of the calls, one a line.
+// Stands before the system's calls that the library makes.
 #include "tests/support/faults.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 
-bool bNoUnnamedFiles = std::getenv("FAULT_NO_UNNAMED_FILES") != nullptr;
+bool bNoUnnamedFiles = false;
 
 static bool bWatching = false;
-static int nCalls, nFailingCall, nFailure;
-static int nLog = -1;
-static std::vector<std::string>* pNames;
+static int nFirst, nLast, nFailure;
+static std::vector<std::string> names;
+
+// Whether the call being made is one of those that fail.
+static bool IsFailing()
+{
+    const int nCall = static_cast<int>(names.size());
+    return bWatching && nCall >= nFirst && nCall <= nLast;
+}
 
 // Notes a call. Whether it is to fail; errno is set then.
 static bool Fails(const char* lpszName)
 {
+    static const char* lpszFailed;
     if (!bWatching)
         return false;
-    ++nCalls;
-    if (pNames != nullptr) {
-        bWatching = false;
-        pNames->push_back(lpszName);
-        bWatching = true;
-    }
-    if (nLog != -1) {
-        char line[64];
-        syscall(SYS_write, nLog, line, std::snprintf(line, sizeof line, "%s\n", lpszName));
-    }
-    static const char* lpszFailed;
+    names.push_back(lpszName);
     const bool bAgain = lpszFailed == lpszName;
     lpszFailed = bAgain ? nullptr : lpszName;
-    if (nFailingCall == eachOnce ? bAgain : nCalls != nFailingCall)
+    if (nFirst == eachOnce ? bAgain : !IsFailing())
         return false;
     if (nFailure == killsProcess)
         raise(SIGKILL);
@@ -52,29 +44,17 @@ static bool Fails(const char* lpszName)
 
 static bool IsShort()
 {
-    return bWatching && nCalls == nFailingCall && nFailure == comesUpShort;
+    return nFailure == comesUpShort && IsFailing();
 }
 
-std::vector<std::string> WithFault(int nFailing, int nError, const std::function<void()>& body)
+std::vector<std::string> WithFault(int nFailing, int nError, const std::function<void()>& body, int nFailures)
 {
-    std::vector<std::string> names;
-    pNames = &names;
-    nCalls = 0, nFailingCall = nFailing, nFailure = nError;
+    names.clear();
+    nFirst = nFailing, nLast = nFailing + nFailures - 1, nFailure = nError;
     bWatching = true;
     body();
     bWatching = false;
-    pNames = nullptr;
     return names;
-}
-
-__attribute__((constructor)) static void StartFromEnvironment()
-{
-    if (const char* lpszLog = std::getenv("FAULT_LOG")) {
-        nLog = static_cast<int>(syscall(SYS_openat, AT_FDCWD, lpszLog, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-        bWatching = true;
-    }
-    if (const char* lpszFault = std::getenv("FAULT"))
-        bWatching = std::sscanf(lpszFault, "%d %d", &nFailingCall, &nFailure) == 2;
 }
 
 template <class CALL> static CALL* Next(CALL*, const char* lpszName)
@@ -135,24 +115,16 @@ extern "C" __attribute__((visibility("default"))) int fcntl(int fd, int command,
 }
 
 // What fails to be closed is closed all the same.
-extern "C" __attribute__((visibility("default"))) int close(int fd)
-{
-    NEXT(close);
-    const bool bFails = Fails("close");
-    const int nError = errno;
-    const int nResult = next(fd);
-    if (bFails)
-        errno = nError;
-    return bFails ? -1 : nResult;
-}
-
-extern "C" __attribute__((visibility("default"))) int fclose(FILE* stream)
-{
-    NEXT(fclose);
-    const bool bFails = Fails("fclose");
-    const int nResult = next(stream);
-    return bFails ? EOF : nResult;
-}
+#define CLOSING(name, parameter, argument)                                                                             \
+    extern "C" __attribute__((visibility("default"))) int name parameter                                               \
+    {                                                                                                                  \
+        NEXT(name);                                                                                                    \
+        const bool bFails = Fails(#name);                                                                              \
+        const int nError = errno, nResult = next argument;                                                             \
+        return bFails ? errno = nError, -1 : nResult;                                                                  \
+    }
+CLOSING(close, (int fd), (fd))
+CLOSING(fclose, (FILE * stream), (stream))
 
 extern "C" __attribute__((visibility("default"))) ssize_t write(int fd, const void* from, size_t size)
 {

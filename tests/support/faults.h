@@ -13,8 +13,8 @@ enum { eachOnce = -1 }; // every call fails but one that is made again right aft
 // Whether the file system behaves as if it had no files without a name.
 extern bool bNoUnnamedFiles;
 
-// Runs body; the call number nFailing, from 1 on, of those that the library makes of the system fails with that errno.
-// Returns the names of the calls made, in their order.
-std::vector<std::string> WithFault(int nFailing, int nError, const std::function<void()>& body);
+// Runs body; of the calls that the library makes of the system, nFailures fail with that errno, from number nFailing
+// on, where the first is 1. Returns the names of the calls made, in their order.
+std::vector<std::string> WithFault(int nFailing, int nError, const std::function<void()>& body, int nFailures = 1);
 
 #endif

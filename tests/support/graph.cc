@@ -34,6 +34,15 @@ void Leaf::Serialize(VELM_CArchive& ar)
         name = "(schema 1)";
 }
 
+VELM_CRuntimeClass Doing::record = {"Doing", 0, 3};
+std::function<void(Doing&, VELM_CArchive&)> Doing::loading;
+
+void Doing::Serialize(VELM_CArchive& ar)
+{
+    if (ar.IsStoring() ? storing != nullptr : loading != nullptr)
+        ar.IsStoring() ? storing(ar) : loading(*this, ar);
+}
+
 const VELM_CClassTable& GraphClasses()
 {
     static VELM_CClassTable table;

@@ -59,31 +59,19 @@ std::unique_ptr<Part> MakeParts(unsigned nSeed, unsigned nParts)
         Part* const pNew = new Part;
         pNew->unique.reset();
         parts.push_back(pNew);
-        switch (Below(6)) {
-        case 0:
+        const auto nWay = Below(6);
+        if (nWay == 0)
             pOwner->byNumber[static_cast<int>(i)] = pNew;
-            break;
-        case 1:
+        else if (nWay == 1)
             pOwner->uniques.emplace_back(pNew);
-            break;
-        case 2:
+        else if (nWay == 2)
             pOwner->byName[std::string(i % 3, 'n')].emplace_back(pNew);
-            break;
-        case 3:
-            if (pOwner->pOwned == nullptr) {
-                pOwner->pOwned = pNew;
-                break;
-            }
-            [[fallthrough]];
-        case 4:
-            if (pOwner->unique == nullptr) {
-                pOwner->unique.reset(pNew);
-                break;
-            }
-            [[fallthrough]];
-        default:
+        else if (nWay == 3 && pOwner->pOwned == nullptr)
+            pOwner->pOwned = pNew;
+        else if (nWay < 5 && pOwner->unique == nullptr)
+            pOwner->unique.reset(pNew);
+        else
             pOwner->list.push_back(pNew);
-        }
         if (Below(3) == 0)
             styles.emplace_back(new Style);
         pNew->style = styles[Below(styles.size())];

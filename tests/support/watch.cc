@@ -6,44 +6,52 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
-static HostWatch* pWatch = nullptr;
+HostWatch* HostWatch::s_pCurrent = nullptr;
 
-HostWatch::HostWatch(bool bReturns) : bRaiseReturns(bReturns)
-{
-    pWatch = this;
-}
-
-HostWatch::~HostWatch()
-{
-    pWatch = nullptr;
-}
+// A process that ends while it tests fails, with whatever status.
+static bool bTesting = false;
+struct EndListener : testing::EmptyTestEventListener {
+    void OnTestProgramStart(const testing::UnitTest&) override { bTesting = true; }
+    void OnTestProgramEnd(const testing::UnitTest&) override { bTesting = false; }
+    static void AtExit()
+    {
+        if (bTesting)
+            std::fputs("a test has ended the process\n", stderr), _exit(1);
+    }
+};
+static const bool bListening =
+    (testing::UnitTest::GetInstance()->listeners().Append(new EndListener), std::atexit(EndListener::AtExit) == 0);
 
 std::string HostWatch::Texts() const
 {
     std::string texts;
     for (const Report& report : reports)
-        texts += report.text + "\n";
+        texts += (texts.empty() ? "" : "; ") + report.text;
+    for (const int code : raises)
+        texts += (texts.empty() ? "raise " : "; raise ") + std::to_string(code);
     return texts;
 }
 
 // The test program's own host routines take precedence over those of the host library.
 void pfm_assert_fail(const char* lpszText, const char* lpszFile, int nLine)
 {
-    if (pWatch != nullptr)
-        pWatch->reports.push_back({lpszText, lpszFile});
+    if (HostWatch::s_pCurrent != nullptr)
+        HostWatch::s_pCurrent->reports.push_back({lpszText, lpszFile});
     else
         ADD_FAILURE() << lpszFile << ":" << nLine << ": assertion failed: " << lpszText;
 }
 
 void pfm_raise(int code)
 {
-    if (pWatch == nullptr) // no jump, for which there may be no block: that would end the program, and all other tests
+    if (HostWatch::s_pCurrent ==
+        nullptr) // no jump, for which there may be no block: that would end the program, and all other tests
         throw std::runtime_error("raise " + std::to_string(code));
-    pWatch->raises.push_back(code);
-    if (pWatch->bRaiseReturns)
+    HostWatch::s_pCurrent->raises.push_back(code);
+    if (HostWatch::s_pCurrent->bRaiseReturns)
         return;
     static const auto pHostRaise = reinterpret_cast<void (*)(int)>(dlsym(RTLD_NEXT, "pfm_raise"));
     pHostRaise(code);
@@ -53,12 +61,7 @@ std::string Outcome(const std::function<void()>& body, bool bRaiseReturns)
 {
     HostWatch watch(bRaiseReturns);
     pfm_protect(body);
-    std::string outcome;
-    for (const HostWatch::Report& report : watch.reports)
-        outcome += (outcome.empty() ? "" : "; ") + report.text;
-    for (const int code : watch.raises)
-        outcome += (outcome.empty() ? "raise " : "; raise ") + std::to_string(code);
-    return outcome;
+    return watch.Texts();
 }
 
 std::string Printed(const std::function<void()>& body)

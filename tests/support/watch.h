@@ -19,13 +19,15 @@ public:
     std::vector<int> raises;     // raised codes
     bool bRaiseReturns;          // whether pfm_raise comes back to the raising operation
 
-    explicit HostWatch(bool bReturns = false);
-    ~HostWatch();
-    // The texts of the reports, one a line.
+    static HostWatch* s_pCurrent; // NULL outside
+
+    explicit HostWatch(bool bReturns = false) : bRaiseReturns(bReturns) { s_pCurrent = this; }
+    ~HostWatch() { s_pCurrent = nullptr; }
+    // Both, as in "nIndex >= 0; raise 3"; "" for nothing.
     std::string Texts() const;
 };
 
-// Runs body and returns what it reported and raised, as in "nIndex >= 0; raise 3"; "" for nothing.
+// Runs body and returns what it reported and raised.
 // With bRaiseReturns, a raise comes back to the raising operation, else it ends the body.
 std::string Outcome(const std::function<void()>& body, bool bRaiseReturns = false);
 
@@ -63,6 +65,20 @@ public:
     unsigned Read(void* lpBuf, unsigned nCount) override;
     void Write(const void* lpBuf, unsigned nCount) override;
     long Seek(long lOff, unsigned nFrom) override;
+};
+
+struct FileOfArchive {
+    MemoryFile file;
+};
+// An archive that loads the bytes, with a class table where one is given.
+class LoadingArchive : public FileOfArchive, public VELM_CArchive {
+public:
+    explicit LoadingArchive(std::string bytes, const VELM_CClassTable* pTable = nullptr, int nBufSize = 4096)
+        : FileOfArchive{MemoryFile(std::move(bytes))}, VELM_CArchive(&file, load, nBufSize)
+    {
+        if (pTable != nullptr)
+            SetClassTable(pTable);
+    }
 };
 
 // The bytes that body stores through an archive with a buffer of that size.
