@@ -444,6 +444,10 @@ public:
     void MovedFromHeld(VELM_CHeld* pHeld);
     /// The offset of the next byte in the stream.
     unsigned long long GetOffset() const;
+    /// Loading: goes on at that offset, as `GetOffset` counts, for a reader that knows its way. Indexes stay as they
+    /// are. Returns 1; 0, and the next byte is the one that it was, when the file has no such place or the archive
+    /// stores.
+    int SeekTo(unsigned long long nOffset);
 
     /// Loads a reference to an object that gets an owner of that kind, by `Adopt` with `rIndex`, once its pointer is
     /// where the owner keeps it. NULL with the index 0; or, after a raise that returned, with `nRefused`.

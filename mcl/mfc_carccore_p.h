@@ -61,6 +61,8 @@ public:
     void WriteFile(const unsigned char* lpBuf, unsigned nBytes);
     // The position of the file has been moved back to the first byte that was not delivered.
     void GiveBack() { m_nFileBytes = Offset(); }
+    // It has been moved to that offset, and nothing is read ahead.
+    void MoveTo(unsigned long long nOffset) { m_nFileBytes = nOffset; }
     // Loads a text, with a final NUL behind it, into a block of malloc that belongs to the archive until it is taken or
     // the next text comes: what raises while it arrives loses nothing. NULL when the data ended before. Memory grows
     // only as data arrives.
