@@ -1,0 +1,109 @@
+// tavnoview json: what the archive holds itself, then its objects by their indexes.
+#include <unistd.h>
+
+#include "command.h"
+#include "json_sink.h"
+
+namespace {
+
+// Notes which objects are referred to.
+class References : public Sink {
+public:
+    std::vector<uint32_t> m_objects;
+    void Plain(const Type& type, const Value& value) override
+    {
+        if (type.kind == Kind::reference && value.nObject != 0)
+            m_objects.push_back(value.nObject);
+    }
+};
+
+// Marks what is so many references from the object, or from the archive itself for 0.
+std::vector<bool> Near(Reader& reader, uint32_t nFrom, long nDepth)
+{
+    std::vector<bool> near(reader.GetObjects().size());
+    References next;
+    if (nFrom == 0)
+        reader.ShowArchive(next);
+    else
+        next.m_objects.push_back(nFrom);
+    for (long i = 0; i <= nDepth && !next.m_objects.empty(); ++i) {
+        std::vector<uint32_t> now;
+        now.swap(next.m_objects);
+        for (const uint32_t nObject : now) {
+            if (near[nObject] || !reader.IsObject(nObject))
+                continue;
+            near[nObject] = true;
+            if (i < nDepth)
+                reader.ShowObject(nObject, next);
+        }
+    }
+    return near;
+}
+
+} // namespace
+
+int RunJson(const Arguments& arguments)
+{
+    Archive archive;
+    std::string error;
+    if (!archive.Open(arguments.files[0], arguments.description))
+        return trouble;
+    Reader& reader = *archive.m_pReader;
+    Sink silent;
+    const bool bWhole = archive.Scan(silent);
+    if (arguments.nObject != 0 && !reader.IsObject(arguments.nObject))
+        return Trouble(archive.m_input.m_path + ": there is no object " + std::to_string(arguments.nObject));
+    const uint32_t nOnly = static_cast<uint32_t>(arguments.nObject);
+    const bool bSome = nOnly != 0 || arguments.nDepth >= 0;
+    std::vector<bool> near;
+    if (bSome)
+        near = Near(reader, nOnly, std::max(arguments.nDepth, 0L));
+
+    Output out;
+    if (!out.Open(arguments.output, error))
+        return Trouble(error);
+    const bool bTerminal = arguments.output.empty() && isatty(1) != 0;
+    JsonSink json(out, bTerminal ? JsonSink::coloured : JsonSink::compact);
+    json.Open('{');
+    if (nOnly == 0 && arguments.select.empty()) {
+        json.Member("archive");
+        reader.ShowArchive(json);
+        json.CloseTo(1);
+        out.Put(bTerminal ? "" : "\n");
+    }
+    json.Member("objects");
+    json.Open('[');
+    Progress progress(archive.m_input.GetSize());
+    const std::vector<Reader::Object>& objects = reader.GetObjects();
+    for (uint32_t i = 1; i < objects.size(); ++i) {
+        const bool bWanted = reader.IsObject(i) && (!bSome || near[i]) &&
+                             (arguments.select.empty() || reader.MetOf(i).pClass->name == arguments.select);
+        if (!bWanted)
+            continue;
+        out.Put(bTerminal ? "" : "\n");
+        json.Open('{');
+        json.Member("index");
+        json.Number(i);
+        json.Member("class");
+        json.Text(reader.MetOf(i).pClass->name);
+        json.Member("schema");
+        json.Number(reader.MetOf(i).nSchema);
+        json.Member("fields");
+        reader.ShowObject(i, json);
+        json.CloseTo(2);
+        progress.Show(objects[i].nStart);
+    }
+    out.Put(bTerminal ? "" : "\n");
+    json.Close();
+    if (!bWhole) {
+        json.Member("error");
+        json.Text(reader.GetError());
+    }
+    json.Close();
+    out.Put("\n");
+    if (!out.Finish(error))
+        return Trouble(error);
+    if (!bWhole)
+        Trouble(archive.GetError());
+    return bWhole ? good : different;
+}

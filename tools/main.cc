@@ -1,0 +1,139 @@
+// tavnoview: looks into archives by a description of their classes.
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "command.h"
+
+static const struct Command {
+    const char* lpszName;
+    int (*pfnRun)(const Arguments&);
+    unsigned nFiles;
+    const char* lpszOptions; // the letters of those it takes
+    const char* lpszHelp;
+} commands[] = {
+    {"json", RunJson, 1, "dosnk",
+     "tavnoview json FILE [-d DESC] [-o OUT] [--select CLASS] [--object N] [--depth N]\n"
+     "Prints the archive as JSON: what it holds itself, then its objects by their indexes.\n"
+     "  --select CLASS  only objects of that class\n"
+     "  --object N      only the object with that index\n"
+     "  --depth N       only what is reached from there, or from the archive itself, over N references\n"
+     "example: tavnoview json todo.list -d guide.desc\n"},
+};
+
+static const char introduction[] =
+    "usage: tavnoview COMMAND FILE... [-d DESC] [options]\n"
+    "  json     print an archive as JSON\n"
+    "  archive  make an archive from such JSON\n"
+    "  check    read all of an archive, and say what is wrong with it\n"
+    "  hex      list its bytes with what they mean\n"
+    "  diff     list what two archives differ in\n"
+    "  stats    sum an archive up, also without a description\n"
+    "  dot      draw its objects for Graphviz\n"
+    "  html     make a page to look around in\n"
+    "DESC describes the classes (docs/description.md). Without it FILE.desc is taken, or a description beside the\n"
+    "file or in share/tavnomcl/descriptions that has the classes of the file. FILE may be - for standard input.\n"
+    "`tavnoview COMMAND --help` says more. The exit status is 0, 1 for a damaged archive, a wrong edit or a\n"
+    "difference, 2 for trouble.\n"
+    "example: tavnoview json todo.list -d guide.desc\n";
+
+static bool EndsIn(const std::string& text, const char* lpszEnd)
+{
+    const size_t n = std::strlen(lpszEnd);
+    return text.size() > n && text.compare(text.size() - n, n, lpszEnd) == 0;
+}
+
+static int Usage(const std::string& text, const char* lpszHelp)
+{
+    Trouble(text);
+    std::fputs(lpszHelp, stderr);
+    return trouble;
+}
+
+static bool ParseNumber(const char* lpsz, unsigned long long& rValue)
+{
+    char* lpszEnd;
+    rValue = std::strtoull(lpsz, &lpszEnd, 10);
+    return *lpsz >= '0' && *lpsz <= '9' && *lpszEnd == '\0';
+}
+
+static int RunCommand(const Command& command, char** ppArguments)
+{
+    static const struct {
+        const char* lpszName;
+        char letter;
+    } options[] = {{"-d", 'd'},       {"-o", 'o'},      {"--select", 's'},
+                   {"--object", 'n'}, {"--depth", 'k'}, {"--around", 'a'}};
+    Arguments arguments;
+    bool bOptions = true;
+    for (; *ppArguments != nullptr; ++ppArguments) {
+        const std::string argument = *ppArguments;
+        if (bOptions && (argument == "--help" || argument == "-h"))
+            return std::fputs(command.lpszHelp, stdout) >= 0 ? good : trouble;
+        if (bOptions && argument == "--") {
+            bOptions = false;
+            continue;
+        }
+        if (!bOptions || argument == "-" || argument[0] != '-') {
+            arguments.files.push_back(argument);
+            continue;
+        }
+        char letter = 0;
+        for (const auto& option : options) {
+            if (argument == option.lpszName && std::strchr(command.lpszOptions, option.letter) != nullptr)
+                letter = option.letter;
+        }
+        if (letter == 0)
+            return Usage(argument + ": no such option", command.lpszHelp);
+        const char* const lpszValue = *++ppArguments;
+        unsigned long long nValue = 0;
+        const bool bNumber = letter == 'n' || letter == 'k' || letter == 'a';
+        if (lpszValue == nullptr || (bNumber && !ParseNumber(lpszValue, nValue)))
+            return Usage(argument + ": " + (bNumber ? "a number" : "a value") + " is missing", command.lpszHelp);
+        if (letter == 'd')
+            arguments.description = lpszValue;
+        else if (letter == 'o')
+            arguments.output = lpszValue;
+        else if (letter == 's')
+            arguments.select = lpszValue;
+        else if (letter == 'k')
+            arguments.nDepth = static_cast<long>(nValue);
+        else
+            (letter == 'n' ? arguments.nObject : arguments.nAround) = nValue;
+    }
+    // A description among the files is taken for what it is.
+    for (size_t i = 0; i < arguments.files.size() && arguments.description.empty(); ++i) {
+        if (arguments.files.size() > command.nFiles && EndsIn(arguments.files[i], ".desc")) {
+            arguments.description = arguments.files[i];
+            arguments.files.erase(arguments.files.begin() + static_cast<long>(i));
+        }
+    }
+    if (arguments.files.size() != command.nFiles)
+        return Usage(arguments.files.size() < command.nFiles ? "a file is missing" : "too many files",
+                     command.lpszHelp);
+    return command.pfnRun(arguments);
+}
+
+int main(int argc, char** argv)
+{
+    AfxSetNotices(0);
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+    const std::string name = argc < 2 ? "" : argv[1];
+    if (name == "--help" || name == "-h")
+        return std::fputs(introduction, stdout) >= 0 ? good : trouble;
+    for (const Command& command : commands) {
+        if (name != command.lpszName)
+            continue;
+        int nStatus = trouble;
+        try {
+            const int nRaised = pfm_protect([&] { nStatus = RunCommand(command, argv + 2); });
+            return nRaised == 0 ? nStatus : Trouble("out of memory");
+        } catch (const std::bad_alloc&) {
+            return Trouble("out of memory");
+        }
+    }
+    return Usage(name.empty() ? "a command is missing" : name + ": no such command", introduction);
+}
