@@ -21,6 +21,15 @@ static const struct Command {
      "  --object N      only the object with that index\n"
      "  --depth N       only what is reached from there, or from the archive itself, over N references\n"
      "example: tavnoview json todo.list -d guide.desc\n"},
+    {"check", RunCheck, 1, "do",
+     "tavnoview check FILE [-d DESC] [-o OUT]\n"
+     "Reads all of an archive, and says what is wrong with it, at which offset and on which path: damage, objects\n"
+     "that have two owners or none. The exit status is 0 when nothing is wrong, 1 when something is, 2 for trouble.\n"
+     "example: tavnoview check todo.list -d guide.desc\n"},
+    {"hex", RunHex, 1, "do",
+     "tavnoview hex FILE [-d DESC] [-o OUT]\n"
+     "Lists an archive value by value: offset, bytes, where it belongs, what it means.\n"
+     "example: tavnoview hex todo.list -d guide.desc\n"},
 };
 
 static const char introduction[] =
