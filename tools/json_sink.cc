@@ -91,6 +91,20 @@ std::string TimeText(long long nSeconds)
     return text;
 }
 
+bool ParseTime(const std::string& text, unsigned long long& rSeconds)
+{
+    int nYear, nMonth, nDay, nHour, nMinute, nSecond;
+    if (std::sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2dZ", &nYear, &nMonth, &nDay, &nHour, &nMinute, &nSecond) != 6)
+        return false;
+    const long long nShifted = nMonth > 2 ? nYear : nYear - 1, nEra = (nShifted >= 0 ? nShifted : nShifted - 399) / 400;
+    const long long nOfEra = nShifted - nEra * 400;
+    const long long nOfYear = (153 * (nMonth > 2 ? nMonth - 3 : nMonth + 9) + 2) / 5 + nDay - 1;
+    const long long nDays = nEra * 146097 + nOfEra * 365 + nOfEra / 4 - nOfEra / 100 + nOfYear - 719468;
+    const long long nSeconds = nDays * 86400 + nHour * 3600 + nMinute * 60 + nSecond;
+    rSeconds = static_cast<unsigned long long>(nSeconds);
+    return TimeText(nSeconds) == text; // so that a 31st of February is none
+}
+
 void JsonSink::Colour(const char* lpszCode)
 {
     if (m_style == coloured)

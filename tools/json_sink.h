@@ -12,6 +12,8 @@ void PutJsonText(Output& out, const char* p, size_t n);
 bool IsUtf8(const char* p, size_t n);
 // "2026-11-23T21:16:44Z"; empty for a year that has no four digits.
 std::string TimeText(long long nSeconds);
+// Reads such a text; false where it is none.
+bool ParseTime(const std::string& text, unsigned long long& rSeconds);
 
 class JsonSink : public Sink {
 public:

@@ -21,6 +21,11 @@ static const struct Command {
      "  --object N      only the object with that index\n"
      "  --depth N       only what is reached from there, or from the archive itself, over N references\n"
      "example: tavnoview json todo.list -d guide.desc\n"},
+    {"archive", RunArchive, 1, "do",
+     "tavnoview archive JSON -d DESC -o FILE\n"
+     "Makes an archive from what `tavnoview json` has printed, edited or not. Without an edit it is the same, byte for\n"
+     "byte. A wrong edit is named by its path in the JSON, and FILE stays as it was.\n"
+     "example: tavnoview json todo.list -d guide.desc | tavnoview archive - -d guide.desc -o again.list\n"},
     {"check", RunCheck, 1, "do",
      "tavnoview check FILE [-d DESC] [-o OUT]\n"
      "Reads all of an archive, and says what is wrong with it, at which offset and on which path: damage, objects\n"
