@@ -64,12 +64,12 @@ int RunJson(const Arguments& arguments)
         return Trouble(error);
     const bool bTerminal = arguments.output.empty() && isatty(1) != 0;
     JsonSink json(out, bTerminal ? JsonSink::coloured : JsonSink::compact);
+    json.m_bLines = true;
     json.Open('{');
     if (nOnly == 0 && arguments.select.empty()) {
         json.Member("archive");
         reader.ShowArchive(json);
         json.CloseTo(1);
-        out.Put(bTerminal ? "" : "\n");
     }
     json.Member("objects");
     json.Open('[');
@@ -80,7 +80,6 @@ int RunJson(const Arguments& arguments)
                              (arguments.select.empty() || reader.MetOf(i).pClass->name == arguments.select);
         if (!bWanted)
             continue;
-        out.Put(bTerminal ? "" : "\n");
         json.Open('{');
         json.Member("index");
         json.Number(i);
@@ -93,7 +92,6 @@ int RunJson(const Arguments& arguments)
         json.CloseTo(2);
         progress.Show(objects[i].nStart);
     }
-    out.Put(bTerminal ? "" : "\n");
     json.Close();
     if (!bWhole) {
         json.Member("error");

@@ -113,9 +113,9 @@ void JsonSink::Colour(const char* lpszCode)
 
 void JsonSink::NewLine()
 {
+    m_out.Put('\n');
     if (m_style == compact)
         return;
-    m_out.Put('\n');
     for (const char c : m_open) {
         if (c != ' ')
             m_out.Put("  ");
@@ -126,7 +126,7 @@ void JsonSink::Before()
 {
     if (!m_bFirst)
         m_out.Put(',');
-    if (!m_open.empty())
+    if (m_style != compact ? !m_open.empty() : m_bLines && (m_open.size() == 2 || (m_open.size() == 1 && !m_bFirst)))
         NewLine();
     m_bFirst = false;
     if (m_pName == nullptr)
@@ -158,7 +158,7 @@ void JsonSink::Close()
     m_pName = nullptr;
     if (c == ' ')
         return;
-    if (!m_bFirst)
+    if (!m_bFirst && (m_style != compact || (m_bLines && m_open.size() == 1)))
         NewLine();
     m_out.Put(c);
     m_bFirst = false;

@@ -18,6 +18,7 @@ bool ParseTime(const std::string& text, unsigned long long& rSeconds);
 class JsonSink : public Sink {
 public:
     enum Style { compact, pretty, coloured };
+    bool m_bLines = false; // compact: the members of what is outermost, and the parts of these, each on its own line
     // bTagged: references as {"ref": n}, for readers without the description.
     JsonSink(Output& out, Style style, bool bTagged = false) : m_out(out), m_style(style), m_bTagged(bTagged) {}
 

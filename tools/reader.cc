@@ -376,7 +376,8 @@ void Reader::EnterReference(const Type& type)
     const bool bClass = type.kind == Kind::classReference;
     if (!m_bScanning) {
         const bool bWhole = ShownReference(value, bClass);
-        m_pSink->Plain(type, value);
+        if (bWhole || value.nObject != 0)
+            m_pSink->Plain(type, value);
         if (!bWhole)
             Fail("the damage");
         return;
@@ -437,12 +438,12 @@ bool Reader::ShownReference(Value& rValue, bool bClass)
         rValue.nSchema = MetOf(static_cast<uint32_t>(nIndex)).nSchema;
         return true;
     }
+    if (bIsClass && m_nNext >= m_objects.size())
+        return false;
     rValue.bNew = bIsClass;
     rValue.nObject = bIsClass ? m_nNext : static_cast<uint32_t>(nIndex);
     if (!bIsClass)
         return true;
-    if (m_nNext >= m_objects.size())
-        return false;
     const Object& object = m_objects[m_nNext];
     m_nNext = object.nLast + 1;
     return object.nEnd != 0 && m_ar.SeekTo(object.nEnd) != 0;
