@@ -40,8 +40,8 @@ public:
     Input m_input;
     std::unique_ptr<Description> m_pDescription;
     std::unique_ptr<Reader> m_pReader;
-    // Opens both. False, and what is wrong has been said.
-    bool Open(const std::string& path, const std::string& description);
+    // Opens both. False, and what is wrong has been said. bMayLack: where no description is found, there is no reader.
+    bool Open(const std::string& path, const std::string& description, bool bMayLack = false);
     // Reads all of it, telling the sink; false where it is damaged.
     bool Scan(Sink& sink);
     // What is wrong: "FILE: offset 812: ...".

@@ -117,13 +117,15 @@ static std::unique_ptr<Description> FindDescription(const std::string& path, con
     return nullptr;
 }
 
-bool Archive::Open(const std::string& path, const std::string& description)
+bool Archive::Open(const std::string& path, const std::string& description, bool bMayLack)
 {
     std::string error;
     bool bGood = m_input.Open(path, error);
     if (bGood) {
         m_pDescription =
             description.empty() ? FindDescription(path, m_input, error) : ReadDescription(description, error);
+        if (m_pDescription == nullptr && description.empty() && bMayLack)
+            return true;
         bGood = m_pDescription != nullptr;
     }
     if (!bGood) {

@@ -42,6 +42,32 @@ std::vector<bool> Near(Reader& reader, uint32_t nFrom, long nDepth)
 
 } // namespace
 
+void WriteMembers(Reader& reader, JsonSink& json, const std::function<bool(uint32_t)>& wanted, bool bArchive)
+{
+    if (bArchive) {
+        json.Member("archive");
+        reader.ShowArchive(json);
+        json.CloseTo(1);
+    }
+    json.Member("objects");
+    json.Open('[');
+    for (uint32_t i = 1; i < reader.GetObjects().size(); ++i) {
+        if (!reader.IsObject(i) || !wanted(i))
+            continue;
+        json.Open('{');
+        json.Member("index");
+        json.Number(i);
+        json.Member("class");
+        json.Text(reader.MetOf(i).pClass->name);
+        json.Member("schema");
+        json.Number(reader.MetOf(i).nSchema);
+        json.Member("fields");
+        reader.ShowObject(i, json);
+        json.CloseTo(2);
+    }
+    json.Close();
+}
+
 int RunJson(const Arguments& arguments)
 {
     Archive archive;
@@ -66,33 +92,12 @@ int RunJson(const Arguments& arguments)
     JsonSink json(out, bTerminal ? JsonSink::coloured : JsonSink::compact);
     json.m_bLines = true;
     json.Open('{');
-    if (nOnly == 0 && arguments.select.empty()) {
-        json.Member("archive");
-        reader.ShowArchive(json);
-        json.CloseTo(1);
-    }
-    json.Member("objects");
-    json.Open('[');
     Progress progress(archive.m_input.GetSize());
-    const std::vector<Reader::Object>& objects = reader.GetObjects();
-    for (uint32_t i = 1; i < objects.size(); ++i) {
-        const bool bWanted = reader.IsObject(i) && (!bSome || near[i]) &&
-                             (arguments.select.empty() || reader.MetOf(i).pClass->name == arguments.select);
-        if (!bWanted)
-            continue;
-        json.Open('{');
-        json.Member("index");
-        json.Number(i);
-        json.Member("class");
-        json.Text(reader.MetOf(i).pClass->name);
-        json.Member("schema");
-        json.Number(reader.MetOf(i).nSchema);
-        json.Member("fields");
-        reader.ShowObject(i, json);
-        json.CloseTo(2);
-        progress.Show(objects[i].nStart);
-    }
-    json.Close();
+    const auto Wanted = [&](uint32_t i) {
+        progress.Show(reader.GetObjects()[i].nStart);
+        return (!bSome || near[i]) && (arguments.select.empty() || reader.MetOf(i).pClass->name == arguments.select);
+    };
+    WriteMembers(reader, json, Wanted, nOnly == 0 && arguments.select.empty());
     if (!bWhole) {
         json.Member("error");
         json.Text(reader.GetError());

@@ -56,4 +56,7 @@ private:
     void PutBits(const Type& type, const Value& value);
 };
 
+// Of an archive that has been scanned: the members "archive" and "objects", with the objects that are wanted.
+void WriteMembers(Reader& reader, JsonSink& json, const std::function<bool(uint32_t)>& wanted, bool bArchive);
+
 #endif

@@ -35,6 +35,27 @@ static const struct Command {
      "tavnoview hex FILE [-d DESC] [-o OUT]\n"
      "Lists an archive value by value: offset, bytes, where it belongs, what it means.\n"
      "example: tavnoview hex todo.list -d guide.desc\n"},
+    {"diff", RunDiff, 2, "do",
+     "tavnoview diff A B [-d DESC] [-o OUT]\n"
+     "Lists what two archives differ in, by path. Objects are compared that are reached on the same way from the\n"
+     "archive, whatever their indexes; containers without order are compared by their keys. The exit status is 0 when\n"
+     "nothing differs, 1 when something does, 2 for trouble.\n"
+     "example: tavnoview diff old.list new.list -d guide.desc\n"},
+    {"stats", RunStats, 1, "do",
+     "tavnoview stats FILE [-d DESC] [-o OUT]\n"
+     "Sums an archive up: its classes with their objects and bytes, the longest texts, how deep objects are inside\n"
+     "each other, and how large they are. Without a description, what looks like class records.\n"
+     "example: tavnoview stats todo.list -d guide.desc\n"},
+    {"dot", RunDot, 1, "doa",
+     "tavnoview dot FILE [-d DESC] [-o OUT] [--around N]\n"
+     "Prints the objects and their references for Graphviz.\n"
+     "  --around N  only the object with that index, what it refers to and what refers to it\n"
+     "example: tavnoview dot todo.list -d guide.desc | dot -Tsvg -o todo.svg\n"},
+    {"html", RunHtml, 1, "do",
+     "tavnoview html FILE [-d DESC] -o PAGE\n"
+     "Makes one page, to be opened in a browser, to look around in: from the archive along references and back, with\n"
+     "a search by class and text.\n"
+     "example: tavnoview html todo.list -d guide.desc -o todo.html\n"},
 };
 
 static const char introduction[] =
