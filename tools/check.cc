@@ -30,10 +30,10 @@ public:
         const std::string object = "object " + std::to_string(nObject) + ", a " + m_reader.MetOf(nObject).pClass->name;
         if (!m_reader.IsObject(nObject))
             Note(object + ", is the program's own");
-        else if (m_owned[nObject] == one || (m_owned[nObject] == shared && !type.bShared))
-            Note(object + (m_owned[nObject] == one ? ", has an owner already" : ", has shared owners"));
         else if (!type.bShared && nOwner != 0 && RootOf(nOwner) == nObject)
             Note(object + ", would own itself");
+        else if (m_owned[nObject] == one || (m_owned[nObject] == shared && !type.bShared))
+            Note(object + (m_owned[nObject] == one ? ", has an owner already" : ", has shared owners"));
         else if (!type.bShared && nOwner != 0)
             m_roots[nObject] = RootOf(nOwner);
         m_owned[nObject] = !type.bShared ? one : type.bWeak && m_owned[nObject] != shared ? weak : shared;
