@@ -24,7 +24,7 @@ std::FILE* OpenSpool()
 
 Input::~Input()
 {
-    if (m_nSize != 0)
+    if (m_bMapped)
         munmap(const_cast<char*>(m_pBytes), m_nSize);
 }
 
@@ -45,10 +45,11 @@ bool Input::Map(int nFile, std::string& rError)
         lpszError = std::strerror(EFBIG);
     else if (status.st_size != 0) {
         void* const p = mmap(nullptr, static_cast<size_t>(status.st_size), PROT_READ, MAP_PRIVATE, nFile, 0);
-        if (p == MAP_FAILED)
-            lpszError = std::strerror(errno);
+        m_bMapped = p != MAP_FAILED;
+        if (m_bMapped)
+            Use(static_cast<const char*>(p), static_cast<size_t>(status.st_size));
         else
-            m_pBytes = static_cast<const char*>(p), m_nSize = static_cast<size_t>(status.st_size);
+            lpszError = std::strerror(errno);
     }
     if (lpszError != nullptr)
         rError = m_path + ": " + lpszError;

@@ -22,12 +22,15 @@ public:
     bool Open(const std::string& path, std::string& rError);
     // What has been written to the file.
     bool Map(std::FILE* pFile, std::string& rError);
+    // Bytes of the caller's, which live longer.
+    void Use(const char* pBytes, size_t nSize) { m_pBytes = pBytes, m_nSize = nSize; }
     const char* GetBytes() const { return m_pBytes; }
     size_t GetSize() const { return m_nSize; }
 
 private:
     const char* m_pBytes = "";
     size_t m_nSize = 0;
+    bool m_bMapped = false;
     bool Map(int nFile, std::string& rError);
 };
 

@@ -1,6 +1,8 @@
 """Random descriptions with archives of them, and what each archive holds as JSON: the format, written a second time."""
+import os
 import random
 import struct
+import sys
 
 
 class Any:  # equal to every value
@@ -252,3 +254,10 @@ class Archive:
         self.nested, self.schema = self.nested - 1, schema
         self.objects[n]["fields"] = json
         return data + fields, n
+
+
+if __name__ == "__main__":  # seeds for the fuzzer: a description, NUL, an archive
+    for seed in range(100):
+        made = Archive(seed)
+        with open(os.path.join(sys.argv[1], f"seed{seed}"), "wb") as file:
+            file.write(made.description.encode() + b"\0" + made.bytes)
