@@ -22,7 +22,8 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pData, size_t nSize)
     Output out;
     JsonSink json(out, JsonSink::compact);
     json.Open('{');
-    WriteMembers(reader, json, [](uint32_t) { return true; }, true);
+    WriteMembers(
+        reader, json, [](uint32_t) { return true; }, true);
     json.Close();
     if (!nlohmann::json::accept(out.Text()) || bWhole != reader.GetError().empty())
         std::abort();

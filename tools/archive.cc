@@ -132,15 +132,16 @@ void Builder::AddRecord(Encoder& encoder, VELM_CArchive& ar, const Record& recor
                                 : name == "fields" ? &pFields
                                                    : nullptr;
         if (pp == nullptr || *pp != nullptr)
-            throw WrongEdit{path + "." + name + ": expected \"index\", \"class\", \"schema\" and \"fields\", each once"};
+            throw WrongEdit{path + "." + name +
+                            ": expected \"index\", \"class\", \"schema\" and \"fields\", each once"};
         *pp = p;
     }
     if (pIndex == nullptr || pIndex->kind != Node::integer || pIndex->bBelow || pIndex->nAmount == 0 ||
         pIndex->nAmount >= VELM_CArchive::nIndexLimit)
         throw WrongEdit{path + ".index: expected an index above 0"};
     part.m_nIndex = static_cast<uint32_t>(pIndex->nAmount);
-    part.m_pClass = pClass == nullptr || pClass->kind != Node::text ? nullptr
-                                                                    : m_description.FindClass(record.TextOf(*pClass));
+    part.m_pClass =
+        pClass == nullptr || pClass->kind != Node::text ? nullptr : m_description.FindClass(record.TextOf(*pClass));
     if (part.m_pClass == nullptr)
         throw WrongEdit{path + ".class: expected a class that the description has with a schema"};
     unsigned nSchema = part.m_pClass->record.m_nSchema;
@@ -165,11 +166,12 @@ bool Builder::ReadAll(std::string& rError)
         encoder.WatchFor(m_nWatched, m_watched);
     bool bGood = false;
     try {
-        bGood = ReadRecords(m_json.GetBytes(), m_json.GetBytes() + m_json.GetSize(),
-                            [&](const Record& record, const std::string& path, bool bArchive) {
-                                AddRecord(encoder, ar, record, path, bArchive);
-                            },
-                            rError);
+        bGood = ReadRecords(
+            m_json.GetBytes(), m_json.GetBytes() + m_json.GetSize(),
+            [&](const Record& record, const std::string& path, bool bArchive) {
+                AddRecord(encoder, ar, record, path, bArchive);
+            },
+            rError);
     } catch (const WrongEdit& wrong) {
         rError = wrong.text;
     }
@@ -189,8 +191,8 @@ bool Builder::Check(unsigned long long nReferred, const Referred& referred, bool
             m_watched = "an object that is owned is null";
     } else if (Part* const pPart = Find(referred.nObject)) {
         if (!pPart->m_pClass->IsDerivedFrom(type.pAggregate))
-            m_watched = "object " + std::to_string(referred.nObject) + " is a " + pPart->m_pClass->name +
-                        ", not a " + type.pAggregate->name;
+            m_watched = "object " + std::to_string(referred.nObject) + " is a " + pPart->m_pClass->name + ", not a " +
+                        type.pAggregate->name;
         else if (type.bOwner && !type.bShared && bInObject && pPart->m_bOwned)
             m_watched = "object " + std::to_string(referred.nObject) + " has an owner already";
         pPart->m_bOwned = pPart->m_bOwned || (type.bOwner && !type.bShared);
@@ -279,7 +281,8 @@ void Builder::Store(VELM_CArchive& ar)
         } else if (pReferred->nObject == 0) {
             ar.WriteObject(nullptr);
         } else {
-            const auto found = std::lower_bound(m_byIndex.begin(), m_byIndex.end(), std::make_pair(pReferred->nObject, 0U));
+            const auto found =
+                std::lower_bound(m_byIndex.begin(), m_byIndex.end(), std::make_pair(pReferred->nObject, 0U));
             Part& part = m_parts[found->second];
             if (pReferred->pType->kind == Kind::mapped) {
                 ar.MapObject(&part);

@@ -106,9 +106,8 @@ static std::unique_ptr<Description> FindDescription(const std::string& path, con
         std::string ignored;
         std::unique_ptr<Description> pDescription = ReadDescription(candidate, ignored);
         if (pDescription != nullptr && !records.empty() &&
-            std::all_of(records.begin(), records.end(), [&](const FoundRecord& record) {
-                return pDescription->FindClass(record.name) != nullptr;
-            }))
+            std::all_of(records.begin(), records.end(),
+                        [&](const FoundRecord& record) { return pDescription->FindClass(record.name) != nullptr; }))
             return pDescription;
     }
     rError = input.m_path + ": no description is found" +

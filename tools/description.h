@@ -68,11 +68,11 @@ enum class Kind {
 
 struct Type {
     Kind kind;
-    std::string name;      // as it is written in a description
-    unsigned nBytes = 0;   // of a number or a unit of a wide string; bits of a bitset
-    bool bSigned = false;  // an integer
+    std::string name;        // as it is written in a description
+    unsigned nBytes = 0;     // of a number or a unit of a wide string; bits of a bitset
+    bool bSigned = false;    // an integer
     bool bUnordered = false; // a sequence: the order of the elements means nothing
-    bool bOwner = false;   // a reference: of an owner, of one of several, of one that never refers to nothing
+    bool bOwner = false;     // a reference: of an owner, of one of several, of one that never refers to nothing
     bool bShared = false;
     bool bWeak = false;
     bool bNotNull = false;

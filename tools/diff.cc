@@ -1,5 +1,5 @@
-// tavnoview diff: what two archives differ in, by path. Objects are the same where they are reached on the same way from
-// the archives themselves, whatever their indexes.
+// tavnoview diff: what two archives differ in, by path. Objects are the same where they are reached on the same way
+// from the archives themselves, whatever their indexes.
 #include <algorithm>
 #include <map>
 

@@ -74,8 +74,8 @@ int RunDot(const Arguments& arguments)
         Node node;
         if (reader.IsObject(i))
             reader.ShowObject(i, node);
-        const std::string label = reader.MetOf(i).pClass->name + "#" + std::to_string(i) +
-                                  (node.m_label.empty() ? "" : " " + node.m_label);
+        const std::string label =
+            reader.MetOf(i).pClass->name + "#" + std::to_string(i) + (node.m_label.empty() ? "" : " " + node.m_label);
         out.Put("  " + std::to_string(i) + " [label=" + Quoted(label) +
                 (i == nCentre ? ", style=\"rounded,filled\", fillcolor=gold]\n" : "]\n"));
         for (const auto& reference : node.m_references) {

@@ -54,8 +54,7 @@ void Encoder::PutFields(const Aggregate& aggregate, const Node& node, const Step
     const Node* pExpected = m_pRecord->First(node);
     for (size_t i = 0; i < aggregate.items.size(); ++i) {
         const Item& item = aggregate.items[i];
-        if (item.op == Item::jump ||
-            (item.op == Item::branch && item.pCondition->Evaluate(&m_variables[nOwn]) == 0)) {
+        if (item.op == Item::jump || (item.op == Item::branch && item.pCondition->Evaluate(&m_variables[nOwn]) == 0)) {
             i = item.nTarget - size_t{1};
             continue;
         }
@@ -195,13 +194,15 @@ void Encoder::PutReal(const Type& type, const Node& node, const Step* pAt)
         bGood = done.ec == std::errc() && done.ptr == pEnd && text.size() == 5 + 2 * type.nBytes;
     } else if (type.nBytes == 4) {
         float value = static_cast<float>(node.nAmount) * (node.bBelow ? -1.F : 1.F);
-        bGood = node.kind == Node::integer || (node.kind == Node::real && std::from_chars(text.data(), pEnd, value).ec == std::errc());
+        bGood = node.kind == Node::integer ||
+                (node.kind == Node::real && std::from_chars(text.data(), pEnd, value).ec == std::errc());
         uint32_t n;
         std::memcpy(&n, &value, sizeof n);
         nBits = n;
     } else {
         double value = static_cast<double>(node.nAmount) * (node.bBelow ? -1.0 : 1.0);
-        bGood = node.kind == Node::integer || (node.kind == Node::real && std::from_chars(text.data(), pEnd, value).ec == std::errc());
+        bGood = node.kind == Node::integer ||
+                (node.kind == Node::real && std::from_chars(text.data(), pEnd, value).ec == std::errc());
         std::memcpy(&nBits, &value, sizeof nBits);
     }
     if (!bGood)
@@ -211,7 +212,10 @@ void Encoder::PutReal(const Type& type, const Node& node, const Step* pAt)
 
 static int HexDigit(char c)
 {
-    return c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+    return c >= '0' && c <= '9'   ? c - '0'
+           : c >= 'a' && c <= 'f' ? c - 'a' + 10
+           : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                  : -1;
 }
 
 std::string Encoder::Hex(const Node& node, const Step* pAt) const

@@ -59,7 +59,8 @@ private:
         m_out.Format("%10llu  ", nFrom);
         for (unsigned i = 0; i < nBytesShown; ++i) {
             if (i < nBytes && (i + 1 < nBytesShown || nBytes == nBytesShown))
-                m_out.Format("%02X ", static_cast<unsigned>(static_cast<unsigned char>(m_reader.GetBytes()[nFrom + i])));
+                m_out.Format("%02X ",
+                             static_cast<unsigned>(static_cast<unsigned char>(m_reader.GetBytes()[nFrom + i])));
             else
                 m_out.Put(i < nBytes ? ".. " : "   ");
         }

@@ -30,7 +30,8 @@ int RunHtml(const Arguments& arguments)
         json.Member("error");
         json.Text(archive.m_pReader->GetError());
     }
-    WriteMembers(*archive.m_pReader, json, [](uint32_t) { return true; }, true);
+    WriteMembers(
+        *archive.m_pReader, json, [](uint32_t) { return true; }, true);
     json.Close();
     out.Put(pMark + sizeof mark - 1);
     if (!out.Finish(error))

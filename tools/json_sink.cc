@@ -85,9 +85,9 @@ std::string TimeText(long long nSeconds)
     const long long nYear = (nOfEra - nOfEra / 1460 + nOfEra / 36524 - nOfEra / 146096) / 365;
     const long long nOfYear = nOfEra - (365 * nYear + nYear / 4 - nYear / 100), nMonth = (5 * nOfYear + 2) / 153;
     char text[80];
-    std::snprintf(text, sizeof text, "%04lld-%02lld-%02lldT%02lld:%02lld:%02lldZ",
-                  nYear + nEra * 400 + (nMonth >= 10), nMonth < 10 ? nMonth + 3 : nMonth - 9,
-                  nOfYear - (153 * nMonth + 2) / 5 + 1, nOfDay / 3600, nOfDay / 60 % 60, nOfDay % 60);
+    std::snprintf(text, sizeof text, "%04lld-%02lld-%02lldT%02lld:%02lld:%02lldZ", nYear + nEra * 400 + (nMonth >= 10),
+                  nMonth < 10 ? nMonth + 3 : nMonth - 9, nOfYear - (153 * nMonth + 2) / 5 + 1, nOfDay / 3600,
+                  nOfDay / 60 % 60, nOfDay % 60);
     return text;
 }
 
@@ -316,8 +316,8 @@ void JsonSink::PutReal(const Type& type, unsigned long long nBits)
     } else if (nBits == 1ULL << (8 * type.nBytes - 1)) {
         m_out.Put("-0.0");
     } else {
-        const auto done = bSingle ? std::to_chars(text, text + sizeof text, single)
-                                  : std::to_chars(text, text + sizeof text, value);
+        const auto done =
+            bSingle ? std::to_chars(text, text + sizeof text, single) : std::to_chars(text, text + sizeof text, value);
         m_out.Put(text, static_cast<size_t>(done.ptr - text));
     }
 }
@@ -326,7 +326,7 @@ void JsonSink::PutReal(const Type& type, unsigned long long nBits)
 void JsonSink::PutWide(const Type& type, const Value& value)
 {
     const unsigned char* const p = reinterpret_cast<const unsigned char*>(value.pText);
-    const size_t nUnits = static_cast<size_t>(value.nLength) / type.nBytes;
+    const size_t nUnits = value.nLength / type.nBytes;
     const auto Unit = [&](size_t i) {
         uint32_t nUnit = 0;
         for (unsigned k = type.nBytes; k-- > 0;)

@@ -12,10 +12,7 @@ public:
     Source(const Take& take, std::string& rError) : m_take(take), m_error(rError) {}
 
     bool null() override { return Value(Node::null); }
-    bool boolean(bool b) override
-    {
-        return Value(Node::boolean, b);
-    }
+    bool boolean(bool b) override { return Value(Node::boolean, b); }
     bool number_integer(number_integer_t n) override
     {
         return Value(Node::integer, n < 0 ? 0 - static_cast<unsigned long long>(n) : static_cast<unsigned long long>(n),
@@ -57,10 +54,7 @@ private:
     std::vector<std::pair<uint32_t, uint32_t>> m_open; // nodes that are open, each with its last part so far
 
     // Whether a value that begins now is a record of its own.
-    bool IsRecord() const
-    {
-        return (m_nDepth == 1 && m_top == "archive") || (m_nDepth == 2 && m_top == "objects");
-    }
+    bool IsRecord() const { return (m_nDepth == 1 && m_top == "archive") || (m_nDepth == 2 && m_top == "objects"); }
     bool Refuse(const std::string& text)
     {
         m_error = text;

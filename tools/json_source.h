@@ -10,10 +10,10 @@
 
 struct Node {
     enum Kind : unsigned char { null, boolean, integer, real, text, array, object } kind = null;
-    bool bBelow = false;         // an integer below 0
-    mutable bool bTaken = false; // a member that was asked for
-    uint32_t nFirst = 0, nNext = 0; // the first part, and the next beside this one; 0 for none
-    unsigned long long nAmount = 0; // of an integer
+    bool bBelow = false;               // an integer below 0
+    mutable bool bTaken = false;       // a member that was asked for
+    uint32_t nFirst = 0, nNext = 0;    // the first part, and the next beside this one; 0 for none
+    unsigned long long nAmount = 0;    // of an integer
     size_t nName = 0, nNameLength = 0; // of a member
     size_t nText = 0, nTextLength = 0; // also of a real number, as it is written
 };

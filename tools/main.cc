@@ -23,7 +23,8 @@ static const struct Command {
      "example: tavnoview json todo.list -d guide.desc\n"},
     {"archive", RunArchive, 1, "do",
      "tavnoview archive JSON -d DESC -o FILE\n"
-     "Makes an archive from what `tavnoview json` has printed, edited or not. Without an edit it is the same, byte for\n"
+     "Makes an archive from what `tavnoview json` has printed, edited or not. Without an edit it is the same, byte "
+     "for\n"
      "byte. A wrong edit is named by its path in the JSON, and FILE stays as it was.\n"
      "example: tavnoview json todo.list -d guide.desc | tavnoview archive - -d guide.desc -o again.list\n"},
     {"check", RunCheck, 1, "do",
@@ -99,8 +100,7 @@ static int RunCommand(const Command& command, char** ppArguments)
     static const struct {
         const char* lpszName;
         char letter;
-    } options[] = {{"-d", 'd'},       {"-o", 'o'},      {"--select", 's'},
-                   {"--object", 'n'}, {"--depth", 'k'}, {"--around", 'a'}};
+    } options[] = {{"-d", 'd'}, {"-o", 'o'}, {"--select", 's'}, {"--object", 'n'}, {"--depth", 'k'}, {"--around", 'a'}};
     Arguments arguments;
     bool bOptions = true;
     for (; *ppArguments != nullptr; ++ppArguments) {

@@ -278,8 +278,7 @@ private:
             Aggregate& aggregate = m_description.m_aggregates.back();
             aggregate.name = name;
             aggregate.bClass = bClass;
-            if (m_description.m_enumByName.count(name) != 0 ||
-                !m_description.m_byName.emplace(name, &aggregate).second)
+            if (m_description.m_enumByName.count(name) != 0 || !m_description.m_byName.emplace(name, &aggregate).second)
                 Fail(token, "expected a name that is not declared yet, found \"" + name + "\"");
             m_declared[&aggregate] = {m_nAt, Declared::unread};
         }
@@ -550,11 +549,11 @@ private:
             Expression::Op op;
             bool bSwapped;
         } operators[] = {
-            {0, "||", Expression::either, false}, {1, "&&", Expression::both, false},
-            {2, "&", Expression::bitAnd, false},  {3, "==", Expression::equal, false},
+            {0, "||", Expression::either, false},  {1, "&&", Expression::both, false},
+            {2, "&", Expression::bitAnd, false},   {3, "==", Expression::equal, false},
             {3, "!=", Expression::unequal, false}, {4, "<", Expression::less, false},
-            {4, "<=", Expression::atMost, false}, {4, ">", Expression::less, true},
-            {4, ">=", Expression::atMost, true},  {5, "+", Expression::add, false},
+            {4, "<=", Expression::atMost, false},  {4, ">", Expression::less, true},
+            {4, ">=", Expression::atMost, true},   {5, "+", Expression::add, false},
             {5, "-", Expression::subtract, false},
         };
         if (nLevel == 6)

@@ -232,7 +232,7 @@ void Reader::TakeText(unsigned long long nLength, Value& rValue)
         m_ar >> by;
     }
     rValue.pText = m_input.GetBytes() + nAt;
-    rValue.nLength = nLength;
+    rValue.nLength = static_cast<size_t>(nLength);
     m_ar.SeekTo(nAt + nLength);
 }
 

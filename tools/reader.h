@@ -21,11 +21,11 @@
 #include "input.h"
 
 struct Value {
-    unsigned long long nBits = 0;  // a number
-    const char* pText = nullptr;   // a text, or bytes
-    unsigned long long nLength = 0;
-    uint32_t nObject = 0;          // a reference: the index
-    bool bNew = false;             // and whether the object stands here
+    unsigned long long nBits = 0; // a number
+    const char* pText = nullptr;  // a text, or bytes
+    size_t nLength = 0;
+    uint32_t nObject = 0;            // a reference: the index
+    bool bNew = false;               // and whether the object stands here
     const char* lpszClass = nullptr; // a class reference
     unsigned nSchema = 0;
 };
@@ -73,7 +73,10 @@ public:
     const std::string& GetError() const { return m_error; }
     // By index, from 0 on.
     const std::vector<Object>& GetObjects() const { return m_objects; }
-    bool IsObject(unsigned long long n) const { return n < m_objects.size() && m_objects[n].nWhat == Object::object; }
+    bool IsObject(unsigned long long n) const
+    {
+        return n < m_objects.size() && m_objects[static_cast<size_t>(n)].nWhat == Object::object;
+    }
     const Met& MetOf(uint32_t nIndex) const { return m_met[m_objects[nIndex].nMet]; }
     const std::vector<Met>& GetMet() const { return m_met; }
 

@@ -14,7 +14,7 @@ public:
     struct Sum {
         unsigned long long nObjects = 0, nBytes = 0, nLargest = 0;
     };
-    std::vector<Sum> m_sums;                          // by class and schema
+    std::vector<Sum> m_sums;                               // by class and schema
     std::vector<std::pair<size_t, std::string>> m_longest; // texts, the longest first
     unsigned long long m_nTexts = 0, m_nTextBytes = 0, m_nReferences = 0, m_sizes[64] = {};
     size_t m_nDeepest = 0;
@@ -31,8 +31,8 @@ public:
             return;
         m_longest.resize(std::min(m_longest.size(), nMostTexts - 1));
         const uint32_t nOwner = m_reader.GetOwner();
-        m_longest.emplace_back(value.nLength,
-                               (nOwner == 0 ? "" : "object " + std::to_string(nOwner) + ", ") + m_reader.GetPath(false));
+        m_longest.emplace_back(value.nLength, (nOwner == 0 ? "" : "object " + std::to_string(nOwner) + ", ") +
+                                                  m_reader.GetPath(false));
         std::stable_sort(m_longest.begin(), m_longest.end(),
                          [](const auto& a, const auto& b) { return a.first > b.first; });
     }
