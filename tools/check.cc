@@ -85,10 +85,8 @@ int RunCheck(const Arguments& arguments)
     Archive archive;
     std::string error;
     Output out;
-    if (!archive.Open(arguments.files[0], arguments.description))
+    if (!archive.Open(arguments, out))
         return trouble;
-    if (!out.Open(arguments.output, error))
-        return Trouble(error);
     Reader& reader = *archive.m_pReader;
     Owners owners(reader, archive.m_input.m_path);
     const bool bWhole = archive.Scan(owners);

@@ -42,8 +42,12 @@ public:
     std::unique_ptr<Reader> m_pReader;
     // Opens both. False, and what is wrong has been said. bMayLack: where no description is found, there is no reader.
     bool Open(const std::string& path, const std::string& description, bool bMayLack = false);
+    // The same with the output, for a command that looks at one archive.
+    bool Open(const Arguments& arguments, Output& out, bool bMayLack = false);
     // Reads all of it, telling the sink; false where it is damaged.
     bool Scan(Sink& sink);
+    // Completes the output, and says what is wrong with a damaged archive. Delivers the status.
+    int Finish(Output& out, bool bWhole) const;
     // What is wrong: "FILE: offset 812: ...".
     std::string GetError() const { return m_input.m_path + ": " + m_pReader->GetError(); }
 };

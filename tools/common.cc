@@ -145,3 +145,21 @@ bool Archive::Scan(Sink& sink)
     m_pReader->m_progress = nullptr;
     return bGood;
 }
+
+bool Archive::Open(const Arguments& arguments, Output& out, bool bMayLack)
+{
+    std::string error;
+    if (!Open(arguments.files[0], arguments.description, bMayLack))
+        return false;
+    return out.Open(arguments.output, error) || Trouble(error) == good;
+}
+
+int Archive::Finish(Output& out, bool bWhole) const
+{
+    std::string error;
+    if (!out.Finish(error))
+        return Trouble(error);
+    if (!bWhole)
+        Trouble(GetError());
+    return bWhole ? good : different;
+}

@@ -40,9 +40,8 @@ std::string Quoted(const std::string& text)
 int RunDot(const Arguments& arguments)
 {
     Archive archive;
-    std::string error;
     Output out;
-    if (!archive.Open(arguments.files[0], arguments.description))
+    if (!archive.Open(arguments, out))
         return trouble;
     Reader& reader = *archive.m_pReader;
     Sink silent;
@@ -65,8 +64,6 @@ int RunDot(const Arguments& arguments)
         }
         shown[nCentre] = true;
     }
-    if (!out.Open(arguments.output, error))
-        return Trouble(error);
     out.Put("digraph {\n  rankdir=LR\n  node [shape=box, style=rounded, fontname=\"sans-serif\"]\n");
     for (uint32_t i = 1; i < nEnd; ++i) {
         if (!shown[i] || reader.GetObjects()[i].nWhat == Reader::Object::cls)
@@ -85,9 +82,5 @@ int RunDot(const Arguments& arguments)
         }
     }
     out.Put("}\n");
-    if (!out.Finish(error))
-        return Trouble(error);
-    if (!bWhole)
-        Trouble(archive.GetError());
-    return bWhole ? good : different;
+    return archive.Finish(out, bWhole);
 }

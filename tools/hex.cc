@@ -77,17 +77,10 @@ private:
 int RunHex(const Arguments& arguments)
 {
     Archive archive;
-    std::string error;
     Output out;
-    if (!archive.Open(arguments.files[0], arguments.description))
+    if (!archive.Open(arguments, out))
         return trouble;
-    if (!out.Open(arguments.output, error))
-        return Trouble(error);
     Lines lines(*archive.m_pReader, out);
     const bool bWhole = archive.Scan(lines);
-    if (!out.Finish(error))
-        return Trouble(error);
-    if (!bWhole)
-        Trouble(archive.GetError());
-    return bWhole ? good : different;
+    return archive.Finish(out, bWhole);
 }

@@ -9,14 +9,11 @@
 int RunHtml(const Arguments& arguments)
 {
     Archive archive;
-    std::string error;
     Output out;
     if (arguments.output.empty())
         return Trouble("html needs -o PAGE");
-    if (!archive.Open(arguments.files[0], arguments.description))
+    if (!archive.Open(arguments, out))
         return trouble;
-    if (!out.Open(arguments.output, error))
-        return Trouble(error);
     Sink silent;
     const bool bWhole = archive.Scan(silent);
     static const char mark[] = "<!--DATA-->";
@@ -34,9 +31,5 @@ int RunHtml(const Arguments& arguments)
         *archive.m_pReader, json, [](uint32_t) { return true; }, true);
     json.Close();
     out.Put(pMark + sizeof mark - 1);
-    if (!out.Finish(error))
-        return Trouble(error);
-    if (!bWhole)
-        Trouble(archive.GetError());
-    return bWhole ? good : different;
+    return archive.Finish(out, bWhole);
 }

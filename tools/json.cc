@@ -71,8 +71,8 @@ void WriteMembers(Reader& reader, JsonSink& json, const std::function<bool(uint3
 int RunJson(const Arguments& arguments)
 {
     Archive archive;
-    std::string error;
-    if (!archive.Open(arguments.files[0], arguments.description))
+    Output out;
+    if (!archive.Open(arguments, out))
         return trouble;
     Reader& reader = *archive.m_pReader;
     Sink silent;
@@ -85,9 +85,6 @@ int RunJson(const Arguments& arguments)
     if (bSome)
         near = Near(reader, nOnly, std::max(arguments.nDepth, 0L));
 
-    Output out;
-    if (!out.Open(arguments.output, error))
-        return Trouble(error);
     const bool bTerminal = arguments.output.empty() && isatty(1) != 0;
     JsonSink json(out, bTerminal ? JsonSink::coloured : JsonSink::compact);
     json.m_bLines = true;
@@ -104,9 +101,5 @@ int RunJson(const Arguments& arguments)
     }
     json.Close();
     out.Put("\n");
-    if (!out.Finish(error))
-        return Trouble(error);
-    if (!bWhole)
-        Trouble(archive.GetError());
-    return bWhole ? good : different;
+    return archive.Finish(out, bWhole);
 }

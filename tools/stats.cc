@@ -103,12 +103,9 @@ void PrintSums(const Reader& reader, const Sums& sums, Output& out)
 int RunStats(const Arguments& arguments)
 {
     Archive archive;
-    std::string error;
     Output out;
-    if (!archive.Open(arguments.files[0], arguments.description, true))
+    if (!archive.Open(arguments, out, true))
         return trouble;
-    if (!out.Open(arguments.output, error))
-        return Trouble(error);
     bool bWhole = true;
     if (archive.m_pReader == nullptr) {
         PrintGuess(archive.m_input, out);
@@ -118,9 +115,5 @@ int RunStats(const Arguments& arguments)
         out.Put(archive.m_input.m_path + ": " + std::to_string(archive.m_input.GetSize()) + " bytes\n");
         PrintSums(*archive.m_pReader, sums, out);
     }
-    if (!out.Finish(error))
-        return Trouble(error);
-    if (!bWhole)
-        Trouble(archive.GetError());
-    return bWhole ? good : different;
+    return archive.Finish(out, bWhole);
 }
