@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <deque>
+#include <map>
 
 #include "command.h"
 #include "encoder.h"
@@ -64,7 +65,7 @@ private:
     size_t m_nRecords = 0, m_nArchive = 0;
     bool m_bArchive = false;
     std::vector<std::pair<uint32_t, uint32_t>> m_byIndex; // the index in the JSON, and the part
-    std::deque<VELM_CRuntimeClass> m_records;             // of each class and schema
+    std::map<std::pair<const Aggregate*, unsigned>, VELM_CRuntimeClass> m_records; // of each class and schema
     unsigned long long m_nWatched = ~0ULL;
     std::string m_watched;
 
@@ -91,12 +92,10 @@ private:
 
 VELM_CRuntimeClass* Builder::RecordOf(const Aggregate& cls, unsigned nSchema)
 {
-    for (VELM_CRuntimeClass& record : m_records) {
-        if (record.m_pszName == cls.record.m_pszName && record.m_nSchema == nSchema)
-            return &record;
-    }
-    m_records.push_back({cls.record.m_pszName, 0, nSchema});
-    return &m_records.back();
+    const auto added = m_records.emplace(std::make_pair(&cls, nSchema), VELM_CRuntimeClass());
+    if (added.second)
+        added.first->second = {cls.record.m_pszName, 0, nSchema};
+    return &added.first->second;
 }
 
 Part* Builder::Find(uint32_t nIndex)

@@ -2,11 +2,8 @@
 
 const std::string* Enumeration::NameOf(long long nValue) const
 {
-    for (const auto& value : values) {
-        if (value.second == nValue)
-            return &value.first;
-    }
-    return nullptr;
+    const auto found = names.find(nValue);
+    return found == names.end() ? nullptr : &found->second;
 }
 
 // Numbers wrap around, as they do where the program computes with them.

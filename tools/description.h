@@ -16,7 +16,8 @@ struct Aggregate;
 struct Enumeration {
     std::string name;
     std::vector<std::pair<std::string, long long>> values;
-    bool bOpen = false; // other values may come as well
+    std::map<long long, std::string> names; // of each value the first
+    bool bOpen = false;                     // other values may come as well
     unsigned nBytes = 4;
     bool bSigned = true;
     // The name of a value; NULL when it has none.

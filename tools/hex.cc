@@ -20,8 +20,12 @@ public:
             nAt = nEnd;
             m_pRecord = nullptr;
         }
+        const size_t nMostShown = 1000;
         Output text;
-        JsonSink(text, JsonSink::compact).Plain(type, value);
+        if (value.nLength > nMostShown)
+            text.Format("%zu bytes", value.nLength);
+        else
+            JsonSink(text, JsonSink::compact).Plain(type, value);
         std::string meaning = text.Text();
         if (type.kind == Kind::reference && value.nObject != 0)
             meaning = Named(value.nObject) + (value.bNew ? ", which begins here" : ", again");

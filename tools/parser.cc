@@ -326,6 +326,7 @@ private:
             if (Take("="))
                 nNext = Number("a number");
             enumeration.values.emplace_back(name, nNext);
+            enumeration.names.emplace(nNext, name);
             if (!Is("}"))
                 Need(",");
         }

@@ -352,13 +352,10 @@ void Reader::EnterMade(const Type& type)
 
 uint32_t Reader::AddMet(const Aggregate* pClass, unsigned nSchema)
 {
-    const Met met = {pClass, nSchema};
-    uint32_t n = 0;
-    while (n < m_met.size() && !(m_met[n] == met))
-        ++n;
-    if (n == m_met.size())
-        m_met.push_back(met);
-    return n;
+    const auto added = m_metAt.emplace(std::make_pair(pClass, nSchema), static_cast<uint32_t>(m_met.size()));
+    if (added.second)
+        m_met.push_back({pClass, nSchema});
+    return added.first->second;
 }
 
 // What ReadClass has read: a class that is new to the archive has an index now.

@@ -58,7 +58,6 @@ public:
     struct Met {
         const Aggregate* pClass;
         unsigned nSchema;
-        bool operator==(const Met& other) const { return pClass == other.pClass && nSchema == other.nSchema; }
     };
 
     Reader(Description& description, const Input& input);
@@ -109,6 +108,7 @@ private:
     std::vector<long long> m_variables;
     std::vector<Object> m_objects;
     std::vector<Met> m_met;
+    std::map<std::pair<const Aggregate*, unsigned>, uint32_t> m_metAt;
     std::string m_error;
     unsigned long long m_nStart = 0;
     unsigned long long m_nDamage = ~0ULL;
