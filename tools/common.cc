@@ -9,8 +9,13 @@
 
 int Trouble(const std::string& text)
 {
+    std::string printed = text; // what a file brings in does nothing to a terminal
+    for (char& c : printed) {
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
+            c = '?';
+    }
     std::fflush(stdout);
-    std::fprintf(stderr, "tavnoview: %s\n", text.c_str());
+    std::fprintf(stderr, "tavnoview: %s\n", printed.c_str());
     return trouble;
 }
 

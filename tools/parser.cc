@@ -1,25 +1,13 @@
 // The language of descriptions (docs/description.md): a look over the text finds the names that are declared, then each
 // body is read where it is needed first, so that names may be used before their declarations.
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "description.h"
+#include "lexer.h"
 
 namespace {
-
-struct Token {
-    enum Kind { name, text, number, sign, end } kind;
-    std::string value;
-    long long nValue;
-    unsigned nLine, nColumn;
-};
-
-struct Mistake {
-    std::string text;
-};
 
 const struct {
     const char* lpszName;
@@ -105,7 +93,10 @@ const unsigned nMostItems = 5000; // of one class with its bases
 
 class Parser {
 public:
-    Parser(Description& description, const std::string& text) : m_description(description) { Split(text); }
+    Parser(Description& description, const std::string& text)
+        : m_description(description), m_tokens(SplitText(description.m_path, text))
+    {
+    }
 
     void Parse()
     {
@@ -152,74 +143,13 @@ private:
 
     [[noreturn]] void Fail(const Token& token, const std::string& text) const
     {
-        throw Mistake{m_description.m_path + ":" + std::to_string(token.nLine) + ":" + std::to_string(token.nColumn) +
-                      ": " + text};
+        FailAt(m_description.m_path, token, text);
     }
     [[noreturn]] void Expected(const std::string& what) const
     {
         const Token& token = Now();
         Fail(token, "expected " + what + ", found " +
                         (token.kind == Token::end ? "the end of the text" : "\"" + token.value + "\""));
-    }
-
-    void Split(const std::string& text)
-    {
-        unsigned nLine = 1;
-        size_t nLineStart = 0, i = 0;
-        const auto At = [&](size_t n) { return n < text.size() ? text[n] : '\0'; };
-        const auto IsName = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; };
-        for (;;) {
-            while (i < text.size() && std::isspace(static_cast<unsigned char>(text[i]))) {
-                if (text[i++] == '\n') {
-                    ++nLine;
-                    nLineStart = i;
-                }
-            }
-            const size_t nFrom = i;
-            Token token = {Token::sign, "", 0, nLine, static_cast<unsigned>(i - nLineStart + 1)};
-            if (i >= text.size()) {
-                token.kind = Token::end;
-            } else if (At(i) == '/' && At(i + 1) == '/') {
-                i = std::min(text.find('\n', i), text.size());
-                continue;
-            } else if (std::isdigit(static_cast<unsigned char>(At(i)))) {
-                token.kind = Token::number;
-                while (IsName(At(i)))
-                    ++i;
-                char* lpszEnd;
-                errno = 0;
-                token.value = text.substr(nFrom, i - nFrom);
-                token.nValue = static_cast<long long>(std::strtoull(token.value.c_str(), &lpszEnd, 0));
-                if (*lpszEnd != '\0' || errno != 0)
-                    Fail(token, "expected a number, found \"" + token.value + "\"");
-            } else if (IsName(At(i))) {
-                token.kind = Token::name;
-                while (IsName(At(i)) || (At(i) == ':' && At(i + 1) == ':' && IsName(At(i + 2))))
-                    i += At(i) == ':' ? 2 : 1;
-                token.value = text.substr(nFrom, i - nFrom);
-            } else if (At(i) == '"' || At(i) == '\'') {
-                const size_t nEnd = text.find(At(i), i + 1);
-                token.kind = At(i) == '"' ? Token::text : Token::number;
-                token.value = text.substr(i + 1, nEnd - i - 1);
-                const bool bOne = token.kind == Token::text || token.value.size() == 1;
-                if (nEnd == std::string::npos || !bOne || token.value.find('\n') != std::string::npos)
-                    Fail(token, "expected the closing quote on the same line");
-                token.nValue = token.value.empty() ? 0 : static_cast<unsigned char>(token.value[0]);
-                i = nEnd + 1;
-            } else {
-                static const char* const longSigns[] = {"...", "==", "!=", "<=", ">=", "&&", "||"};
-                size_t nLength = 1;
-                for (const char* lpszSign : longSigns) {
-                    if (text.compare(i, std::strlen(lpszSign), lpszSign) == 0)
-                        nLength = std::strlen(lpszSign);
-                }
-                token.value = text.substr(i, nLength);
-                i += nLength;
-            }
-            m_tokens.push_back(token);
-            if (token.kind == Token::end)
-                return;
-        }
     }
 
     bool Is(const char* lpsz) const
