@@ -352,6 +352,24 @@ unsigned long long VELM_CArchive::GetOffset() const
     return m_pState->Offset();
 }
 
+int VELM_CArchive::SeekTo(unsigned long long nOffset)
+{
+    if (!IsInbound() || m_pFile == nullptr || !CheckBuffer())
+        return 0;
+    const unsigned long long nAhead = nOffset - GetOffset(); // backwards: very large
+    if (nAhead <= static_cast<unsigned long long>(m_lpBufMax - m_lpBufCur)) {
+        m_lpBufCur += nAhead;
+        m_nDataEnd = dataGoesOn;
+        return 1;
+    }
+    Flush();
+    const long long nWay = static_cast<long long>(nOffset - GetOffset());
+    if (nWay < LONG_MIN || nWay > LONG_MAX || m_pFile->Seek(static_cast<long>(nWay), VELM_CFile::seekCurrent) != 0)
+        return 0;
+    m_pState->MoveTo(nOffset);
+    return 1;
+}
+
 bool VELM_CArchive::CheckBuffer() const
 {
     const bool bStart = VELM_ASSERT(m_bDirectBuffer || m_lpBufStart != NULL);

@@ -491,6 +491,10 @@ public:
     void MovedFromHeld(VELM_CHeld* pHeld);
     /// Returns the offset of the next byte in the stream.
     unsigned long long GetOffset() const;
+    /// Loading: goes on at that offset, as `GetOffset` counts, for a reader that knows its way. Indexes stay as they
+    /// are. Returns 1; 0, and the next byte is the one that it was, when the file has no such place or the archive
+    /// stores.
+    int SeekTo(unsigned long long nOffset);
 
     /// Loads an object for an owner of that kind. The reader puts the pointer where the owner keeps it, and then calls
     /// `Adopt` with `rIndex`. NULL is allowed if `bOrNull` is set, and comes with the index 0. Raises as `ReadOwned`

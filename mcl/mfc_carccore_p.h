@@ -63,6 +63,8 @@ public:
     void WriteFile(const unsigned char* lpBuf, unsigned nBytes);
     // Is called after the position of the file has been moved back to the first byte that was not delivered.
     void GiveBack() { m_nFileBytes = Offset(); }
+    // Is called after the position of the file has been moved to that offset, when nothing is read ahead.
+    void MoveTo(unsigned long long nOffset) { m_nFileBytes = nOffset; }
     // Loads a text of that length into a block from malloc, and puts a NUL behind it. The archive owns the block, so
     // that a raise loses nothing: until TakeText hands it over, or until the next text is loaded. Returns NULL when the
     // data ended before. The block grows only as data arrives.

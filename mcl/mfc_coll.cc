@@ -325,10 +325,16 @@ VELM_CStringArray::VELM_CStringArray(VELM_CStringArray&& src) noexcept
 
 VELM_CStringArray& VELM_CStringArray::operator=(VELM_CStringArray&& src) noexcept
 {
-    if (this != &src) {
-        Exchange(src);
-        src.RemoveAll();
-    }
+    if (this == &src)
+        return *this;
+    Exchange(src);
+    src.RemoveAll();
+    // The capacity is the size then, as after a copy. Strings behind the capacity are empty.
+    for (int i = m_size; i < m_max_size; ++i)
+        AfxTruncate(m_data[i], 0);
+    m_max_size = m_size;
+    if (m_size == 0)
+        RemoveAll();
     return *this;
 }
 
