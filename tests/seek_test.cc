@@ -14,10 +14,10 @@ TEST(Seek, AReaderGoesWhereItLikes)
     VELM_CMemoryFile memory(bytes.data(), static_cast<unsigned long>(bytes.size()));
     VELM_CArchive ar(&memory, VELM_CArchive::load, 128);
     std::mt19937 random(1);
-    unsigned long long nAt = 0;
+    size_t nAt = 0;
     char came[200];
     for (int i = 0; i < 5000; ++i) {
-        const unsigned long long nTo = random() % 4 == 0 ? random() % 6000 : nAt + random() % 40;
+        const size_t nTo = random() % 4 == 0 ? random() % 6000 : nAt + random() % 40;
         ASSERT_EQ(nTo <= bytes.size(), ar.SeekTo(nTo));
         nAt = nTo <= bytes.size() ? nTo : nAt;
         ASSERT_EQ(nAt, ar.GetOffset());
