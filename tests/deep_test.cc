@@ -289,23 +289,6 @@ TEST(Deep, ArchivesInsideOthersTakeTurnsInEveryPlace)
     }
 }
 
-TEST(Deep, StacksAreSwitchedAnyNumberOfTimes)
-{
-    Single single(2);
-    std::vector<Link> links(70000);
-    const Body body = [&] {
-        for (Link& link : links)
-            single.all[0].WriteObject(&link);
-    };
-    bool bInside = false;
-    single.way.last = [&](Archive&) {
-        if (!bInside)
-            bInside = true, places[std::size(places) - 1].place(body); // from a coroutine, each goes to a segment
-    };
-    EXPECT_EQ(single.Try(1), 0);
-    EXPECT_EQ(single.all[0].m_nIndexCount, links.size() + 3); // the class, the list, and what comes next
-}
-
 TEST(Deep, RaisesArriveFromEveryDepthAndTheLimitIsTheSameForBothDirections)
 {
     const List list(6000);
@@ -403,24 +386,6 @@ TEST(Deep, MemoryGrowsWithTheDepthAndGoesBack)
     EXPECT_EQ(ThereAndBack(List(1000000), way), "1000000");
     EXPECT_LE(nMost, nBefore + 500 * nMiB);
     EXPECT_LE(Mapped(), nBefore + 32 * nMiB);
-}
-
-TEST(Deep, FewLevelsStayOnTheThreadsStack)
-{
-    for (const Place place : {places[0].place, &Thread<256>, &Thread<512>}) {
-        place([] {
-            const std::uintptr_t nHere = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
-            Way way;
-            unsigned long long nDistance = 0;
-            way.last = [&](Archive&) {
-                nDistance = nHere - reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
-            };
-            EXPECT_EQ(ThereAndBack(List(50), way), "50");
-            EXPECT_LT(nDistance, 20u << 10);
-            EXPECT_EQ(ThereAndBack(List(300), way), "300");
-            EXPECT_GT(nDistance, 128u << 10);
-        });
-    }
 }
 
 TEST(Deep, RaisesOfAHostMayGoPastTheBlocks)

@@ -579,19 +579,6 @@ TEST(Std, StringsConvertMoveHashAndPrint)
     EXPECT_TRUE(old == std::string_view("b"));
 }
 
-TEST(Std, NoticesCanBeSwitchedOff)
-{
-    Node a;
-    const auto Print = [&] {
-        Stored([&](VELM_CArchive& ar) { ar.WriteObject(&a); });
-        Stored([&](VELM_CArchive& ar) { VELM_CObject().Serialize(ar); });
-    };
-    AfxSetNotices(0);
-    EXPECT_EQ(Printed(Print), "");
-    AfxSetNotices(1);
-    EXPECT_EQ(Printed(Print), "SetAt NYI\nCObject Serialize NYI\n");
-}
-
 // A program's own operators for a number, in one byte.
 static VELM_CArchive& operator<<(VELM_CArchive& ar, unsigned short n)
 {
