@@ -379,13 +379,15 @@ static unsigned long long Mapped()
 
 TEST(Deep, MemoryGrowsWithTheDepthAndGoesBack)
 {
-    const unsigned long long nBefore = Mapped(), nMiB = 1 << 20;
+    [[maybe_unused]] const unsigned long long nBefore = Mapped(), nMiB = 1 << 20;
     unsigned long long nMost = 0;
     Way way;
     way.last = [&](Archive&) { nMost = Mapped(); };
     EXPECT_EQ(ThereAndBack(List(1000000), way), "1000000");
+#if !defined(EMULATED) // an emulator maps memory of its own
     EXPECT_LE(nMost, nBefore + 500 * nMiB);
     EXPECT_LE(Mapped(), nBefore + 32 * nMiB);
+#endif
 }
 
 TEST(Deep, RaisesOfAHostMayGoPastTheBlocks)

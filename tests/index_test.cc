@@ -59,7 +59,8 @@ template <class MAP> static std::string Shape(const MAP& map)
 
 TEST(PtrMap, NodesComeInBlocksAndEntriesByBucket)
 {
-    alignas(unsigned) static char keys[][4] = {"Q", "A", "R", "AA", "B"}; // their first words select 5, 4, 5, 7, 4
+    // Their first words, alike in either byte order, select 5, 4, 5, 7, 4.
+    alignas(unsigned) static char keys[][8] = {"OOOO", "DDDD", "UUUU", "ZZZZ", "FCCF"};
     VELM_CMapPtrToPtr map(3);
     unsigned nBucket = 9, nValue = 9;
     void *pKey, *pValue = keys;
@@ -69,11 +70,11 @@ TEST(PtrMap, NodesComeInBlocksAndEntriesByBucket)
         EXPECT_EQ(map[keys[i]], nullptr);
         map.SetAt(keys[i], reinterpret_cast<void*>(i + 1)); // finds it again
     }
-    EXPECT_EQ(Shape(map), "4 in 2\n4:4 A=2 -2\n5:5 R=3 -1\n5:5 Q=1 -3\n7:7 AA=4 0\nfree 1 2");
+    EXPECT_EQ(Shape(map), "4 in 2\n4:4 DDDD=2 -2\n5:5 UUUU=3 -1\n5:5 OOOO=1 -3\n7:7 ZZZZ=4 0\nfree 1 2");
     std::string order;
     for (__POSITION* position = map.GetStartPosition(); position != nullptr;) {
         map.GetNextAssoc(position, pKey, pValue);
-        order += std::to_string(static_cast<char(*)[4]>(pKey) - keys) + std::to_string(uintptr_t(pValue)) + " ";
+        order += std::to_string(static_cast<char(*)[8]>(pKey) - keys) + std::to_string(uintptr_t(pValue)) + " ";
     }
     EXPECT_EQ(order, "12 23 01 34 ");
     map.GetAssocAt(keys[3], nBucket)->nValue = 7;
@@ -85,7 +86,8 @@ TEST(PtrMap, NodesComeInBlocksAndEntriesByBucket)
     EXPECT_EQ(Row() << map.Lookup(keys[4], pValue) << (pValue == &map) << map.GetAssocAt(keys[4], nBucket)->nValue,
               "1 1 0");
     map[keys[4]] = nullptr;
-    EXPECT_EQ(Shape(map), "3 in 2\n4:4 B=0 -3\n5:5 R=3 -1\n7:7 AA=4 0\nfree -2 1 2") << "freed last, taken first";
+    EXPECT_EQ(Shape(map), "3 in 2\n4:4 FCCF=0 -3\n5:5 UUUU=3 -1\n7:7 ZZZZ=4 0\nfree -2 1 2")
+        << "freed last, taken first";
     map.RemoveKey(keys[2]), map.RemoveKey(keys[3]), map.RemoveKey(keys[4]);
     EXPECT_EQ(Row() << Shape(map) << map.m_pHashTable, "0 in 0\nfree 0") << "memory stays when the last entry goes";
 }
