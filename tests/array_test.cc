@@ -105,7 +105,7 @@ TEST(PtrArray, OnlyALargeBlockThatStaysLargeIsResizedInPlace)
         [[maybe_unused]] const auto nBefore = reinterpret_cast<uintptr_t>(array.m_data);
         array.SetSize(nSize, -2), array.FreeExtra(); // takes one block
         EXPECT_EQ(Row() << array.m_max_size << (array.GetAt(9) == p), std::to_string(nSize) + " 1");
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(EMULATED) // whose realloc moves
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !EMULATED // whose realloc moves
         EXPECT_EQ(reinterpret_cast<uintptr_t>(array.m_data) == nBefore, bInPlace) << nSize;
 #endif
     }
